@@ -1,0 +1,40 @@
+# How every target of this project is compiled: one place for the language level, the warnings and the
+# switches that component libraries depend on.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+add_library(orm_options INTERFACE)
+target_compile_options(orm_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  # A GNU-unique symbol pins the library that first defines it for the life of the process; a component
+  # library has to leave when it is told to.
+  $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+target_compile_definitions(orm_options INTERFACE _FILE_OFFSET_BITS=64)
+
+set(ORM_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined or thread")
+if(ORM_SANITIZE)
+  add_compile_options(-fsanitize=${ORM_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ORM_SANITIZE})
+endif()
+
+# The sources of a room are the files that lie in it.
+function(orm_room_sources variable)
+  set(found)
+  foreach(folder IN LISTS ARGN)
+    file(GLOB files CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
+    list(APPEND found ${files})
+  endforeach()
+  set(${variable} ${found} PARENT_SCOPE)
+endfunction()

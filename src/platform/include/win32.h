@@ -1,0 +1,5 @@
+// The Win32 operations that the layers above call, and no more. On the original platform this header is
+// replaced by the system's own; every name here has that system's meaning.
+#pragma once
+
+#include "win32/types.h"
