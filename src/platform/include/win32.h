@@ -2,4 +2,5 @@
 // replaced by the system's own; every name here has that system's meaning.
 #pragma once
 
+#include "win32/errors.h"
 #include "win32/types.h"
