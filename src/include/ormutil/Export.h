@@ -1,0 +1,4 @@
+// Marks what libormutil exports. Everything else is hidden.
+#pragma once
+
+#define ORMUTIL_API __attribute__((visibility("default")))
