@@ -3,4 +3,7 @@
 #pragma once
 
 #include "win32/errors.h"
+#include "win32/nls.h"
+#include "win32/resources.h"
+#include "win32/time.h"
 #include "win32/types.h"
