@@ -3,6 +3,8 @@
 #pragma once
 
 #include "win32/errors.h"
+#include "win32/gdi.h"
+#include "win32/geometry.h"
 #include "win32/nls.h"
 #include "win32/resources.h"
 #include "win32/time.h"
