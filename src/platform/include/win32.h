@@ -3,9 +3,11 @@
 #pragma once
 
 #include "win32/errors.h"
+#include "win32/files.h"
 #include "win32/gdi.h"
 #include "win32/geometry.h"
 #include "win32/nls.h"
+#include "win32/registry.h"
 #include "win32/resources.h"
 #include "win32/time.h"
 #include "win32/types.h"

@@ -1,0 +1,32 @@
+// Paths of the interfaces (ANSI code page, drive letters, back slashes) and of the disk (UTF-8, slashes),
+// each turned into the other.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "win32/types.h"
+
+namespace orm::platform {
+
+// The path on disk that an interface path names. Drive letters are looked up in the machine's drives/
+// folder, a relative path starts at the current directory, "\\?\" is dropped. The exact spelling wins; a
+// component that is absent as spelled is looked for without regard to case. What does not exist keeps its
+// spelling, so that the result can be created.
+// Returns an empty string and sets *error when the text names nothing on this machine: ERROR_PATH_NOT_FOUND
+// for an absent drive or an empty path, ERROR_INVALID_NAME for characters that no name may contain,
+// ERROR_BAD_NETPATH for a path of another machine. Any thread.
+std::string UnixPath(const char* ansiPath, DWORD* error = nullptr);
+
+// The interface path that names an absolute path on disk: the drive with the longest matching target
+// ("C:\..." under drive_c, otherwise "Z:\..."). Names that the code page cannot express come as
+// CodePage.h makes them. A path that is not absolute is only turned around. Any thread.
+std::string AnsiPath(const std::string& unixPath);
+
+// Walks the path once more when its exact spelling is absent; see UnixPath. Takes and returns UTF-8.
+std::string ResolveCase(const std::string& unixPath);
+
+// Compares two UTF-8 names without regard to case, for the order of a folder's entries and for matching.
+int CompareNames(std::string_view left, std::string_view right);
+
+}  // namespace orm::platform
