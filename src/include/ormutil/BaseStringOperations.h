@@ -1,0 +1,395 @@
+// The longer operations of BaseString. Included by BaseString.h, never directly. The three instantiations
+// live in libormutil; the definitions stand in a header for traits of a client's own.
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+
+namespace orm {
+
+namespace string_detail {
+
+inline constexpr const char* kSource = "src/include/BaseString";
+inline constexpr int kLineWriting = 1924;
+inline constexpr int kLineConstruction = 1949;
+
+// The process's ANSI code page, and whether the system knows a code page.
+ORMUTIL_API unsigned GetAnsiCodePage();
+ORMUTIL_API bool IsKnownCodePage(unsigned codePage);
+
+inline void Store32(unsigned char* dest, uint32_t value) {
+  for (int i = 0; i < 4; ++i) dest[i] = static_cast<unsigned char>(value >> (8 * i));
+}
+inline uint32_t Load32(const unsigned char* source) {
+  return source[0] | uint32_t{source[1]} << 8 | uint32_t{source[2]} << 16 | uint32_t{source[3]} << 24;
+}
+
+// Whether a text of this code page ends within its bytes. The bytes need not be aligned.
+inline bool IsTerminated(const unsigned char* text, size_t size, unsigned codePage) {
+  if (codePage != CODE_PAGE_UTF16) return std::memchr(text, 0, size) != nullptr;
+  for (size_t i = 0; i + 1 < size; i += 2) {
+    if (text[i] == 0 && text[i + 1] == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace string_detail
+
+template <class Traits>
+BaseString<Traits>::BaseString(const Char* text)
+    : BaseString(text, text ? text + Traits::GetSize(text) / sizeof(Char) : nullptr) {}
+
+template <class Traits>
+BaseString<Traits>::BaseString(const Char* begin, const Char* end) {
+  if (begin >= end) {
+    mpText = Text(string_detail::TakeEmptyBlock());
+    return;
+  }
+  const size_t size = static_cast<size_t>(end - begin) * sizeof(Char);
+  mpText = Text(string_detail::AllocateBlock(string_detail::RoundCapacity(size + sizeof(Char)),
+                                             string_detail::kLineConstruction));
+  std::memcpy(mpText, begin, size);
+  mpText[end - begin] = 0;
+}
+
+template <class Traits>
+bool BaseString<Traits>::Owns(const Char* pos) const {
+  const auto address = reinterpret_cast<uintptr_t>(pos);
+  const auto begin = reinterpret_cast<uintptr_t>(mpText);
+  return address >= begin && address - begin < Block()->capacity;
+}
+
+template <class Traits>
+void BaseString<Traits>::Take(StringBlock* pBlock) {
+  StringBlock* old = Block();
+  mpText = Text(pBlock);
+  Release(old);
+}
+
+template <class Traits>
+auto BaseString<Traits>::PrepareWriting(size_t size, bool keepText) -> Char* {
+  if (size <= Block()->capacity && !IsShared()) return mpText;
+  const size_t present = size == 0 || keepText ? GetSize() + sizeof(Char) : 0;
+  const size_t capacity = size == 0 ? present : string_detail::RoundCapacity(std::max(size, present));
+  StringBlock* block = string_detail::AllocateBlock(capacity, string_detail::kLineWriting);
+  if (keepText) std::memcpy(Text(block), mpText, present);
+  Take(block);
+  return mpText;
+}
+
+// In the next three a text that lies in this string's own block is kept alive, and the block made unwritable,
+// by holding it once more.
+template <class Traits>
+auto BaseString<Traits>::operator=(const Char* text) -> BaseString& {
+  if (!text || *text == 0) {
+    Empty();
+    return *this;
+  }
+  const BaseString keep = Owns(text) ? *this : BaseString();
+  const size_t size = Traits::GetSize(text) + sizeof(Char);
+  std::memcpy(PrepareWriting(size, false), text, size);
+  return *this;
+}
+
+template <class Traits>
+void BaseString<Traits>::Append(const Char* text) {
+  if (text) Append(text, text + Traits::GetSize(text) / sizeof(Char));
+}
+
+template <class Traits>
+void BaseString<Traits>::Append(const Char* begin, const Char* end) {
+  if (begin >= end) return;
+  const BaseString keep = Owns(begin) ? *this : BaseString();
+  const size_t present = GetSize();
+  const size_t added = static_cast<size_t>(end - begin) * sizeof(Char);
+  Char* target = PrepareWriting(present + added + sizeof(Char), true) + present / sizeof(Char);
+  std::memcpy(target, begin, added);
+  target[end - begin] = 0;
+}
+
+template <class Traits>
+void BaseString<Traits>::Append(const BaseString& other) {
+  if (IsEmpty()) {
+    *this = other;
+  } else {
+    Append(other.mpText);
+  }
+}
+
+template <class Traits>
+void BaseString<Traits>::Empty() {
+  if (IsEmpty()) return;
+  if (IsShared()) {
+    Take(string_detail::TakeEmptyBlock());
+  } else {
+    *mpText = 0;
+  }
+}
+
+template <class Traits>
+void BaseString<Traits>::SetRange(const Char* begin, const Char* end) {
+  if (begin == mpText && end == GetEnd()) return;
+  if (begin >= end) {
+    Empty();
+  } else if (IsShared()) {
+    *this = BaseString(begin, end);
+  } else {
+    std::memmove(mpText, begin, static_cast<size_t>(end - begin) * sizeof(Char));
+    mpText[end - begin] = 0;
+  }
+}
+
+template <class Traits>
+unsigned BaseString<Traits>::GetAt(int index) const {
+  ORM_ASSERT(index >= 0 && static_cast<size_t>(index) < GetLength(),
+             "index >= 0 && static_cast<size_t>(index) < GetLength()", string_detail::kSource, 1096);
+  const Char* pos = mpText;
+  for (; index > 0 && *pos != 0; --index) pos = Traits::Next(pos);
+  return index < 0 ? 0 : Traits::Decode(pos);
+}
+
+template <class Traits>
+int BaseString<Traits>::Compare(const Char* pOther) const {
+  ORM_ASSERT(pOther != nullptr, "pOther != 0", string_detail::kSource, 1258);
+  return Traits::Compare(mpText, pOther ? pOther : kNoText);
+}
+
+template <class Traits>
+int BaseString<Traits>::CompareNoCase(const Char* pOther) const {
+  ORM_ASSERT(pOther != nullptr, "pOther != 0", string_detail::kSource, 1271);
+  return Traits::CompareNoCase(mpText, pOther ? pOther : kNoText);
+}
+
+template <class Traits>
+int BaseString<Traits>::CompareNoCase(const Char* pOther, size_t count) const {
+  ORM_ASSERT(pOther != nullptr, "pOther != 0", string_detail::kSource, 1299);
+  return Traits::CompareNoCase(mpText, pOther ? pOther : kNoText, count);
+}
+
+template <class Traits>
+auto BaseString<Traits>::Find(unsigned character) const -> const Char* {
+  const Char* found = Traits::Find(mpText, character);
+  return found ? found : GetEnd();
+}
+
+template <class Traits>
+auto BaseString<Traits>::Find(unsigned character, const Char* pos) const -> const Char* {
+  const bool inside = pos >= GetBegin() && pos <= GetEnd();
+  ORM_ASSERT(inside, "pos >= GetBegin() && pos <= GetEnd()", string_detail::kSource, 1395);
+  const Char* found = inside ? Traits::Find(pos, character) : nullptr;
+  return found ? found : GetEnd();
+}
+
+template <class Traits>
+auto BaseString<Traits>::FindLast(unsigned character) const -> const Char* {
+  const Char* found = Traits::FindLast(mpText, character);
+  return found ? found : GetEnd();
+}
+
+template <class Traits>
+auto BaseString<Traits>::FindText(const Char* pPart) const -> const Char* {
+  const Char* found = Traits::FindText(mpText, pPart ? pPart : kNoText);
+  return found ? found : GetEnd();
+}
+
+template <class Traits>
+auto BaseString<Traits>::Split(const Char* pCharacterSet) const -> std::vector<BaseString> {
+  // Two places check the set: this operation, and the one behind it that fills a caller's list.
+  ORM_ASSERT(pCharacterSet != nullptr, "pCharacterSet != 0", string_detail::kSource, 1488);
+  ORM_ASSERT(pCharacterSet != nullptr, "pCharacterSet != 0", string_detail::kSource, 1461);
+  const Char* set = pCharacterSet ? pCharacterSet : kNoText;
+  std::vector<BaseString> tokens;
+  const Char* pos = mpText + Traits::Span(mpText, set) / sizeof(Char);
+  while (*pos != 0) {
+    const Char* end = pos + Traits::SpanNot(pos, set) / sizeof(Char);
+    tokens.push_back(BaseString(pos, end));
+    pos = end + Traits::Span(end, set) / sizeof(Char);
+  }
+  return tokens;
+}
+
+template <class Traits>
+void BaseString<Traits>::TrimLeft(const Char* pCharacterSet) {
+  ORM_ASSERT(pCharacterSet != nullptr, "pCharacterSet != 0", string_detail::kSource, 2194);
+  if (pCharacterSet) SetRange(mpText + Traits::Span(mpText, pCharacterSet) / sizeof(Char), GetEnd());
+}
+
+template <class Traits>
+void BaseString<Traits>::TrimRight(const Char* pCharacterSet) {
+  if (pCharacterSet) SetRange(mpText, EndWithout(mpText, pCharacterSet));
+}
+
+template <class Traits>
+void BaseString<Traits>::Trim(const Char* pCharacterSet) {
+  ORM_ASSERT(pCharacterSet != nullptr, "pCharacterSet != 0", string_detail::kSource, 2249);
+  if (!pCharacterSet) return;
+  const Char* begin = mpText + Traits::Span(mpText, pCharacterSet) / sizeof(Char);
+  SetRange(begin, EndWithout(begin, pCharacterSet));
+}
+
+template <class Traits>
+void BaseString<Traits>::Trim(unsigned character) {
+  const Char* begin = mpText;
+  while (*begin != 0 && Traits::Decode(begin) == character) begin = Traits::Next(begin);
+  const Char* end = GetEnd();
+  while (end > begin) {
+    const Char* last = Traits::Previous(mpText, end);
+    if (Traits::Decode(last) != character) break;
+    end = last;
+  }
+  SetRange(begin, end);
+}
+
+template <class Traits>
+auto BaseString<Traits>::EndWithout(const Char* begin, const Char* pCharacterSet) const -> const Char* {
+  const Char* end = GetEnd();
+  while (end > begin) {
+    const Char* last = Traits::Previous(mpText, end);
+    // A character occurs in the set when the run of set characters that begins there is not empty.
+    if (Traits::Span(last, pCharacterSet) == 0) break;
+    end = last;
+  }
+  return end;
+}
+
+template <class Traits>
+void BaseString<Traits>::MakeLower() {
+  if (!IsEmpty()) Traits::MakeLower(PrepareWriting(GetSize() + sizeof(Char), true));
+}
+
+template <class Traits>
+void BaseString<Traits>::MakeUpper() {
+  if (!IsEmpty()) Traits::MakeUpper(PrepareWriting(GetSize() + sizeof(Char), true));
+}
+
+template <class Traits>
+void BaseString<Traits>::FormatArguments(const Char* formatString, ...) {
+  va_list arguments;
+  va_start(arguments, formatString);
+  FormatV(formatString, arguments);
+  va_end(arguments);
+}
+
+template <class Traits>
+void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) {
+  ORM_ASSERT(formatString != nullptr, "formatString != 0", string_detail::kSource, 2295);
+  if (!formatString) return Empty();
+  size_t request = Traits::GetSize(formatString) + sizeof(Char);
+  for (;;) {
+    Char* text = PrepareWriting(request, false);
+    const size_t capacity = GetCapacity();
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = Traits::FormatV(text, capacity, formatString, copy);
+    va_end(copy);
+    if (length < 0) {
+      *text = 0;
+      return;
+    }
+    // Asking at once for what is missing ends at the capacity that growing step by step would reach.
+    request = (static_cast<size_t>(length) + 1) * sizeof(Char);
+    if (request <= capacity) return;
+  }
+}
+
+template <class Traits>
+void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) {
+  if (!format || *format == 0) return Empty();
+  size_t request = Traits::GetSize(format) + sizeof(Char);
+  for (;;) {
+    Char* text = PrepareWriting(request, false);
+    *text = 0;
+    va_list copy;
+    va_copy(copy, arguments);
+    const int result = Traits::FormatMessageV(text, format, GetCapacity(), reinterpret_cast<char*>(&copy));
+    va_end(copy);
+    if (result > 0) return;
+    if (result < 0) {
+      ORM_FORCED_ASSERT(string_detail::kSource, 2402);
+      *text = 0;
+      return;
+    }
+    request = size_t{GetCapacity()} + 1;
+  }
+}
+
+template <class Traits>
+auto BaseString<Traits>::FormatMessageText(const Char* format, ...) -> BaseString {
+  BaseString result;
+  va_list arguments;
+  va_start(arguments, format);
+  result.FormatMessage(format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+template <class Traits>
+void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) {
+  const BaseString start(prefix);
+  const size_t size = start.GetSize();
+  size_t request = size + 32;
+  for (;;) {
+    Char* text = PrepareWriting(request, false);
+    std::memcpy(text, start.mpText, size);
+    Char* message = text + size / sizeof(Char);
+    *message = 0;
+    const int result = Traits::SystemError(message, code, static_cast<unsigned>(GetCapacity() - size));
+    if (result < 0) *text = 0;
+    if (result != 0) return;
+    request = size_t{GetCapacity()} + 1;
+  }
+}
+
+template <class Traits>
+unsigned BaseString<Traits>::GetSerializedSize(unsigned) const {
+  return IsEmpty() ? 4 : static_cast<unsigned>(GetSize() + sizeof(Char) + 8);
+}
+
+template <class Traits>
+void BaseString<Traits>::Serialize(unsigned char* buffer, unsigned codePage) const {
+  if (IsEmpty()) return string_detail::Store32(buffer, 0);
+  const auto size = static_cast<uint32_t>(GetSize() + sizeof(Char));
+  string_detail::Store32(buffer, size);
+  string_detail::Store32(buffer + 4, Traits::GetStoredCodePage(codePage));
+  std::memcpy(buffer + 8, mpText, size);
+}
+
+template <class Traits>
+size_t BaseString<Traits>::Deserialize(const unsigned char* buffer, size_t available, unsigned codePage) {
+  if (available < 4) {
+    ORM_FORCED_ASSERT(string_detail::kSource, 2495);
+    Empty();
+    return 0;
+  }
+  const uint32_t stored = string_detail::Load32(buffer);
+  if (stored == 0) {
+    Empty();
+    return 4;
+  }
+  if (available < size_t{stored} + 8) {
+    ORM_FORCED_ASSERT(string_detail::kSource, 2514);
+    Empty();
+    return 0;
+  }
+  const unsigned ansi = string_detail::GetAnsiCodePage();
+  unsigned source = string_detail::Load32(buffer + 4);
+  if (source != CODE_PAGE_UTF16 && source != ansi && !string_detail::IsKnownCodePage(source)) source = ansi;
+  const unsigned char* text = buffer + 8;
+  if (!string_detail::IsTerminated(text, stored, source)) {
+    Empty();
+    return 0;
+  }
+  const unsigned target = codePage ? codePage : ansi;
+  const unsigned size = Traits::GetSerializedSize(text, source, target, stored);
+  Char* dest = PrepareWriting(std::max<size_t>(size, sizeof(Char)), false);
+  // What a failed conversion leaves behind is the empty text.
+  *dest = 0;
+  Traits::SerializeFrom(dest, text, source, target, size);
+  return size_t{stored} + 8;
+}
+
+extern template class ORMUTIL_API BaseString<SbcsTraits>;
+extern template class ORMUTIL_API BaseString<MbcsTraits>;
+extern template class ORMUTIL_API BaseString<WcsTraits>;
+
+}  // namespace orm
