@@ -15,15 +15,21 @@ namespace orm::platform {
 // spelling, so that the result can be created.
 // Returns an empty string and sets *error when the text names nothing on this machine: ERROR_PATH_NOT_FOUND
 // for an absent drive or an empty path, ERROR_INVALID_NAME for characters that no name may contain,
-// ERROR_BAD_NETPATH for a path of another machine. Any thread.
+// ERROR_BAD_NETPATH for a path of another machine. A path with one leading separator and no drive starts at
+// the root of the disk (z:). "." and ".." are resolved by name, as the interfaces do it. Any thread.
 std::string UnixPath(const char* ansiPath, DWORD* error = nullptr);
+
+// The same without a look at the disk (one lstat less, and no search when the exact spelling is absent): for
+// callers that try the path first and call ResolveCase when it is not there. `error` is set always.
+std::string TranslatePath(std::string_view ansiPath, DWORD* error);
 
 // The interface path that names an absolute path on disk: the drive with the longest matching target
 // ("C:\..." under drive_c, otherwise "Z:\..."). Names that the code page cannot express come as
 // CodePage.h makes them. A path that is not absolute is only turned around. Any thread.
 std::string AnsiPath(const std::string& unixPath);
 
-// Walks the path once more when its exact spelling is absent; see UnixPath. Takes and returns UTF-8.
+// Looks for each component that is absent as spelled without regard to case; an absolute UTF-8 path in and
+// out. What is found nowhere stays as spelled.
 std::string ResolveCase(const std::string& unixPath);
 
 // Compares two UTF-8 names without regard to case, for the order of a folder's entries and for matching.

@@ -1,0 +1,223 @@
+// Paths of the interfaces and of the disk, each turned into the other.
+#include "kernel/Paths.h"
+
+#include <dirent.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cwctype>
+#include <memory>
+#include <vector>
+
+#include "kernel/CodePage.h"
+#include "kernel/Machine.h"
+#include "win32/errors.h"
+
+namespace orm::platform {
+namespace {
+
+bool IsSeparator(char c) {
+  return c == '\\' || c == '/';
+}
+
+bool IsLetter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+std::string CurrentFolder() {
+  char buffer[PATH_MAX];
+  return getcwd(buffer, sizeof buffer) != nullptr ? buffer : std::string();
+}
+
+// Folder that a drive letter stands for, without a slash at its end ("" for the root of the disk).
+bool DriveTarget(char letter, std::string* target) {
+  const char lower = static_cast<char>(letter | 0x20);
+  const std::string link = MachinePath(std::string("drives/") + lower + ':');
+  char real[PATH_MAX];
+  if (!link.empty() && realpath(link.c_str(), real) != nullptr) {
+    *target = real[1] == 0 ? "" : real;
+    return true;
+  }
+  // Without a machine folder the disk itself is still there.
+  target->clear();
+  return lower == 'z' && link.empty();
+}
+
+// Splits at separators, character by character: a trail byte 0x5C is part of a name. Folds "." and ".." into
+// what came before; ".." does not climb above the root. False when a name holds a forbidden character.
+bool AppendComponents(std::string_view text, std::vector<std::string>* parts) {
+  const CodePage& page = AnsiCodePage();
+  const auto* current = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* end = current + text.size();
+  std::string name;
+  const auto finish = [&] {
+    if (name == "..") {
+      if (!parts->empty()) parts->pop_back();
+    } else if (!name.empty() && name != ".") {
+      parts->push_back(Utf8FromAnsi(name));
+    }
+    name.clear();
+  };
+  while (current != end) {
+    const std::size_t size = page.CharacterSize(current, end);
+    const char c = static_cast<char>(*current);
+    if (size == 1 && IsSeparator(c)) {
+      finish();
+    } else {
+      static constexpr std::string_view forbidden = "<>\"|:*?";
+      if (size == 1 && (*current < 32 || forbidden.find(c) != std::string_view::npos)) return false;
+      name.append(reinterpret_cast<const char*>(current), size);
+    }
+    current += size;
+  }
+  finish();
+  return true;
+}
+
+std::string Join(const std::string& root, const std::vector<std::string>& parts) {
+  std::string path = root;
+  for (const std::string& part : parts) path += '/' + part;
+  return path.empty() ? "/" : path;
+}
+
+// The entry of `folder` that equals `name` apart from case; the first in byte order when there are several.
+std::string FindIgnoringCase(const std::string& folder, const std::string& name) {
+  std::string found;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+  if (listing == nullptr) return found;
+  while (const dirent* entry = readdir(listing.get())) {
+    const std::string_view candidate = entry->d_name;
+    if (CompareNames(candidate, name) == 0 && (found.empty() || candidate < found)) found = candidate;
+  }
+  return found;
+}
+
+// Next character of a UTF-8 text; a byte that begins none counts for itself, above every character.
+char32_t NextCharacter(std::string_view* text) {
+  const auto first = static_cast<unsigned char>(text->front());
+  const std::size_t size = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
+  char32_t code = size == 1 ? first : first & (0xFFu >> (size + 1));
+  bool whole = size != 0 && size <= text->size();
+  for (std::size_t i = 1; whole && i < size; ++i) {
+    const auto next = static_cast<unsigned char>((*text)[i]);
+    whole = (next & 0xC0) == 0x80;
+    code = code << 6 | (next & 0x3Fu);
+  }
+  text->remove_prefix(whole ? size : 1);
+  return whole ? code : 0x110000u + first;
+}
+
+char32_t Lower(char32_t code) {
+  if (code < 0x80) return code >= 'A' && code <= 'Z' ? code + 32 : code;
+  // The C library's own table of Unicode's simple mappings, whatever the program's locale is.
+  static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  if (unicode == nullptr || code >= 0x110000) return code;
+  return static_cast<char32_t>(towlower_l(static_cast<wint_t>(code), unicode));
+}
+
+}  // namespace
+
+int CompareNames(std::string_view left, std::string_view right) {
+  while (!left.empty() && !right.empty()) {
+    const char32_t a = Lower(NextCharacter(&left));
+    const char32_t b = Lower(NextCharacter(&right));
+    if (a != b) return a < b ? -1 : 1;
+  }
+  return static_cast<int>(!left.empty()) - static_cast<int>(!right.empty());
+}
+
+std::string ResolveCase(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) == 0 || path.empty() || path[0] != '/') return path;
+  std::string resolved;
+  for (std::size_t start = 1; start < path.size();) {
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    const std::string name = path.substr(start, end - start);
+    const std::string exact = resolved + '/' + name;
+    if (lstat(exact.c_str(), &status) == 0) {
+      resolved = exact;
+    } else {
+      const std::string found = FindIgnoringCase(resolved.empty() ? "/" : resolved, name);
+      if (found.empty()) return resolved + path.substr(start - 1);
+      resolved += '/' + found;
+    }
+    start = end + 1;
+  }
+  return resolved;
+}
+
+std::string TranslatePath(std::string_view text, DWORD* error) {
+  *error = ERROR_PATH_NOT_FOUND;
+  if (text.empty()) return {};
+  if (text.size() >= 2 && IsSeparator(text[0]) && IsSeparator(text[1])) {
+    const bool isLocal = text.size() >= 4 && (text[2] == '?' || text[2] == '.') && IsSeparator(text[3]);
+    if (isLocal) text.remove_prefix(4);
+    if (!isLocal || text.size() < 2 || text[1] != ':') {
+      *error = ERROR_BAD_NETPATH;
+      return {};
+    }
+  }
+  std::string root;
+  std::vector<std::string> parts;
+  if (text.size() >= 2 && IsLetter(text[0]) && text[1] == ':' && (text.size() == 2 || IsSeparator(text[2]))) {
+    if (!DriveTarget(text[0], &root)) return {};
+    text.remove_prefix(2);
+  } else if (!IsSeparator(text[0])) {
+    root = CurrentFolder();
+    if (root.empty()) return {};
+    if (root == "/") root.clear();
+    // The current folder's own names can be climbed out of.
+    for (std::size_t start = 1; start < root.size();) {
+      const std::size_t end = std::min(root.find('/', start), root.size());
+      parts.push_back(root.substr(start, end - start));
+      start = end + 1;
+    }
+    root.clear();
+  }
+  if (!AppendComponents(text, &parts)) {
+    *error = ERROR_INVALID_NAME;
+    return {};
+  }
+  *error = ERROR_SUCCESS;
+  return Join(root, parts);
+}
+
+std::string UnixPath(const char* ansiPath, DWORD* error) {
+  DWORD ignored = 0;
+  const std::string path =
+      TranslatePath(ansiPath == nullptr ? "" : ansiPath, error == nullptr ? &ignored : error);
+  return path.empty() ? path : ResolveCase(path);
+}
+
+std::string AnsiPath(const std::string& unixPath) {
+  std::string best;
+  char bestLetter = 0;
+  std::string rest = unixPath;
+  if (!unixPath.empty() && unixPath[0] == '/') {
+    for (char letter = 'a'; letter <= 'z'; ++letter) {
+      std::string target;
+      if (!DriveTarget(letter, &target)) continue;
+      const bool below = unixPath.compare(0, target.size(), target) == 0 &&
+                         (unixPath.size() == target.size() || unixPath[target.size()] == '/');
+      if (below && (bestLetter == 0 || target.size() > best.size())) {
+        best = target;
+        bestLetter = letter;
+      }
+    }
+  }
+  if (bestLetter != 0) {
+    rest = std::string(1, static_cast<char>(bestLetter - 32)) + ':' + unixPath.substr(best.size());
+    if (rest.size() == 2) rest += '/';
+  }
+  // No page has the slash as the second byte of a character.
+  std::string text = AnsiFromUtf8(rest);
+  for (char& c : text) {
+    if (c == '/') c = '\\';
+  }
+  return text;
+}
+
+}  // namespace orm::platform
