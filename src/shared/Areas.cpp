@@ -18,13 +18,4 @@ constinit TraceArea areaFont{"font"};
 constinit TraceArea areaBitmap{"bitmap"};
 constinit TraceArea areaDllMain{"dllmain"};
 
-void RegisterTraceAreas() {
-  for (TraceArea* area :
-       {&areaModule, &areaString, &areaBinary, &areaDate, &areaMemoryProperties, &areaPersistentProperties,
-        &areaThread, &areaClassManager, &areaClassManagerLibrary, &areaClassManagerMask,
-        &areaClassManagerDirectory, &areaClassManagerImpl, &areaFont, &areaBitmap, &areaDllMain}) {
-    TraceAreaRegister(*area);
-  }
-}
-
 }  // namespace orm

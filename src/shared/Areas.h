@@ -1,4 +1,5 @@
-// The library's trace areas, one for each source file. The module frame registers them in this order.
+// The library's trace areas, one for each source file. The module frame registers them in this order, between
+// the other objects of those files.
 #pragma once
 
 #include <ormutil/Trace.h>
@@ -20,8 +21,5 @@ extern TraceArea areaClassManagerImpl;       // "ClsMgr_ClassManagerImpl"
 extern TraceArea areaFont;                   // "font"
 extern TraceArea areaBitmap;                 // "bitmap"
 extern TraceArea areaDllMain;                // "dllmain"
-
-// Registers them all, in the order above.
-void RegisterTraceAreas();
 
 }  // namespace orm

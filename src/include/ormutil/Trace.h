@@ -192,6 +192,8 @@ TraceScope(TraceArea&, int, const char*, int, const char*, Args...) -> TraceScop
 // is ready.
 bool TraceFacilityBuild();
 void TraceFacilityTearDown();
+// Says, before anything else, that this module calls TraceFacilityTearDown itself at its end.
+void TraceFacilityOwnTearDown();
 
 // A double for tests: every finished line of this module goes to `sink` (under the facility's lock) instead
 // of the target, and failed assertions take the policy letter `policy` instead of the configured one. A null

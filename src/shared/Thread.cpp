@@ -1,0 +1,212 @@
+// Thread objects, per-thread data, interruption and the thread module's attach and detach step.
+#include <ormutil/Thread.h>
+
+#include "Areas.h"
+#include "ThreadModule.h"
+
+namespace orm {
+
+namespace {
+
+constexpr const char* FILE_NAME = "src/shared/Thread";
+constexpr DWORD CODE_GENERAL = 0xE7210001;
+constexpr DWORD CODE_WAIT_FAILED = 0xE72D0001;
+constexpr DWORD CODE_INTERRUPTED = 0xE72D0002;
+
+}  // namespace
+
+constinit DWORD gTlsIndex = TLS_OUT_OF_INDEXES;
+
+void ThrowInterrupted(const char* text) {
+  Error error;
+  error.AddLayer(CODE_INTERRUPTED, text, false);
+  throw error;
+}
+
+void ThrowGeneralFailure() {
+  Error error;
+  error.AddLayer(CODE_GENERAL, "", false);
+  throw error;
+}
+
+void ThrowSystemFailure(const char* text) {
+  Error error = MakeSystemError(GetLastError(), "", true);
+  error.AddLayer(CODE_WAIT_FAILED, text, false);
+  throw error;
+}
+
+// The object of a thread that no Runnable started.
+class ThreadImpl final : public FaceObject<Thread> {
+ public:
+  static FacePtr<Thread> MakeForCallingThread() {
+    auto result = FacePtr<Thread>::Adopt(new ThreadImpl);
+    result->mId = GetCurrentThreadId();
+    result->mhInterrupt = CreateEventA(nullptr, true, false, nullptr);
+    ORM_ASSERT(result->mhInterrupt != nullptr, "result->mhInterrupt != 0", FILE_NAME, 83);
+    const bool duplicated = DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(),
+                                            &result->mhThread, 0, false, DUPLICATE_SAME_ACCESS);
+    ORM_ASSERT(duplicated,
+               "::DuplicateHandle(::GetCurrentProcess(), ::GetCurrentThread(), ::GetCurrentProcess(), "
+               "&result->mhThread, 0, false, 0x00000002)",
+               FILE_NAME, 86);
+    const bool stored = TlsSetValue(gTlsIndex, result.AddRef());
+    ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, result.AddRef())", FILE_NAME, 91);
+    return result;
+  }
+};
+
+Thread::~Thread() {
+  mData.clear();
+  if (mhInterrupt) CloseHandle(mhInterrupt);
+  if (mhThread) CloseHandle(mhThread);
+}
+
+FacePtr<Thread> Thread::GetSelf() {
+  FacePtr<Thread> result(static_cast<Thread*>(TlsGetValue(gTlsIndex)));
+  if (!result) [[unlikely]] {
+    ORM_ASSERT(GetLastError() == ERROR_SUCCESS, "result != 0 || ::GetLastError() == ERROR_SUCCESS", FILE_NAME,
+               73);
+    result = ThreadImpl::MakeForCallingThread();
+  }
+  return result;
+}
+
+void Thread::SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value) {
+  const FacePtr<Thread> self = GetSelf();
+  ORM_ASSERT(self, "pThis != 0", FILE_NAME, 101);
+  ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 102);
+  if (value) {
+    // The old value is released last, out of the map, since its end may come back here.
+    self->mData[key].Swap(value);
+  } else if (const auto found = self->mData.find(key); found != self->mData.end()) {
+    value = std::move(found->second);
+    self->mData.erase(found);
+  }
+}
+
+FacePtr<BaseFace> Thread::GetData(const BaseString<MbcsTraits>& key) {
+  const FacePtr<Thread> self = GetSelf();
+  ORM_ASSERT(self, "pThis != 0", FILE_NAME, 116);
+  ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 117);
+  const auto found = self->mData.find(key);
+  return found == self->mData.end() ? FacePtr<BaseFace>() : found->second;
+}
+
+bool Thread::IsInterrupted() const {
+  if (!mhInterrupt) return false;
+  const DWORD result = WaitForSingleObject(mhInterrupt, 0);
+  if (result == WAIT_OBJECT_0) return true;
+  ORM_ASSERT(result == WAIT_TIMEOUT, "result == WAIT_TIMEOUT", FILE_NAME, 149);
+  return false;
+}
+
+void Thread::CheckInterrupted() {
+  if (GetSelf()->IsInterrupted()) ThrowInterrupted();
+}
+
+void Thread::Yield() {
+  CheckInterrupted();
+  ::Sleep(0);
+}
+
+void Thread::Sleep(DWORD milliseconds) {
+  const FacePtr<Thread> self = GetSelf();
+  ORM_ASSERT(self, "pThis != 0", FILE_NAME, 300);
+  ORM_ASSERT(self->mhInterrupt != nullptr, "pThis->mhInterrupt != 0", FILE_NAME, 301);
+  switch (WaitForSingleObject(self->mhInterrupt, milliseconds)) {
+    case WAIT_TIMEOUT:
+      return;
+    case WAIT_OBJECT_0:
+      ThrowInterrupted();
+    default:
+      ORM_FORCED_ASSERT(FILE_NAME, 311);
+      ThrowGeneralFailure();
+  }
+}
+
+void Thread::MessageSleep(bool& rMessage, DWORD milliseconds, DWORD wakeMask) {
+  const FacePtr<Thread> self = GetSelf();
+  ORM_ASSERT(self, "pThis != 0", FILE_NAME, 320);
+  ORM_ASSERT(self->mhInterrupt != nullptr, "pThis->mhInterrupt != 0", FILE_NAME, 321);
+  rMessage = false;
+  switch (MsgWaitForMultipleObjects(1, &self->mhInterrupt, false, milliseconds, wakeMask)) {
+    case WAIT_TIMEOUT:
+      return;
+    case WAIT_OBJECT_0 + 1:
+      rMessage = true;
+      return;
+    case WAIT_OBJECT_0:
+      ThrowInterrupted();
+    default:
+      ORM_FORCED_ASSERT(FILE_NAME, 340);
+      ThrowGeneralFailure();
+  }
+}
+
+void Thread::Wait() {
+  ORM_ASSERT(mhThread, "mhThread", FILE_NAME, 368);
+  const DWORD result = WaitForSingleObject(mhThread, INFINITE);
+  ORM_ASSERT(result == WAIT_OBJECT_0,
+             "::WaitForSingleObject(mhThread, 0xFFFFFFFF) == ((((DWORD )0x00000000L) ) + 0 )", FILE_NAME,
+             373);
+}
+
+Thread::PriorityType Thread::GetPriority() const {
+  ORM_ASSERT(mhThread, "mhThread", FILE_NAME, 380);
+  const int priority = GetThreadPriority(mhThread);
+  if (priority == THREAD_PRIORITY_ERROR_RETURN)
+    ThrowSystemFailure("Failed to retrieve the thread's priority.");
+  // Idle and time-critical read as the two ends.
+  if (priority <= PRIORITY_LOWEST) return PRIORITY_LOWEST;
+  if (priority >= PRIORITY_HIGHEST) return PRIORITY_HIGHEST;
+  return static_cast<PriorityType>(priority);
+}
+
+void Thread::SetPriority(PriorityType priority) {
+  ORM_ASSERT(mhThread, "mhThread", FILE_NAME, 404);
+  if (priority < PRIORITY_LOWEST || priority > PRIORITY_HIGHEST) {
+    ORM_FORCED_ASSERT(FILE_NAME, 429);
+    ThrowGeneralFailure();
+  }
+  if (!SetThreadPriority(mhThread, priority)) ThrowSystemFailure("Failed to set the thread's priority.");
+}
+
+DWORD GetNow() {
+  for (;;) {
+    const DWORD now = GetTickCount();
+    if (now != 0 && now != 0xFFFFFFFF) return now;
+    ::Sleep(0);
+  }
+}
+
+bool ThreadAttachDetach(DWORD reason) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    gTlsIndex = TlsAlloc();
+    if (gTlsIndex == TLS_OUT_OF_INDEXES) {
+      TraceWrite(areaThread, TRACE_ERROR, true, FILE_NAME, 34, "failed to alloc tls index, error %d",
+                 GetLastError());
+      return false;
+    }
+    return true;
+  }
+  if (reason != DLL_THREAD_DETACH && reason != DLL_PROCESS_DETACH) return true;
+
+  auto* thread = static_cast<Thread*>(TlsGetValue(gTlsIndex));
+  ORM_ASSERT(thread || GetLastError() == ERROR_SUCCESS, "pThread != 0 || ::GetLastError() == ERROR_SUCCESS",
+             FILE_NAME, 42);
+  if (thread) {
+    // A notified datum may change the thread's data, so what is walked is a copy.
+    const Thread::Data data = thread->mData;
+    for (const auto& [key, value] : data) {
+      if (const FacePtr<Thread::Notification> notification{value}) notification->OnThreadDetach();
+    }
+  }
+  if (thread) thread->Release();
+  if (reason == DLL_PROCESS_DETACH) {
+    const bool freed = TlsFree(gTlsIndex);
+    ORM_ASSERT(freed, "::TlsFree(gTlsIndex)", FILE_NAME, 61);
+  }
+  return true;
+}
+
+}  // namespace orm

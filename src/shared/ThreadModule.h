@@ -1,0 +1,26 @@
+// What the module frame and the thread sources share.
+#pragma once
+
+#include <ormutil/Error.h>
+#include <ormutil/Thread.h>
+
+namespace orm {
+
+// The slot in which each thread holds a raw pointer to its Thread object, owning one reference.
+extern DWORD gTlsIndex;
+
+// The registrar of interrupters.
+void BuildThreadRegistrar();
+void DestroyThreadRegistrar();
+
+// The thread module's share of DllMain; its result is DllMain's.
+bool ThreadAttachDetach(DWORD reason);
+
+// The error of an interrupted thread.
+[[noreturn]] void ThrowInterrupted(const char* text = "The thread was interrupted.");
+// A failure that the code does not expect: 0xE7210001 without text.
+[[noreturn]] void ThrowGeneralFailure();
+// The last error's system layer with 0xE72D0001 and the text on top.
+[[noreturn]] void ThrowSystemFailure(const char* text);
+
+}  // namespace orm

@@ -1,0 +1,115 @@
+// The module's entry point, and the order in which everything module-wide comes and goes, from top to bottom.
+//
+//   load     Start: library group, ordinary group     then DllMain(DLL_PROCESS_ATTACH)
+//   threads  DllMain(DLL_THREAD_ATTACH), DllMain(DLL_THREAD_DETACH)
+//   unload   DllMain(DLL_PROCESS_DETACH)              then Stop: the exit actions
+#include "../Areas.h"
+#include "../ModuleFrame.h"
+#include "../ThreadModule.h"
+
+namespace orm {
+
+namespace {
+
+constexpr const char* FILE_NAME = "src/shared/dll/OrmUtil";
+
+// What is left of the platform's module object here: the library registers no objects through it, so it keeps
+// the instance handle between attach and detach.
+class ModuleObject {
+ public:
+  int Init(HINSTANCE instance) {
+    mInstance = instance;
+    return 0;
+  }
+  void Term() { mInstance = nullptr; }
+
+ private:
+  HINSTANCE mInstance = nullptr;
+};
+
+constinit ModuleObject _Module;
+
+// The library group: what other parts need before they can be built. The class manager's start already reads
+// the registry and may load component libraries; its first trace line builds the trace facility.
+void BuildLibraryGroup() {
+  BuildTracedObjects();
+  BuildEmptyString();
+  BuildClassManager();
+}
+
+// The ordinary group: the trace facility, then file by file the trace area and the file's other objects.
+void BuildOrdinaryGroup() {
+  TraceFacilityBuild();
+  TraceAreaRegister(areaModule);
+  TraceAreaRegister(areaString);
+  TraceAreaRegister(areaBinary);
+  TraceAreaRegister(areaDate);
+  TraceAreaRegister(areaMemoryProperties);
+  TraceAreaRegister(areaPersistentProperties);
+  TraceAreaRegister(areaThread);
+  BuildThreadRegistrar();
+  TraceAreaRegister(areaClassManager);
+  TraceAreaRegister(areaClassManagerLibrary);
+  TraceAreaRegister(areaClassManagerMask);
+  TraceAreaRegister(areaClassManagerDirectory);
+  TraceAreaRegister(areaClassManagerImpl);
+  TraceAreaRegister(areaFont);
+  TraceAreaRegister(areaBitmap);
+  TraceAreaRegister(areaDllMain);
+}
+
+void Start() {
+  TraceFacilityOwnTearDown();
+  BuildLibraryGroup();
+  BuildOrdinaryGroup();
+}
+
+// The trace facility goes first: whatever is traced after it reaches the debugger only. The leak report is
+// last, when nothing is left that could still release an object.
+void Stop() {
+  DestroyThreadRegistrar();
+  TraceFacilityTearDown();
+  DestroyClassManager();
+  ReleaseEmptyString();
+  ReportLeaksAndDestroyTracedObjects();
+}
+
+}  // namespace
+
+}  // namespace orm
+
+using namespace orm;
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    TraceWrite(areaDllMain, TRACE_DEBUG, false, FILE_NAME, 27, "OrmUtil: PROCESS_ATTACH");
+    const bool initialised = _Module.Init(hInstance) == 0;
+    ORM_ASSERT(initialised, "_Module.Init(0, hInstance) == 0", FILE_NAME, 29);
+  } else if (reason == DLL_PROCESS_DETACH) {
+    TraceWrite(areaDllMain, TRACE_DEBUG, false, FILE_NAME, 32, "OrmUtil: PROCESS_DETACH");
+    _Module.Term();
+  }
+  return ThreadAttachDetach(reason);
+}
+
+namespace {
+
+constinit bool gsStarted = false;
+
+// The loader's two calls. When the attach fails the parts are torn down at once and the platform refuses the
+// load.
+[[gnu::constructor]] void OnLoad() {
+  Start();
+  gsStarted = true;
+  if (OrmAttachModule(&gsStarted, DllMain)) return;
+  gsStarted = false;
+  Stop();
+}
+
+[[gnu::destructor]] void OnUnload() {
+  if (!gsStarted) return;
+  OrmDetachModule(&gsStarted);
+  Stop();
+}
+
+}  // namespace

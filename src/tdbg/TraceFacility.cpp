@@ -1,0 +1,172 @@
+// The life of the facility.
+#include "TraceFacility.h"
+
+#include <win32/registryx.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace orm {
+
+namespace trace_detail {
+
+namespace {
+
+// No area has seen this value, so that every line takes the slow road.
+constexpr uint64_t NEVER_SEEN = UINT64_MAX - 1;
+constinit const uint64_t unknownWord = NEVER_SEEN;
+
+constinit std::once_flag buildOnce;
+constinit bool tearDownIsOwned = false;
+
+bool HasPrefix(const char* text, const char* prefix) {
+  return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
+}
+
+// "libormutil.so.4.1.0" is the module ormutil, "client.exe" the module client.
+void TakeModuleName(const char* path) {
+  const char* name = path;
+  for (const char* p = path; *p; ++p) {
+    if (*p == '\\' || *p == '/') name = p + 1;
+  }
+  const char* end = std::strstr(name, ".so");
+  if (end && (end[3] == 0 || end[3] == '.')) {
+    if (HasPrefix(name, "lib")) name += 3;
+  } else {
+    end = std::strrchr(name, '.');
+  }
+  size_t length = end && end > name ? static_cast<size_t>(end - name) : std::strlen(name);
+  if (length >= MODULE_NAME_SIZE) length = MODULE_NAME_SIZE - 1;
+  std::memcpy(facility.moduleName, name, length);
+  facility.moduleName[length] = 0;
+}
+
+// The module is the loaded image that holds the facility object.
+void FindModule() {
+  MEMORY_BASIC_INFORMATION information{};
+  std::strcpy(facility.moduleName, "<???>");
+  if (VirtualQuery(&facility, &information, sizeof information) == 0 || information.AllocationBase == nullptr)
+    return;
+  const auto module = static_cast<HMODULE>(information.AllocationBase);
+  const DWORD length = GetModuleFileNameA(module, facility.modulePath, sizeof facility.modulePath);
+  if (length == 0 || length >= sizeof facility.modulePath) {
+    facility.modulePath[0] = 0;
+    return;
+  }
+  TakeModuleName(facility.modulePath);
+}
+
+void ExpandTarget() {
+  char expanded[TARGET_SIZE];
+  DWORD_PTR arguments[] = {reinterpret_cast<DWORD_PTR>(facility.moduleName)};
+  const DWORD length =
+      FormatMessageA(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY, facility.target, 0, 0,
+                     expanded, sizeof expanded, reinterpret_cast<va_list*>(arguments));
+  if (length != 0) std::memcpy(facility.target, expanded, length + 1);
+}
+
+void Build() {
+  const LastErrorKeeper keeper;
+  InitializeCriticalSection(&facility.lock);
+  FindModule();
+  ReadConfiguration();
+  ExpandTarget();
+  OpenTarget();
+  OpenTimeBase();
+  if (facility.moduleKey) changeWord = OrmRegistryChangeWord(facility.moduleKey);
+  __atomic_store_n(&facility.state, READY, __ATOMIC_RELEASE);
+  if (!tearDownIsOwned) std::atexit(TraceFacilityTearDown);
+}
+
+}  // namespace
+
+constinit TraceFacility facility{};
+constinit const volatile uint64_t* changeWord = &unknownWord;
+constinit TraceArea areaAssert{"assert", TRACE_ERROR};
+
+bool EnsureBuilt() {
+  const int state = __atomic_load_n(&facility.state, __ATOMIC_ACQUIRE);
+  if (state == NOT_BUILT) std::call_once(buildOnce, Build);
+  return __atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == READY;
+}
+
+void RefreshArea(TraceArea& rArea) {
+  static constexpr char LETTERS[] = "ewdtln";
+  if (&rArea == &areaAssert || facility.state != READY || !facility.moduleKey) return;
+  // The word is read before the value, so that a change in between is noticed by the next line.
+  const uint64_t seen = *changeWord;
+  if (__atomic_load_n(&rArea.seen, __ATOMIC_RELAXED) == seen) return;
+
+  char text[2] = {};
+  DWORD type = 0;
+  DWORD size = sizeof text;
+  const LONG result =
+      RegQueryValueExA(facility.moduleKey, rArea.name, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+  const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+  const char* found = letter ? std::strchr(LETTERS, letter) : nullptr;
+  if (result == ERROR_SUCCESS && type == REG_SZ && found) {
+    __atomic_store_n(&rArea.level, static_cast<LONG>(found - LETTERS), __ATOMIC_RELAXED);
+  } else {
+    const char current[2] = {LETTERS[rArea.level], 0};
+    RegSetValueExA(facility.moduleKey, rArea.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(current),
+                   sizeof current);
+  }
+  __atomic_store_n(&rArea.seen, seen, __ATOMIC_RELAXED);
+}
+
+bool AreaAdmits(const TraceArea& area, int level) {
+  const LONG current = __atomic_load_n(&area.level, __ATOMIC_RELAXED);
+  return current != TRACE_NONE && level <= current;
+}
+
+bool RefreshAndTest(TraceArea& area, int level) {
+  const LastErrorKeeper keeper;
+  const FacilityLock lock;
+  RefreshArea(area);
+  return AreaAdmits(area, level < 0 ? 0 : level);
+}
+
+}  // namespace trace_detail
+
+using namespace trace_detail;
+
+bool TraceFacilityBuild() {
+  return EnsureBuilt();
+}
+
+void TraceFacilityOwnTearDown() {
+  tearDownIsOwned = true;
+}
+
+void TraceFacilityTearDown() {
+  const LastErrorKeeper keeper;
+  if (!EnsureBuilt()) return;
+  {
+    // Whoever is writing a line finishes it; whoever comes later finds the facility torn down.
+    const FacilityLock lock;
+    facility.state = TORN_DOWN;
+    changeWord = &unknownWord;
+    CloseOutput();
+    if (facility.moduleKey) RegCloseKey(facility.moduleKey);
+    facility.moduleKey = nullptr;
+  }
+  DeleteCriticalSection(&facility.lock);
+}
+
+void TraceAreaRegister(TraceArea& area) {
+  const LastErrorKeeper keeper;
+  const FacilityLock lock;
+  RefreshArea(area);
+}
+
+void TraceSetSink(TraceSink sink, void* context, char policy) {
+  const LastErrorKeeper keeper;
+  const FacilityLock lock;
+  facility.sink = sink;
+  facility.sinkContext = context;
+  facility.sinkPolicy = policy;
+}
+
+}  // namespace orm

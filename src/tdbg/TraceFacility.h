@@ -1,0 +1,126 @@
+// The one trace facility object of a module, and what its sources share.
+#pragma once
+
+#include <ormutil/Trace.h>
+
+namespace orm::trace_detail {
+
+// In bytes, terminators included.
+inline constexpr size_t MODULE_NAME_SIZE = 16;
+inline constexpr size_t FORMAT_SIZE = 96;
+inline constexpr size_t TARGET_SIZE = 260;
+inline constexpr size_t HEADER_SIZE = 256;
+inline constexpr size_t LINE_SIZE = 256;
+inline constexpr size_t LINE_TEXT = 253;  // without the line ending
+inline constexpr size_t SCOPE_MESSAGE_SIZE = 1025;
+
+inline constexpr const char* DEBUGGER_TARGET = "<dbglog>";
+inline constexpr const char* GLOBAL_KEY = "SOFTWARE\\tdbg_trace\\1.0";
+
+enum State : int { NOT_BUILT = 0, READY = 1, TORN_DOWN = 2 };
+
+// Everything is plain data with constant initial values: lines may be traced before the module's own
+// initialisation has begun and after its end.
+struct TraceFacility {
+  char moduleName[MODULE_NAME_SIZE];
+  char modulePath[TARGET_SIZE];
+  HKEY moduleKey;
+  char format[FORMAT_SIZE];
+  char target[TARGET_SIZE];
+  bool blockTimes;
+  char policy;  // 0: none was read
+  HANDLE logFile;
+  HANDLE fileMutex;
+  HANDLE timeBaseMapping;
+  volatile DWORD* pSharedTimeBase;
+  DWORD timeBase;
+  char pending[LINE_SIZE];  // the header of a line begun by TraceBegin
+  CRITICAL_SECTION lock;
+  int state;
+  TraceSink sink;
+  void* sinkContext;
+  char sinkPolicy;
+};
+
+extern TraceFacility facility;
+
+// Builds the facility unless that has been done; true while it is ready.
+bool EnsureBuilt();
+
+// Reads the configuration from the registry into the facility and leaves the module key open.
+void ReadConfiguration();
+// Opens the log file and its mutex when the target is a file.
+void OpenTarget();
+// Joins the time base that all processes share.
+void OpenTimeBase();
+void CloseOutput();
+bool TargetIsDebugger();
+
+// Brings the area's level up to date, under the lock.
+void RefreshArea(TraceArea& rArea);
+bool AreaAdmits(const TraceArea& area, int level);
+
+// Both halves of a line; the buffer holds LINE_SIZE bytes. The header's length is returned.
+size_t FormatHeader(char* buffer, const TraceArea& area, int level, const char* file, int line);
+// Appends the message, cuts, ends the line and writes it.
+void FinishLine(char* buffer, size_t headerLength, const char* format, va_list arguments);
+
+// The area of failed assertions; it is always on and not configured.
+extern TraceArea areaAssert;
+
+// What the policy answers to a failed condition: IDABORT, IDRETRY, IDIGNORE, or 0 when the user could not be
+// asked.
+int ApplyPolicy(const char* condition, const char* file, int line);
+// Ends the process when that was the answer; true when the caller must break into the debugger.
+bool ObeyAnswer(int answer);
+
+// The last error of the caller, put back at the end of every trace call.
+class LastErrorKeeper {
+ public:
+  LastErrorKeeper() : mError(GetLastError()) {}
+  ~LastErrorKeeper() { SetLastError(mError); }
+  LastErrorKeeper(const LastErrorKeeper&) = delete;
+  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+ private:
+  DWORD mError;
+};
+
+// Holds the facility's lock while the facility is ready.
+class FacilityLock {
+ public:
+  FacilityLock() : mHeld(EnsureBuilt()) {
+    if (mHeld) EnterCriticalSection(&facility.lock);
+  }
+  ~FacilityLock() { Leave(); }
+  FacilityLock(const FacilityLock&) = delete;
+  FacilityLock& operator=(const FacilityLock&) = delete;
+
+  void Leave() {
+    if (mHeld) LeaveCriticalSection(&facility.lock);
+    mHeld = false;
+  }
+  // Leaves the lock held beyond this object.
+  void Keep() { mHeld = false; }
+  bool IsHeld() const { return mHeld; }
+
+ private:
+  bool mHeld;
+};
+
+// A null access list: open to every user and process.
+class OpenToAll {
+ public:
+  OpenToAll() {
+    InitializeSecurityDescriptor(&mDescriptor, SECURITY_DESCRIPTOR_REVISION);
+    SetSecurityDescriptorDacl(&mDescriptor, true, nullptr, false);
+    mAttributes = {sizeof mAttributes, &mDescriptor, false};
+  }
+  operator SECURITY_ATTRIBUTES*() { return &mAttributes; }
+
+ private:
+  SECURITY_DESCRIPTOR mDescriptor;
+  SECURITY_ATTRIBUTES mAttributes;
+};
+
+}  // namespace orm::trace_detail

@@ -1,0 +1,197 @@
+// Lines: their header, their message, and where they go.
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "TraceFacility.h"
+
+namespace orm {
+
+namespace trace_detail {
+
+namespace {
+
+constexpr const char* TIME_BASE_NAME = "ph:tdbg_trace:timebase";
+constexpr const char* FILE_MUTEX_SUFFIX = "ph:tdbg_trace:fileprotect";
+
+// All processes count line times from the moment the first of them started; the first to find the clock
+// behind that moment (it wraps after 49 days) starts anew.
+DWORD ElapsedMilliseconds() {
+  const DWORD now = GetTickCount();
+  if (facility.pSharedTimeBase) facility.timeBase = *facility.pSharedTimeBase;
+  if (now < facility.timeBase) {
+    facility.timeBase = now;
+    if (facility.pSharedTimeBase) *facility.pSharedTimeBase = now;
+  }
+  return now - facility.timeBase;
+}
+
+const char* NameWithoutFolders(const char* path) {
+  if (!path) return "";
+  if (const char* last = std::strrchr(path, '\\')) return last + 1;
+  if (const char* last = std::strrchr(path, '/')) return last + 1;
+  return path;
+}
+
+void WriteToFile(const char* line, DWORD length) {
+  if (!facility.logFile) return;
+  const DWORD wait = WaitForSingleObject(facility.fileMutex, INFINITE);
+  SetFilePointer(facility.logFile, 0, nullptr, FILE_END);
+  DWORD written = 0;
+  WriteFile(facility.logFile, line, length, &written, nullptr);
+  // An abandoned mutex is ours as well: whoever died holding it had at most left a line unwritten.
+  if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) ReleaseMutex(facility.fileMutex);
+}
+
+void Output(const char* line, size_t length) {
+  if (facility.sink) {
+    facility.sink(facility.sinkContext, line);
+  } else if (TargetIsDebugger()) {
+    OutputDebugStringA(line);
+  } else {
+    WriteToFile(line, static_cast<DWORD>(length));
+  }
+}
+
+int Clamp(int level) {
+  return level < TRACE_ERROR ? TRACE_ERROR : level > TRACE_NONE ? TRACE_NONE : level;
+}
+
+}  // namespace
+
+bool TargetIsDebugger() {
+  return _stricmp(facility.target, DEBUGGER_TARGET) == 0;
+}
+
+void OpenTarget() {
+  if (TargetIsDebugger()) return;
+  OpenToAll open;
+  const HANDLE file =
+      CreateFileA(facility.target, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, open, OPEN_ALWAYS,
+                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return;
+  facility.logFile = file;
+
+  char name[TARGET_SIZE + 32];
+  std::snprintf(name, sizeof name, "%s%s", facility.target, FILE_MUTEX_SUFFIX);
+  for (char* p = name; *p; ++p) {
+    if (*p == '\\') *p = '/';
+  }
+  facility.fileMutex = CreateMutexA(open, true, name);
+  // An existing mutex is not ours by creation: releasing it then fails harmlessly.
+  if (facility.fileMutex) ReleaseMutex(facility.fileMutex);
+}
+
+void OpenTimeBase() {
+  facility.timeBase = GetTickCount();
+  OpenToAll open;
+  facility.timeBaseMapping =
+      CreateFileMappingA(INVALID_HANDLE_VALUE, open, PAGE_READWRITE, 0, sizeof(DWORD), TIME_BASE_NAME);
+  const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
+  if (!facility.timeBaseMapping) return;
+  facility.pSharedTimeBase = static_cast<volatile DWORD*>(
+      MapViewOfFile(facility.timeBaseMapping, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(DWORD)));
+  if (!facility.pSharedTimeBase) return;
+  if (existed) {
+    facility.timeBase = *facility.pSharedTimeBase;
+  } else {
+    *facility.pSharedTimeBase = facility.timeBase;
+  }
+}
+
+void CloseOutput() {
+  if (facility.pSharedTimeBase) UnmapViewOfFile(const_cast<DWORD*>(facility.pSharedTimeBase));
+  if (facility.timeBaseMapping) CloseHandle(facility.timeBaseMapping);
+  if (facility.fileMutex) CloseHandle(facility.fileMutex);
+  if (facility.logFile) CloseHandle(facility.logFile);
+  facility.pSharedTimeBase = nullptr;
+  facility.timeBaseMapping = facility.fileMutex = facility.logFile = nullptr;
+}
+
+size_t FormatHeader(char* buffer, const TraceArea& area, int level, const char* file, int line) {
+  const DWORD elapsed = ElapsedMilliseconds();
+  char timeOfDay[32] = {};
+  GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, TIME_NOSECONDS, nullptr, nullptr, timeOfDay, sizeof timeOfDay);
+  const auto text = [](const char* value) { return reinterpret_cast<DWORD_PTR>(value); };
+  DWORD_PTR inserts[] = {text(facility.moduleName),
+                         text(area.name),
+                         static_cast<DWORD_PTR>("ewdtln"[level]),
+                         GetCurrentProcessId(),
+                         GetCurrentThreadId(),
+                         elapsed / 1000,
+                         elapsed % 1000,
+                         text(timeOfDay),
+                         text(NameWithoutFolders(file)),
+                         static_cast<DWORD_PTR>(line)};
+  static_assert(std::size(inserts) == 10);
+  const DWORD length = FormatMessageA(
+      FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+      facility.format, 0, 0, buffer, HEADER_SIZE, reinterpret_cast<va_list*>(inserts));
+  buffer[length] = 0;
+  return length;
+}
+
+void FinishLine(char* buffer, size_t headerLength, const char* format, va_list arguments) {
+  size_t length = headerLength;
+  if (length < LINE_TEXT) {
+    const int message = std::vsnprintf(buffer + length, LINE_TEXT - length + 1, format, arguments);
+    if (message > 0) length += static_cast<size_t>(message);
+  }
+  if (length > LINE_TEXT) length = LINE_TEXT;
+  while (length > 0 && (buffer[length - 1] == '\n' || buffer[length - 1] == '\r')) --length;
+  std::memcpy(buffer + length, "\r\n", 3);
+  Output(buffer, length + 2);
+}
+
+void Write(TraceArea& area, int level, bool raiseAssertion, const char* file, int line, const char* format,
+           ...) {
+  const LastErrorKeeper keeper;
+  level = Clamp(level);
+  FacilityLock lock;
+  RefreshArea(area);
+  if (!AreaAdmits(area, level)) return;
+
+  char buffer[LINE_SIZE];
+  const size_t header = FormatHeader(buffer, area, level, file, line);
+  va_list arguments;
+  va_start(arguments, format);
+  FinishLine(buffer, header, format, arguments);
+  va_end(arguments);
+  if (!raiseAssertion) return;
+
+  char message[SCOPE_MESSAGE_SIZE];
+  va_start(arguments, format);
+  std::vsnprintf(message, sizeof message, format, arguments);
+  va_end(arguments);
+  const int answer = ApplyPolicy(message, file, line);
+  lock.Leave();
+  ObeyAnswer(answer);
+}
+
+}  // namespace trace_detail
+
+using namespace trace_detail;
+
+bool TraceBegin(TraceArea& area, int level, const char* file, int line) {
+  if (!Passes(area, level)) return false;
+  const LastErrorKeeper keeper;
+  level = Clamp(level);
+  FacilityLock lock;
+  if (!lock.IsHeld()) return false;
+  RefreshArea(area);
+  if (!AreaAdmits(area, level)) return false;
+  FormatHeader(facility.pending, area, level, file, line);
+  lock.Keep();
+  return true;
+}
+
+void TraceEnd(const char* format, ...) {
+  const LastErrorKeeper keeper;
+  va_list arguments;
+  va_start(arguments, format);
+  FinishLine(facility.pending, std::strlen(facility.pending), format, arguments);
+  va_end(arguments);
+  LeaveCriticalSection(&facility.lock);
+}
+
+}  // namespace orm
