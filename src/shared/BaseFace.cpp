@@ -19,7 +19,9 @@ bool FaceId::HasText(const char* text) const {
 
 void ThrowFaceNotSupportedError(const char* faceId) {
   Error error;
-  error.AddLayer(0xE7230002, FormatInserts("The interface '%1' is not supported.", faceId), false);
+  error.AddLayer(0xE7230002,
+                 BaseString<MbcsTraits>::FormatInserts("The interface '%1' is not supported.", faceId),
+                 false);
   throw error;
 }
 

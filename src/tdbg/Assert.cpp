@@ -19,8 +19,8 @@ using MessageBoxFunction = int(WINAPI*)(HWND, LPCSTR, LPCSTR, UINT);
 // The windowing library is looked up at this moment, so that the facility does not depend on it.
 int AskUser(const char* condition, const char* file, int line) {
   const HMODULE library = LoadLibraryA("USER32.DLL");
-  const auto messageBox =
-      library ? reinterpret_cast<MessageBoxFunction>(GetProcAddress(library, "MessageBoxA")) : nullptr;
+  const auto messageBox = reinterpret_cast<MessageBoxFunction>(
+      reinterpret_cast<void*>(library ? GetProcAddress(library, "MessageBoxA") : nullptr));
   int answer = IDRETRY;
   if (messageBox) {
     char program[TARGET_SIZE] = {};

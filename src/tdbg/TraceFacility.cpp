@@ -46,7 +46,7 @@ void TakeModuleName(const char* path) {
 // The module is the loaded image that holds the facility object.
 void FindModule() {
   MEMORY_BASIC_INFORMATION information{};
-  std::strcpy(facility.moduleName, "<???>");
+  std::strcpy(facility.moduleName, "<?\?\?>");
   if (VirtualQuery(&facility, &information, sizeof information) == 0 || information.AllocationBase == nullptr)
     return;
   const auto module = static_cast<HMODULE>(information.AllocationBase);
