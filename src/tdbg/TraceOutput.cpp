@@ -60,7 +60,8 @@ int Clamp(int level) {
 }  // namespace
 
 bool TargetIsDebugger() {
-  return _stricmp(facility.target, DEBUGGER_TARGET) == 0;
+  return _mbsicmp(reinterpret_cast<const unsigned char*>(facility.target),
+                  reinterpret_cast<const unsigned char*>(DEBUGGER_TARGET)) == 0;
 }
 
 void OpenTarget() {
