@@ -1,0 +1,172 @@
+// Operations on any two property bags, and the exported form of a bag.
+#include <ormutil/Error.h>
+#include <ormutil/Properties.h>
+
+#include <algorithm>
+
+#include "PropertyErrors.h"
+
+namespace orm {
+
+namespace {
+
+constexpr const char* kSource = "src/shared/Properties";
+constexpr DWORD kVersion = 0x80000001;
+
+[[noreturn]] void ThrowBadData(const String& message, const char* suggestion) {
+  Error error(kPropertyDataBad, message);
+  if (suggestion) error.SetSuggestion(suggestion);
+  throw error;
+}
+
+void WriteValue(WriteArchive& archive, const Properties& bag, const String& name,
+                Properties::PropertyType type) {
+  switch (type) {
+    case Properties::TYPE_NUMBER:
+      archive << bag.GetNumber(name);
+      break;
+    case Properties::TYPE_STRING:
+      archive << bag.GetString(name);
+      break;
+    case Properties::TYPE_BINARY:
+      archive << bag.GetBinary(name);
+      break;
+    default:
+      ORM_FORCED_ASSERT(kSource, __LINE__);
+  }
+}
+
+// Tells whether the bag has any properties.
+bool WriteBag(WriteArchive& archive, const Properties& bag) {
+  archive << kVersion;
+  const std::vector<String> names = bag.EnumProperties();
+  archive << static_cast<DWORD>(names.size());
+  for (const String& name : names) {
+    archive << name;
+    const Properties::PropertyType type = bag.GetType(name);
+    archive << static_cast<DWORD>(type);
+    WriteValue(archive, bag, name, type);
+  }
+  return !names.empty();
+}
+
+template <class Payload>
+Payload ReadPayload(ReadArchive& archive) {
+  Payload result{};
+  archive >> result;
+  return result;
+}
+
+void ReadProperty(ReadArchive& archive, Properties& bag) {
+  const auto name = ReadPayload<String>(archive);
+  switch (ReadPayload<DWORD>(archive)) {
+    case Properties::TYPE_NUMBER:
+      return bag.SetNumber(name, ReadPayload<DWORD>(archive));
+    case Properties::TYPE_STRING:
+      return bag.SetString(name, ReadPayload<String>(archive));
+    case Properties::TYPE_BINARY:
+      return bag.SetBinary(name, ReadPayload<Binary>(archive));
+    default:
+      ORM_FORCED_ASSERT(kSource, __LINE__);
+      ThrowBadData("Unknown data format or data are corrupted.", nullptr);
+  }
+}
+
+void ReadBag(ReadArchive& archive, Properties& bag) {
+  const auto version = ReadPayload<DWORD>(archive);
+  if (version != kVersion) {
+    ThrowBadData(
+        String::FormatInserts("Incompatible version (0x%1!x!) of external data was detected.", version),
+        "Make sure that you are not mixing incompatible versions of this software.");
+  }
+  // The count is not trusted with memory: an entry is set as it is read, and a count that lies ends with the
+  // data.
+  for (auto left = ReadPayload<DWORD>(archive); left > 0; --left) ReadProperty(archive, bag);
+}
+
+// Whether the property, which both bags have with this type, has the same value in both.
+bool HasEqualValue(const Properties& mine, const Properties& other, const String& name,
+                   Properties::PropertyType type, bool caseSensitive) {
+  switch (type) {
+    case Properties::TYPE_NUMBER: {
+      const DWORD theirs = other.GetNumber(name);
+      return mine.GetNumber(name) == theirs;
+    }
+    case Properties::TYPE_STRING: {
+      const String theirs = other.GetString(name);
+      const String ours = mine.GetString(name);
+      return (caseSensitive ? ours.Compare(theirs.GetBegin()) : ours.CompareNoCase(theirs.GetBegin())) == 0;
+    }
+    case Properties::TYPE_BINARY: {
+      const Binary theirs = other.GetBinary(name);
+      return mine.GetBinary(name).RawCompare(theirs.GetData(), theirs.GetSize()) == 0;
+    }
+    default:
+      ORM_FORCED_ASSERT(kSource, __LINE__);
+      return true;
+  }
+}
+
+void CopyProperty(const Properties& from, Properties& to, const String& name) {
+  switch (from.GetType(name)) {
+    case Properties::TYPE_NUMBER:
+      return to.SetNumber(name, from.GetNumber(name));
+    case Properties::TYPE_STRING:
+      return to.SetString(name, from.GetString(name));
+    case Properties::TYPE_BINARY:
+      return to.SetBinary(name, from.GetBinary(name));
+    default:
+      ORM_FORCED_ASSERT(kSource, __LINE__);
+  }
+}
+
+}  // namespace
+
+Properties::~Properties() = default;
+
+void Properties::Merge(const Properties& other, const std::vector<BaseString<MbcsTraits>>& names,
+                       bool excludeNames) {
+  for (const String& name : other.EnumProperties()) {
+    const bool listed = std::any_of(names.begin(), names.end(), [&name](const String& candidate) {
+      return candidate.Compare(name.GetBegin()) == 0;
+    });
+    if (listed != excludeNames) CopyProperty(other, *this, name);
+  }
+}
+
+bool Properties::IsSubsetOf(const Properties& other, bool caseSensitive) const {
+  const std::vector<String> names = EnumProperties();
+  return std::all_of(names.begin(), names.end(), [&](const String& name) {
+    const PropertyType type = GetType(name);
+    return other.GetType(name) == type && HasEqualValue(*this, other, name, type, caseSensitive);
+  });
+}
+
+WriteArchive& operator<<(WriteArchive& archive, const Properties& bag) {
+  WriteBag(archive, bag);
+  return archive;
+}
+
+ReadArchive& operator>>(ReadArchive& archive, Properties& bag) {
+  try {
+    ReadBag(archive, bag);
+  } catch (Error& error) {
+    error.AddLayer(kPropertyDataBad, "Failed to deserialize properties from external data.");
+    throw;
+  }
+  return archive;
+}
+
+Binary Properties::Export() const {
+  Binary result;
+  WriteArchive archive(result);
+  return WriteBag(archive, *this) ? result : Binary();
+}
+
+void Properties::Import(const Binary& data) {
+  if (data.GetSize() == 0) return;
+  ReadArchive archive(data);
+  archive >> *this;
+}
+
+}  // namespace orm
