@@ -1,0 +1,32 @@
+// Registering the classes of a factory.
+#include "ClassFactoryRegistration.h"
+
+#include "ClassErrors.h"
+#include "ClassManagerImpl.h"
+#include "ClassSource.h"
+
+namespace orm {
+
+void FactoryRegistration::Register() {
+  std::vector<ClassDescription> descriptions;
+  CallSource([&] { mpFactory->EnumClasses(descriptions); });
+  const std::vector<ClassRecord> records = NormalizeClasses(descriptions);
+  if (records.empty()) throw Error(ERROR_NO_CLASSES, "The factory doesn't export any class.");
+  mrManager.RegisterClasses(records, this, nullptr, mRegistrations);
+}
+
+bool FactoryRegistration::DropUse() {
+  if (--mUseCount != 0) return false;
+  mrManager.UnregisterClasses(mRegistrations);
+  return true;
+}
+
+void FactoryRegistration::CreateInstance(const String& classId, FacePtr<BaseFace>& rObject) {
+  CallSource([&] { mpFactory->CreateInstance(classId, rObject); });
+}
+
+FactoryRegistration::~FactoryRegistration() {
+  mrManager.UnregisterClasses(mRegistrations);
+}
+
+}  // namespace orm

@@ -1,0 +1,242 @@
+// The manager's life, creation of objects, enumeration, and its periodic work.
+#include "Areas.h"
+#include "ClassDirectory.h"
+#include "ClassErrors.h"
+#include "ClassFactoryRegistration.h"
+#include "ClassInfoImpl.h"
+#include "ClassLibrary.h"
+#include "ClassManagerImpl.h"
+#include "ClassPathInfo.h"
+#include "ModuleFrame.h"
+
+#include <algorithm>
+#include <new>
+
+namespace orm {
+
+namespace {
+
+constexpr const char* FILE_NAME = "src/shared/ClassManager";
+
+constexpr DWORD SYNCHRONIZE_INTERVAL = 3000;  // milliseconds
+constexpr DWORD UNLOAD_INTERVAL = 5000;
+
+// Storage of the one manager, built and destroyed by the module frame.
+alignas(ClassManagerImpl) constinit unsigned char gsStorage[sizeof(ClassManagerImpl)] = {};
+// Set for as long as the manager may be called, which includes its own constructor and destructor: libraries
+// that are listed there may ask for it.
+constinit ClassManagerImpl* gspManager = nullptr;
+
+// Marks a pass that calls components, which may call the manager, so that no second one begins within it.
+class Running {
+ public:
+  explicit Running(bool& rFlag) : mrFlag(rFlag) { mrFlag = true; }
+  ~Running() { mrFlag = false; }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+ private:
+  bool& mrFlag;
+};
+
+}  // namespace
+
+void BuildClassManager() {
+  new (gsStorage) ClassManagerImpl();
+}
+
+void DestroyClassManager() {
+  if (gspManager) gspManager->~ClassManagerImpl();
+}
+
+ClassManager* GetClassMgr() {
+  return ClassManagerImpl::GetCurrent();
+}
+
+ClassManagerImpl* ClassManagerImpl::GetCurrent() {
+  return gspManager;
+}
+
+ClassManagerImpl::ClassManagerImpl() : mRegistry(GetTickCount()) {
+  gspManager = this;
+  InitializeCriticalSection(&mLock);
+  mShared.Open();
+  mLastSynchronization = mLastUnload = mRegistry.GetStamp();
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Constructor");
+  Register(FacePtr<ClassFactory>::Adopt(new PathInfo()));
+  RegisterDefaults();
+}
+
+ClassManagerImpl::~ClassManagerImpl() {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Destructor");
+  UnloadLibraries(true);
+  // Each list is empty before what it held goes, since that may call the manager once more.
+  std::exchange(mFactories, {}).clear();
+  std::exchange(mDirectories, {}).clear();
+  mRegistry.Clear();
+  mShared.Close();
+  gspManager = nullptr;
+  DeleteCriticalSection(&mLock);
+}
+
+BaseFace* ClassManagerImpl::QueryFace(const char* faceId) {
+  return FaceId(faceId).Names<BaseFace>() ? static_cast<BaseFace*>(this) : nullptr;
+}
+
+FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const String& faceId) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "CreateInstance(%s, %s)",
+                         classId.GetBegin(), faceId.GetBegin());
+  try {
+    const FacePtr<BaseFace> object = MakeObject(classId);
+    if (!object) throw Error(ERROR_CLASS_NOT_REGISTERED, "The class is not registered.");
+    auto face = FacePtr<BaseFace>::Adopt(object->QueryFace(faceId.GetBegin()));
+    if (!face) ThrowFaceNotSupportedError(faceId.GetBegin());
+    return face;
+  } catch (Error& error) {
+    error.AddLayer(
+        ERROR_LAYER_BELOW,
+        String::FormatInserts("Cannot create instance of class '%1' with interface '%2'.", classId, faceId));
+    throw;
+  }
+}
+
+// Empty when the class has no source or its source makes nothing.
+FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId) {
+  FacePtr<BaseFace> object;
+  ClassLock lock(mLock);
+  Synchronize();
+  const ClassEntry* pEntry = mRegistry.Find(classId);
+  if (!pEntry) return object;
+  const Registration& registration = *pEntry->GetCurrent();
+  if (registration.mpFactory) {
+    const FacePtr<FactoryRegistration> source(registration.mpFactory);
+    const ClassUnlock unlocked(lock);
+    source->CreateInstance(classId, object);
+  } else {
+    const FacePtr<LibraryIntl> source(registration.mpLibrary);
+    source->Load(nullptr);
+    const LibraryIntl::Creation creation(*source);
+    const ClassUnlock unlocked(lock);
+    source->CreateInstance(classId, object);
+  }
+  return object;
+}
+
+FacePtr<ClassInfo> ClassManagerImpl::GetClassInfo(const String& classId) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetClassInfo(%s)",
+                         classId.GetBegin());
+  try {
+    const ClassLock lock(mLock);
+    Synchronize();
+    ClassEntry* pEntry = mRegistry.Find(classId);
+    if (!pEntry) throw Error(ERROR_CLASS_NOT_REGISTERED, "The class is not registered.");
+    return FacePtr<ClassInfo>::Adopt(new ClassInfoImpl(*this, *pEntry));
+  } catch (Error& error) {
+    error.AddLayer(ERROR_LAYER_BELOW,
+                   String::FormatInserts("Cannot get information about class '%1'.", classId));
+    throw;
+  }
+}
+
+bool ClassManagerImpl::IsClassRegistered(const String& classId) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "IsClassRegistered(%s)",
+                         classId.GetBegin());
+  const ClassLock lock(mLock);
+  Synchronize();
+  return mRegistry.Find(classId) != nullptr;
+}
+
+// The test is asked about the faces of each registered class.
+template <class Test>
+void ClassManagerImpl::EnumClassesThatPass(std::vector<String>& rClassIds, Test test) {
+  const ClassLock lock(mLock);
+  Synchronize();
+  rClassIds.clear();
+  rClassIds.reserve(mRegistry.GetEntries().size());
+  for (const auto& [id, entry] : mRegistry.GetEntries()) {
+    const Registration* pCurrent = entry->GetCurrent();
+    if (pCurrent && test(pCurrent->mFaces)) rClassIds.push_back(id.text);
+  }
+}
+
+void ClassManagerImpl::EnumClasses(const std::vector<String>& faceIds, std::vector<String>& classIds) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "EnumClasses() v.3");
+  EnumClassesThatPass(classIds, [&faceIds](const auto& faces) { return HasFaces(faces, faceIds); });
+}
+
+void ClassManagerImpl::EnumClasses(const String& faceId, std::vector<String>& classIds) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "EnumClasses(%s) v.2",
+                         faceId.GetBegin());
+  EnumClassesThatPass(classIds, [&faceId](const auto& faces) { return FindFace(faces, faceId) != nullptr; });
+}
+
+void ClassManagerImpl::EnumClasses(std::vector<String>& classIds) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "EnumClasses() v.1");
+  EnumClassesThatPass(classIds, [](const auto&) { return true; });
+}
+
+DWORD ClassManagerImpl::GetRegistrationStamp() {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetRegistrationStamp()");
+  const ClassLock lock(mLock);
+  Synchronize();
+  return mRegistry.GetStamp();
+}
+
+void ClassManagerImpl::RegisterClasses(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
+                                       LibraryIntl* pLibrary, RegistrationSet& rSet) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "RegisterClasses()");
+  mRegistry.Register(records, pFactory, pLibrary, rSet);
+}
+
+void ClassManagerImpl::UnregisterClasses(RegistrationSet& rSet) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "UnregisterClasses()");
+  mRegistry.Unregister(rSet);
+}
+
+DWORD ClassManagerImpl::GetNewCookie() {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetNewCookie()");
+  return ++mCookie;
+}
+
+bool ClassManagerImpl::GetShared(FacePtr<BaseFace>& rLock) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetShared()");
+  if (!mShared.IsAvailable()) return false;
+  rLock = &mShared;
+  return true;
+}
+
+void ClassManagerImpl::Synchronize() {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Synchronize()");
+  DWORD now = GetTickCount();
+  if (now - mLastSynchronization >= SYNCHRONIZE_INTERVAL && !mSynchronizing) {
+    SynchronizeDirectories();
+    now = GetTickCount();
+  }
+  if (now - mLastUnload >= UNLOAD_INTERVAL) static_cast<ClassManager*>(this)->UnloadLibraries(false);
+}
+
+void ClassManagerImpl::SynchronizeDirectories() {
+  const Running running(mSynchronizing);
+  for (const auto& directory : std::vector(mDirectories)) directory->Synchronize();
+  for (const auto& directory : std::vector(mDirectories)) RemoveIfEmpty(directory);
+  mLastSynchronization = GetTickCount();
+}
+
+void ClassManagerImpl::UnloadLibraries(bool force) {
+  const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "UnloadLibraries(%i)",
+                         static_cast<int>(force));
+  const ClassLock lock(mLock);
+  if (mUnloading) return;
+  const Running running(mUnloading);
+  // A freed library may have held the last objects of another one, so go on until nothing more is freed.
+  for (bool freed = true; freed;) {
+    freed = false;
+    for (const auto& directory : std::vector(mDirectories)) {
+      freed |= directory->UnloadLibraries(force);
+      RemoveIfEmpty(directory);
+    }
+  }
+  mLastUnload = GetTickCount();
+}
+
+}  // namespace orm

@@ -1,0 +1,63 @@
+// The files that a mask includes.
+#include "ClassMask.h"
+
+#include <ormutil/Error.h>
+
+#include "Areas.h"
+#include "ClassDirectory.h"
+
+namespace orm {
+
+namespace {
+
+constexpr const char* FILE_NAME = "src/shared/ClassMask";
+
+void DropUses(std::vector<FacePtr<LibraryIntl>> libraries) {
+  for (const auto& library : libraries) library->DropUse();
+}
+
+}  // namespace
+
+void MaskIntl::Register() {
+  const TraceScope scope(areaClassManagerMask, TRACE_TRACE, FILE_NAME, __LINE__, "Register()");
+  Libraries found;
+  try {
+    FindLibraries(found);
+  } catch (const Error&) {
+    DropUses(std::move(found));
+    Unregister();
+    throw;
+  }
+  // The new uses were taken before the old ones go, so a library that is in both lists stays registered.
+  Unregister();
+  mLibraries = std::move(found);
+}
+
+void MaskIntl::FindLibraries(Libraries& rLibraries) {
+  if (!mMask.HasWildcards()) {
+    rLibraries.push_back(mrDirectory.GetLibrary(mMask.GetText()));
+    return;
+  }
+  std::vector<String> names;
+  mrDirectory.GetPath().Enumerate(mMask.GetText(), 0, FILE_ATTRIBUTE_DIRECTORY, names);
+  for (const String& name : names) {
+    try {
+      rLibraries.push_back(mrDirectory.GetLibrary(name));
+    } catch (const Error&) {
+      // No component library, or none that can be listed now.
+    }
+  }
+}
+
+void MaskIntl::Unregister() {
+  const TraceScope scope(areaClassManagerMask, TRACE_TRACE, FILE_NAME, __LINE__, "Unregister()");
+  DropUses(std::exchange(mLibraries, {}));
+}
+
+bool MaskIntl::DropUse() {
+  if (--mUseCount != 0) return false;
+  Unregister();
+  return true;
+}
+
+}  // namespace orm

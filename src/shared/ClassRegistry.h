@@ -1,0 +1,107 @@
+// Which classes exist and which source makes their objects.
+#pragma once
+
+#include <ormutil/FacePtr.h>
+
+#include <list>
+#include <map>
+#include <string_view>
+#include <unordered_map>
+
+#include "ClassRecord.h"
+
+namespace orm {
+
+class ClassEntry;
+class FactoryRegistration;
+class LibraryIntl;
+
+// One class as one source offers it. Exactly one of factory and library is set; both outlive the
+// registration.
+struct Registration final : FaceObject<BaseFace> {
+  ClassEntry* mpEntry = nullptr;
+  Binary mClassData;
+  std::vector<FaceRecord> mFaces;
+  FactoryRegistration* mpFactory = nullptr;
+  LibraryIntl* mpLibrary = nullptr;
+};
+
+using Registrations = std::list<FacePtr<Registration>>;
+
+// One class id. Lives while it has registrations or somebody asks about it (ClassInfo).
+class ClassEntry final : public FaceObject<BaseFace> {
+ public:
+  explicit ClassEntry(const HashedId& id) : mId(id) {}
+
+  const HashedId& GetId() const { return mId; }
+  // The registration that makes the objects; null when there is none.
+  const Registration* GetCurrent() const {
+    return mRegistrations.empty() ? nullptr : mRegistrations.front().Get();
+  }
+
+ private:
+  friend class ClassRegistry;
+
+  // Where a registration of that source belongs: a factory's at the front; a library's behind all factories
+  // and before the first library whose file is not newer, so that the newest file wins, and the later
+  // registration of two of the same time.
+  Registrations::iterator FindPlace(const LibraryIntl* pLibrary);
+
+  const HashedId mId;
+  Registrations mRegistrations;
+  DWORD mExternalReferences = 0;
+};
+
+// The registrations that one source made, so that it can take back exactly its own.
+struct RegistrationSet {
+  struct Item {
+    FacePtr<ClassEntry> entry;
+    Registrations::iterator position;
+  };
+  std::vector<Item> items;
+};
+
+// Used under the class manager's lock.
+class ClassRegistry {
+ public:
+  using Entries = std::map<HashedId, FacePtr<ClassEntry>>;
+
+  explicit ClassRegistry(DWORD stamp) : mStamp(stamp) {}
+
+  // Adds the source's classes, then removes what `rSet` held before: a class that the source still offers
+  // never drops out in between. `rSet` holds the new registrations afterwards.
+  void Register(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory, LibraryIntl* pLibrary,
+                RegistrationSet& rSet);
+  void Unregister(RegistrationSet& rSet);
+
+  // Null when the class has no source.
+  ClassEntry* Find(const String& classId) const;
+  // In the order of ids; some may have no current registration.
+  const Entries& GetEntries() const { return mEntries; }
+
+  void AddExternalReference(ClassEntry& rEntry) { ++rEntry.mExternalReferences; }
+  void DropExternalReference(ClassEntry& rEntry);
+
+  void Clear() {
+    mIndex.clear();
+    mEntries.clear();
+  }
+
+  // Changes whenever the set of classes changes; never 0.
+  DWORD GetStamp() {
+    if (mStamp == 0) mStamp = 1;
+    return mStamp;
+  }
+
+ private:
+  ClassEntry& FindOrAdd(const HashedId& id);
+  void RemoveIfUnused(const ClassEntry& entry);
+
+  Entries mEntries;
+  // The same entries by text, for look-ups: ids of one length and the same letters share their hash, so the
+  // order of ids is a poor index. The keys are the entries' own texts.
+  std::unordered_map<std::string_view, ClassEntry*> mIndex;
+  DWORD mStamp;
+};
+
+}  // namespace orm
