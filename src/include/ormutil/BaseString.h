@@ -183,13 +183,13 @@ class BaseString {
   [[gnu::format(printf, 2, 3)]] void Format(const char* formatString, ...) requires std::same_as<Char, char> {
     va_list arguments;
     va_start(arguments, formatString);
-    FormatV(formatString, arguments);
+    FormatV(reinterpret_cast<const Char*>(formatString), arguments);
     va_end(arguments);
   }
   void Format(const unsigned short* formatString, ...) requires std::same_as<Char, unsigned short> {
     va_list arguments;
     va_start(arguments, formatString);
-    FormatV(formatString, arguments);
+    FormatV(reinterpret_cast<const Char*>(formatString), arguments);
     va_end(arguments);
   }
   template <class... Args>

@@ -24,6 +24,12 @@ inline uint32_t Load32(const unsigned char* source) {
   return source[0] | uint32_t{source[1]} << 8 | uint32_t{source[2]} << 16 | uint32_t{source[3]} << 24;
 }
 
+// A character as a number without sign: a plain char above 127 arrives with its sign extended.
+template <class Char>
+constexpr unsigned CharacterOf(unsigned value) {
+  return sizeof(Char) == 1 && value >= 0xFFFFFF80 ? value & 0xFF : value;
+}
+
 // Whether a text of this code page ends within its bytes. The bytes need not be aligned.
 inline bool IsTerminated(const unsigned char* text, size_t size, unsigned codePage) {
   if (codePage != CODE_PAGE_UTF16) return std::memchr(text, 0, size) != nullptr;
@@ -168,7 +174,7 @@ int BaseString<Traits>::CompareNoCase(const Char* pOther, size_t count) const {
 
 template <class Traits>
 auto BaseString<Traits>::Find(unsigned character) const -> const Char* {
-  const Char* found = Traits::Find(mpText, character);
+  const Char* found = Traits::Find(mpText, string_detail::CharacterOf<Char>(character));
   return found ? found : GetEnd();
 }
 
@@ -176,13 +182,13 @@ template <class Traits>
 auto BaseString<Traits>::Find(unsigned character, const Char* pos) const -> const Char* {
   const bool inside = pos >= GetBegin() && pos <= GetEnd();
   ORM_ASSERT(inside, "pos >= GetBegin() && pos <= GetEnd()", string_detail::kSource, 1395);
-  const Char* found = inside ? Traits::Find(pos, character) : nullptr;
+  const Char* found = inside ? Traits::Find(pos, string_detail::CharacterOf<Char>(character)) : nullptr;
   return found ? found : GetEnd();
 }
 
 template <class Traits>
 auto BaseString<Traits>::FindLast(unsigned character) const -> const Char* {
-  const Char* found = Traits::FindLast(mpText, character);
+  const Char* found = Traits::FindLast(mpText, string_detail::CharacterOf<Char>(character));
   return found ? found : GetEnd();
 }
 
@@ -229,6 +235,7 @@ void BaseString<Traits>::Trim(const Char* pCharacterSet) {
 
 template <class Traits>
 void BaseString<Traits>::Trim(unsigned character) {
+  character = string_detail::CharacterOf<Char>(character);
   const Char* begin = mpText;
   while (*begin != 0 && Traits::Decode(begin) == character) begin = Traits::Next(begin);
   const Char* end = GetEnd();
