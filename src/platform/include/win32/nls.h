@@ -8,8 +8,7 @@
 
 #include "win32/types.h"
 
-// ---- Code pages
-// ----------------------------------------------------------------------------------------------
+// ---- Code pages ----
 
 inline constexpr UINT CP_ACP = 0;         // the process's ANSI code page
 inline constexpr UINT CP_OEMCP = 1;       // the same page here: there is no console with another one
@@ -64,14 +63,14 @@ ORM_PLATFORM_API int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCW
                                                 LPSTR text, int size, LPCSTR defaultChar,
                                                 BOOL* usedDefaultChar);
 
-// ---- Multibyte strings
-// ----------------------------------------------------------------------------------------- All in the ANSI
-// code page of the process. A character is one byte in a single-byte page; one byte, or a lead byte and any
-// byte but the terminator after it, in a double-byte page; a well-formed sequence of one to four bytes in
-// UTF-8, where a byte that belongs to none is a character by itself. The code of a character is its bytes
-// read as one big-endian number. Letter case follows Unicode's simple mappings, as far as the page has both
-// letters and they take the same number of bytes. No pointer may be null; nothing here fails or sets an
-// error.
+// ---- Multibyte strings ----
+
+// All in the ANSI code page of the process. A character is one byte in a single-byte page; one byte, or a
+// lead byte and any byte but the terminator after it, in a double-byte page; a well-formed sequence of one to
+// four bytes in UTF-8, where a byte that belongs to none is a character by itself. The code of a character is
+// its bytes read as one big-endian number. Letter case follows Unicode's simple mappings, as far as the page
+// has both letters and they take the same number of bytes. No pointer may be null; nothing here fails or sets
+// an error.
 
 ORM_PLATFORM_API size_t _mbclen(const unsigned char* character);  // bytes; 1 for the terminator
 ORM_PLATFORM_API size_t _mbslen(const unsigned char* text);       // characters
@@ -134,10 +133,11 @@ ORM_PLATFORM_API int _vsnprintf(char* buffer, size_t count, const char* format, 
 ORM_PLATFORM_API int _snprintf(char* buffer, size_t count, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
-// ---- Messages
-// --------------------------------------------------------------------------------------------------
+// ---- Messages ----
 
 }  // extern "C"
+
+using HLOCAL = HANDLE;
 
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
@@ -150,42 +150,46 @@ inline constexpr DWORD FORMAT_MESSAGE_MAX_WIDTH_MASK = 0xFF;
 extern "C" {
 
 // Formats a message text with inserts.
-//   flags      where the text comes from (FROM_STRING: `source`; FROM_SYSTEM: the system's text for
-//   `messageId`; no module
-//              here holds message tables, so FROM_HMODULE finds nothing by itself), how arguments are passed,
-//              and in the low byte the line width: 0 keeps the line breaks of the text (each becomes "\r\n");
-//              0xFF turns each into a blank; any other value also breaks lines at blanks so that none is
-//              longer, words being kept whole.
-//   language   0, or US or neutral English; any other finds no system message (1815)
-//   buffer     receives the text, terminated; under ALLOCATE_BUFFER it is a `char**` that receives a buffer
-//   for LocalFree size       the buffer's size in characters; under ALLOCATE_BUFFER the least size to
-//   allocate (at most 65,535 are) arguments  null; the address of a started va_list, which is read through a
-//   copy and so stays where it is; or under
-//              ARGUMENT_ARRAY, cast to va_list*, an array of DWORD_PTR. A `va_list` that is itself a
-//              function's parameter has decayed to a pointer: pass reinterpret_cast<va_list*>(parameter).
+//   - `flags` says where the text comes from (FROM_STRING: `source`, FROM_SYSTEM: the system's text for
+//   `messageId`;
+//     no module here holds message tables, so FROM_HMODULE finds nothing by itself), how arguments are
+//     passed, and in its low byte the line width: 0 keeps the line breaks of the text, each as "\r\n"; 0xFF
+//     turns each into a blank, also the one that ends every system message; any other width also breaks lines
+//     at blanks so that none is longer, words being kept whole.
+//   - `language` is 0 or English; any other has no system messages (1815).
+//   - `buffer` of `size` characters receives the text, terminated. Under ALLOCATE_BUFFER it is the address of
+//   a
+//     pointer that receives a buffer for LocalFree, of `size` characters at least and 65,536 at most.
+//   - `arguments` is null; or the address of a started va_list, which is read through a copy and so stays
+//   where it
+//     is; or under ARGUMENT_ARRAY, cast, an array of DWORD_PTR. A `va_list` that is itself a function's
+//     parameter has decayed to a pointer: pass reinterpret_cast<va_list*>(parameter).
+//
 // Syntax of the text:
-//   %1 to %99           that insert as a string
-//   %n!format!          that insert with a printf format: flags "-+ #0", width and precision (numbers, or *
-//   for an
-//                       argument), size h, l, w, I, I32, I64, ll, and one of c C s S d i u x X o p. Numbers
-//                       are 32 bits wide unless I, I64 or ll says otherwise; s is text of the function's own
-//                       width, S of the other one.
-//   %0                  ends the text without a final line break
-//   %n %r %t %b         a line break that is always kept, a carriage return, a tab, a blank
-//   %% %! %. and others the character after the per cent sign
-// A * takes the insert's own argument, and the next one for a second *. The value is then, in an array, the
-// argument after these; in a va_list the next argument that was not read yet, which has no number. Returns
-// the length of the text without its terminator, 0 on failure. An empty result also returns 0; the last error
-// is 0 then, and only then. Errors: 122 buffer too small (the same for more than 65,535 characters to
-// allocate), 87 malformed text or arguments missing, 317 no such message, 1813 and 1815 see above, 8 out of
+//   - %1 to %99: that insert as text; %1!format!: that insert in a printf format of flags "-+ #0", width and
+//     precision (numbers, or * for an argument), size h, l, w, I, I32, I64 or ll, and one of c C s S d i u x
+//     X o p. Numbers are 32 bits wide unless I, I64 or ll says otherwise; s and c are of the function's own
+//     width, S and C of the other one, h makes both 8-bit, l and w 16-bit.
+//   - %0 ends the text without a final line break; %n is a line break that is always kept, %r a carriage
+//   return, %t a
+//     tab, %b a blank; % before any other character gives that character: "%%", "%!", "%.", "% ".
+// The first * takes the insert's own argument, a second one the argument after it. The value is then, in an
+// array, the argument that follows these; in a va_list the next one that was not read yet, and it has no
+// number.
+//
+// Returns the length of the text without its terminator, or 0 on failure; an empty text also returns 0, and
+// then the last error is 0. Errors: 122 the buffer is too small, or more than 65,535 characters would have to
+// be allocated; 87 malformed text or no arguments; 317 no such message; 1813 and 1815 as above; 8 out of
 // memory.
 ORM_PLATFORM_API DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID source, DWORD messageId, DWORD language,
                                              LPSTR buffer, DWORD size, va_list* arguments);
 ORM_PLATFORM_API DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD language,
                                              LPWSTR buffer, DWORD size, va_list* arguments);
 
-// ---- Locale texts
-// ----------------------------------------------------------------------------------------------
+// Frees a buffer that FormatMessage allocated; null is left alone. Returns null.
+ORM_PLATFORM_API HLOCAL WINAPI LocalFree(HLOCAL memory);
+
+// ---- Locale texts ----
 
 }  // extern "C"
 
