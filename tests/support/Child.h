@@ -1,0 +1,104 @@
+// Child processes of tests: a program run to its end, with its output, and one that is talked to while it
+// runs.
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace test {
+
+struct ChildResult {
+  int status = -1;  // exit code, or 128 + the signal
+  std::string output;
+};
+
+// A running child whose standard input and output are pipes. Killed and reaped at the latest by the
+// destructor.
+class Child {
+ public:
+  explicit Child(const std::vector<std::string>& command) {
+    int in[2], out[2];
+    if (pipe(in) != 0 || pipe(out) != 0) return;
+    mPid = fork();
+    if (mPid == 0) {
+      dup2(in[0], 0);
+      dup2(out[1], 1);
+      for (const int fd : {in[0], in[1], out[0], out[1]}) close(fd);
+      std::vector<char*> arguments;
+      for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+      arguments.push_back(nullptr);
+      execv(arguments[0], arguments.data());
+      _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    mIn = in[1];
+    mOut = out[0];
+  }
+  ~Child() {
+    if (mPid > 0) {
+      kill(mPid, SIGKILL);
+      Finish();
+    }
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  pid_t GetPid() const { return mPid; }
+
+  // One line of its output without the line ending; empty at the end of the output.
+  std::string ReadLine() {
+    std::string line;
+    char c;
+    while (read(mOut, &c, 1) == 1 && c != '\n') line += c;
+    return line;
+  }
+  void WriteLine(const std::string& line) {
+    const std::string text = line + "\n";
+    if (write(mIn, text.data(), text.size()) < 0) CloseInput();
+  }
+  void CloseInput() {
+    if (mIn >= 0) close(mIn);
+    mIn = -1;
+  }
+  void Kill() { kill(mPid, SIGKILL); }
+
+  // Reads what is left of the output and waits for the end.
+  ChildResult Finish() {
+    CloseInput();
+    ChildResult result;
+    char buffer[4096];
+    for (ssize_t n; (n = read(mOut, buffer, sizeof buffer)) > 0;)
+      result.output.append(buffer, static_cast<size_t>(n));
+    close(mOut);
+    int status = 0;
+    waitpid(mPid, &status, 0);
+    mPid = -1;
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+  }
+
+ private:
+  pid_t mPid = -1;
+  int mIn = -1;
+  int mOut = -1;
+};
+
+inline ChildResult Run(const std::vector<std::string>& command) {
+  return Child(command).Finish();
+}
+
+// The path of a program that lies beside this one.
+inline std::string Sibling(const std::string& name) {
+  char path[4096];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+  const std::string self(path, static_cast<size_t>(length < 0 ? 0 : length));
+  return self.substr(0, self.rfind('/') + 1) + name;
+}
+
+}  // namespace test

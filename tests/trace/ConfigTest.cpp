@@ -1,0 +1,106 @@
+// What the facility reads from the registry, and what it leaves there.
+#include <gtest/gtest.h>
+#include <ormutil/Trace.h>
+
+#include "support/Child.h"
+#include "support/TraceConfig.h"
+
+using namespace orm;
+using namespace test;
+
+namespace {
+
+const std::string MODULE_KEY = TRACE_KEY + "\\test_trace";
+constexpr const char* FULL_FORMAT =
+    "%1!-8s!|%2!-8s!|%3!c!|%4!4x!:%5!4x!|%6!6u!.%7!03u!|%8!8s!|%9!12s!|%10!4u!|";
+constexpr const char* DEFAULT_FORMAT = "%1!-8s!|%2!-8s!|%6!6u!.%7!03u!|";
+
+constinit TraceArea area{"area"};
+
+struct Sink {
+  explicit Sink(char policy = 0) { TraceSetSink(Add, this, policy); }
+  ~Sink() { TraceSetSink(nullptr, nullptr, 0); }
+  static void Add(void* self, const char* line) { static_cast<Sink*>(self)->lines.push_back(line); }
+  std::vector<std::string> lines;
+};
+
+}  // namespace
+
+TEST(TraceConfig, LeavesItsDefaultsWhereNothingWas) {
+  TraceAreaRegister(area);
+  TraceWrite(area, TRACE_ERROR, false, "a", 1, "dropped");
+  struct {
+    std::string key, name, value;
+  } expected[] = {
+      {TRACE_KEY, " info_fullformat", FULL_FORMAT},
+      {TRACE_KEY, " option_format", DEFAULT_FORMAT},
+      {TRACE_KEY, " option_target", "<dbglog>"},
+      {TRACE_KEY, " option_blocktimes", "n"},
+      {TRACE_KEY, " option_autoassert", "d"},
+      {MODULE_KEY, " info_fullformat", FULL_FORMAT},
+      {MODULE_KEY, " option_format", ""},
+      {MODULE_KEY, " option_target", ""},
+      {MODULE_KEY, " option_blocktimes", ""},
+      {MODULE_KEY, " option_autoassert", ""},
+      {MODULE_KEY, "area", "n"},
+  };
+  for (const auto& [key, name, value] : expected) EXPECT_EQ(GetRegistryText(key, name), value) << key << name;
+}
+
+TEST(TraceConfig, RepairsWhatItCannotUse) {
+  SetRegistryText(TRACE_KEY, " option_format", std::string(96, 'x'));
+  SetRegistryText(TRACE_KEY, " option_blocktimes", "q");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "D");
+  SetRegistryText(MODULE_KEY, " option_blocktimes", "q");
+  SetRegistryText(MODULE_KEY, " option_autoassert", "q");
+  SetRegistryText(MODULE_KEY, " info_nodynupdate", "1");
+  SetRegistryText(MODULE_KEY, "area", "q");
+  TraceAreaRegister(area);
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_format"), DEFAULT_FORMAT);
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_blocktimes"), "n");
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_autoassert"), "d");
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_blocktimes"), "n");
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_autoassert"), "");
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " info_nodynupdate"), "<none>");
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, "area"), "n");
+}
+
+TEST(TraceConfig, ModuleValuesGoBeforeGlobalOnes) {
+  SetRegistryText(TRACE_KEY, " option_format", "global|");
+  SetRegistryText(MODULE_KEY, " option_format", "module|");
+  SetRegistryText(MODULE_KEY, "area", "w");
+  Sink sink;
+  TraceWrite(area, TRACE_WARNING, false, "a", 1, "x");
+  EXPECT_EQ(sink.lines, std::vector<std::string>{"module|x\r\n"});
+}
+
+TEST(TraceConfig, LevelsFollowTheRegistryFromTheNextLineOn) {
+  SetRegistryText(TRACE_KEY, " option_format", ">");
+  Sink sink;
+  struct {
+    const char* letter;
+    int highest;
+  } steps[] = {{"n", -1}, {"W", 1}, {"e", 0}, {"l", 4}, {"D", 2}, {"t", 3}, {"?", 3}, {"n", -1}};
+  for (const auto& [letter, highest] : steps) {
+    SetRegistryText(MODULE_KEY, "area", letter);
+    sink.lines.clear();
+    for (int level = -1; level <= 6; ++level) TraceWrite(area, level, false, "a", 1, "%d", level);
+    std::vector<std::string> expected;
+    if (highest >= 0) expected.push_back(">-1\r\n");  // below the lowest counts as the lowest
+    for (int level = 0; level <= highest; ++level) expected.push_back(">" + std::to_string(level) + "\r\n");
+    EXPECT_EQ(sink.lines, expected) << letter;
+  }
+}
+
+TEST(TraceConfig, AnotherProcessSeesTheChange) {
+  const std::string key = TRACE_KEY + "\\trace_writer";
+  SetRegistryText(TRACE_KEY, " option_format", "");
+  SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\%1.log");
+  Child child({Sibling("trace_writer"), "watch"});
+  for (const char* step : {"n", "w", "n", "w"}) {
+    SetRegistryText(key, "writer", step);
+    child.WriteLine(step);
+    ASSERT_EQ(child.ReadLine(), "done");
+  }
+  EXPECT_EQ(ReadLog("trace_writer.log"), (std::vector<std::string>{"w", "w"}));
+}
