@@ -1,0 +1,116 @@
+// The face model and its smart pointer.
+#include <gtest/gtest.h>
+#include <ormutil/Error.h>
+#include <ormutil/FacePtr.h>
+
+using namespace orm;
+
+namespace {
+
+struct Shape : BaseFace {
+  static constexpr const char* FACE_ID = "IID_Shape";
+  virtual int GetCorners() = 0;
+};
+struct Named : BaseFace {
+  static constexpr const char* FACE_ID = "IID_Named";
+  virtual const char* GetName() = 0;
+};
+struct Absent : BaseFace {
+  static constexpr const char* FACE_ID = "IID_Absent";
+};
+
+class Square : public FaceObject<Shape, Named> {
+ public:
+  explicit Square(int& rLive) : mrLive(rLive) { ++mrLive; }
+  int GetCorners() override { return 4; }
+  const char* GetName() override { return "square"; }
+  LONG Count() {
+    const auto count = static_cast<LONG>(AddRef()) - 1;
+    Release();
+    return count;
+  }
+
+ private:
+  ~Square() override { --mrLive; }
+  int& mrLive;
+};
+
+class Faces : public testing::Test {
+ protected:
+  int mLive = 0;
+  Square* mObject = new Square(mLive);
+  FacePtr<Shape> mShape = FacePtr<Shape>::Adopt(mObject);
+};
+
+std::vector<std::string> assertions;
+
+}  // namespace
+
+TEST_F(Faces, AnswerTheirIdsAndNoOthers) {
+  struct {
+    const char* id;
+    bool known;
+  } cases[] = {{"IID_BaseFace", true}, {"IID_Shape", true}, {"IID_Named", true},
+               {"IID_Absent", false},  {"", false},         {"IID_Shpae", false},
+               {"iid_shape", false}};
+  for (const auto& [id, known] : cases) {
+    BaseFace* face = mShape->QueryFace(id);
+    EXPECT_EQ(face != nullptr, known) << id;
+    EXPECT_EQ(mObject->Count(), known ? 2 : 1) << id;
+    if (face) EXPECT_FALSE(face->Release());
+  }
+  EXPECT_EQ(GetSimpleStringHash("IID_BaseFace"), 0x041F000Cu);
+}
+
+TEST_F(Faces, ConvertByAsking) {
+  FacePtr<Named> named(mShape);
+  ASSERT_TRUE(named);
+  EXPECT_STREQ(named->GetName(), "square");
+  EXPECT_EQ(mObject->Count(), 2);
+  EXPECT_TRUE(FacePtr<Absent>(mShape) == 0);
+  EXPECT_TRUE(FacePtr<Absent>(FacePtr<BaseFace>()) == nullptr);
+  EXPECT_EQ(FacePtr<Shape>(FacePtr<BaseFace>(named))->GetCorners(), 4);
+}
+
+TEST_F(Faces, CountsFollowThePointers) {
+  FacePtr<Shape> copy(mShape);
+  EXPECT_EQ(mObject->Count(), 2);
+  copy = copy.Get();
+  copy = mShape;
+  EXPECT_EQ(mObject->Count(), 2);
+  FacePtr<Shape> moved(std::move(copy));
+  EXPECT_EQ(mObject->Count(), 2);
+  EXPECT_TRUE(copy == 0);
+  EXPECT_EQ(moved.AddRef(), mObject);
+  EXPECT_EQ(mObject->Count(), 3);
+  EXPECT_FALSE(mObject->Release());
+  auto pass = [](FacePtr<Shape> face) { return face; };
+  moved = pass(std::move(moved));
+  EXPECT_EQ(mObject->Count(), 2);
+  moved.Release();
+  EXPECT_EQ(mLive, 1);
+  EXPECT_TRUE(mShape.Detach()->Release());
+  EXPECT_EQ(mLive, 0);
+}
+
+TEST_F(Faces, MisuseIsAsserted) {
+  assertions.clear();
+  TraceSetSink([](void*, const char* line) { assertions.push_back(line); }, nullptr, 'i');
+  FacePtr<Shape> null;
+  (void)null.operator->();
+  (void)(null == 1);
+  TraceSetSink(nullptr, nullptr, 0);
+  ASSERT_EQ(assertions.size(), 2u);
+  EXPECT_NE(assertions[0].find("src/include/FacePtr(217):assert fail:mpFace != 0"), std::string::npos);
+  EXPECT_NE(assertions[1].find("src/include/FacePtr(292):assert fail:zero == 0"), std::string::npos);
+}
+
+TEST_F(Faces, TheErrorOfAMissingFace) {
+  try {
+    ThrowFaceNotSupportedError("IID_ClassInfo");
+  } catch (const Error& error) {
+    EXPECT_EQ(error.GetLayerCount(), 1u);
+    EXPECT_EQ(error.GetCode(0), 0xE7230002u);
+    EXPECT_STREQ(error.GetMessage(0).GetBegin(), "The interface 'IID_ClassInfo' is not supported.");
+  }
+}

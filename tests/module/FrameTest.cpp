@@ -1,0 +1,87 @@
+// What loading and unloading the library leaves in the trace.
+#include <gtest/gtest.h>
+#include <ormutil/Module.h>
+#include <win32/debugwatch.h>
+
+#include "support/Child.h"
+#include "support/TraceConfig.h"
+
+using namespace test;
+
+namespace {
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t begin = 0, end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+    lines.push_back(text.substr(begin, end - begin));
+  }
+  return lines;
+}
+
+void TraceInto(const std::string& log) {
+  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9|%10!u!|");
+  SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\" + log);
+}
+
+}  // namespace
+
+TEST(Frame, TracesAttachAndDetach) {
+  TraceInto("frame.log");
+  SetRegistryText(TRACE_KEY + "\\ormutil", "dllmain", "d");
+  EXPECT_EQ(Run({Sibling("module_leaker")}).status, 0);
+  EXPECT_EQ(ReadLog("frame.log"), (std::vector<std::string>{"dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH",
+                                                            "dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH"}));
+}
+
+TEST(Frame, RegistersItsAreasWithTheLetterN) {
+  for (const char* area :
+       {"Module", "string", "binary", "Date", "mprops", "pprops", "thread", "ClsMgr", "ClsMgr_LibraryIntl",
+        "ClsMgr_MaskIntl", "ClsMgr_DirectoryIntl", "ClsMgr_ClassManagerImpl", "font", "bitmap", "dllmain"}) {
+    EXPECT_EQ(GetRegistryText(TRACE_KEY + "\\ormutil", area), "n") << area;
+  }
+}
+
+// The report runs after the trace facility has been torn down: its lines pass the areas' levels, and a file
+// target is closed by then, so that they are to be seen by whoever watches the debugger output.
+TEST(Frame, ReportsLeaksInTheOrderOfTheirAddresses) {
+  SetRegistryText(TRACE_KEY, " option_format", "");
+  SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
+  orm::platform::DebugWatch watch;
+  ASSERT_TRUE(watch.IsOpen());
+  const ChildResult result = Run({Sibling("module_leaker")});
+  const auto addresses = Lines(result.output);
+  ASSERT_EQ(addresses.size(), 2u);
+  std::vector<std::string> lines;
+  for (orm::platform::DebugRecord record; watch.Read(record, 0);) {
+    if (record.text.find("LEAK") != std::string::npos) lines.push_back(record.text);
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       "Object LEAK: class = First, address = " + addresses[0] + ", ref.cnt. = 3.\r\n",
+                       "Object LEAK: class = Third, address = " + addresses[1] + ".\r\n"}));
+}
+
+TEST(Frame, MisuseOfTheTracingIsAsserted) {
+  std::vector<std::string> lines;
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  const std::string log = "misuse.log";
+  TraceInto(log);
+  // The library's own facility is configured by now: a child sees the new configuration.
+  EXPECT_EQ(Run({"/proc/self/exe", "--gtest_filter=Frame.DISABLED_MisusesTheTracing",
+                 "--gtest_also_run_disabled_tests"})
+                .status,
+            0);
+  EXPECT_EQ(ReadLog(log), (std::vector<std::string>{
+                              "assert|e|Module|308|*** Assertion failure: gsTracedObjects.mMap.find(pObj) == "
+                              "gsTracedObjects.mMap.end()",
+                              "assert|e|Module|315|*** Assertion failure: gsTracedObjects.mMap.find(pObj) != "
+                              "gsTracedObjects.mMap.end()"}));
+}
+
+TEST(Frame, DISABLED_MisusesTheTracing) {
+  static orm::TraceArea area{"leaks"};
+  static const int object = 0;
+  TraceObjectRegister(&object, &area, "A");
+  TraceObjectRegister(&object, &area, "B");
+  TraceObjectUnregister(&object);
+  TraceObjectUnregister(&object);
+}
