@@ -57,7 +57,9 @@ TEST_F(Faces, AnswerTheirIdsAndNoOthers) {
     BaseFace* face = mShape->QueryFace(id);
     EXPECT_EQ(face != nullptr, known) << id;
     EXPECT_EQ(mObject->Count(), known ? 2 : 1) << id;
-    if (face) EXPECT_FALSE(face->Release());
+    if (face) {
+      EXPECT_FALSE(face->Release());
+    }
   }
   EXPECT_EQ(GetSimpleStringHash("IID_BaseFace"), 0x041F000Cu);
 }

@@ -28,7 +28,7 @@ void TraceInto(const std::string& log) {
 TEST(Frame, TracesAttachAndDetach) {
   TraceInto("frame.log");
   SetRegistryText(TRACE_KEY + "\\ormutil", "dllmain", "d");
-  EXPECT_EQ(Run({Sibling("module_leaker")}).status, 0);
+  EXPECT_EQ(RunProgram({Sibling("module_leaker")}).status, 0);
   EXPECT_EQ(ReadLog("frame.log"), (std::vector<std::string>{"dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH",
                                                             "dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH"}));
 }
@@ -48,7 +48,7 @@ TEST(Frame, ReportsLeaksInTheOrderOfTheirAddresses) {
   SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
   orm::platform::DebugWatch watch;
   ASSERT_TRUE(watch.IsOpen());
-  const ChildResult result = Run({Sibling("module_leaker")});
+  const ChildResult result = RunProgram({Sibling("module_leaker")});
   const auto addresses = Lines(result.output);
   ASSERT_EQ(addresses.size(), 2u);
   std::vector<std::string> lines;
@@ -66,8 +66,8 @@ TEST(Frame, MisuseOfTheTracingIsAsserted) {
   const std::string log = "misuse.log";
   TraceInto(log);
   // The library's own facility is configured by now: a child sees the new configuration.
-  EXPECT_EQ(Run({"/proc/self/exe", "--gtest_filter=Frame.DISABLED_MisusesTheTracing",
-                 "--gtest_also_run_disabled_tests"})
+  EXPECT_EQ(RunProgram({"/proc/self/exe", "--gtest_filter=Frame.DISABLED_MisusesTheTracing",
+                        "--gtest_also_run_disabled_tests"})
                 .status,
             0);
   EXPECT_EQ(ReadLog(log), (std::vector<std::string>{

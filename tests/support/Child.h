@@ -89,7 +89,7 @@ class Child {
   int mOut = -1;
 };
 
-inline ChildResult Run(const std::vector<std::string>& command) {
+inline ChildResult RunProgram(const std::vector<std::string>& command) {
   return Child(command).Finish();
 }
 

@@ -14,7 +14,7 @@ ChildResult AssertInChild(const std::string& policy, const std::string& format) 
   SetRegistryText(TRACE_KEY, " option_autoassert", policy);
   SetRegistryText(TRACE_KEY, " option_format", format);
   SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\assert.log");
-  return Run({"/usr/bin/setsid", "-w", Sibling("trace_writer"), "assert"});
+  return RunProgram({"/usr/bin/setsid", "-w", Sibling("trace_writer"), "assert"});
 }
 
 constinit TraceArea area{"area"};

@@ -133,7 +133,7 @@ TEST_F(TraceLine, AKilledWriterLocksNobodyOut) {
     while (ReadLog("killed.log").size() < static_cast<size_t>(20 * (round + 1))) sched_yield();
     victim.Kill();
     victim.Finish();
-    EXPECT_EQ(Run({Sibling("trace_writer"), "log", "1"}).status, 0);
+    EXPECT_EQ(RunProgram({Sibling("trace_writer"), "log", "1"}).status, 0);
   }
   for (const auto& line : ReadLog("killed.log")) {
     EXPECT_TRUE(std::regex_match(line, std::regex("line \\d+ of \\d+"))) << line;

@@ -1,0 +1,80 @@
+// A program of its own for what would end or spoil the test program; the first argument chooses.
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "TestRunnable.h"
+
+using namespace orm;
+using namespace test;
+
+namespace {
+
+// The errors of bodies and the end of a thread that never ran, as the trace tells them.
+int Traces() {
+  auto quiet = TestRunnable::Make([] { Thread::Sleep(INFINITE); });
+  quiet->CreateThread(true, true);
+  quiet->Interrupt();
+  quiet->Wait();
+  auto failing = TestRunnable::Make([] {
+    Error error = MakeError(0xE7FF0001, "inner");
+    error.AddLayer(0xE7FF0002, "outer", false);
+    throw error;
+  });
+  failing->CreateThread(true, false);
+  failing->Wait();
+  auto unstarted = TestRunnable::Make([] {});
+  unstarted->CreateThread(false, false);
+  std::printf("%u\n", unstarted->GetId());
+  return 0;
+}
+
+// No room for another stack: the creation fails, with an error, and a later one succeeds.
+int Limit() {
+  const rlimit tight{64 << 20, RLIM_INFINITY};
+  rlimit before{};
+  getrlimit(RLIMIT_AS, &before);
+  auto runnable = TestRunnable::Make([] {});
+  setrlimit(RLIMIT_AS, &tight);
+  const Error error = Caught([&] { runnable->CreateThread(true, true); });
+  setrlimit(RLIMIT_AS, &before);
+  const bool clear = error.GetLayerCount() == 2 && error.GetCode(0) == 0xE72D0001 &&
+                     error.GetMessage(0) == "Failed to create new thread." && error.GetCode(1) != 0;
+  if (!clear) std::printf("%u layers: %s\n", error.GetLayerCount(), error.Format().GetBegin());
+  runnable->CreateThread(true, true);
+  runnable->Wait();
+  return clear ? 0 : 1;
+}
+
+int Foreign() {
+  auto runnable = TestRunnable::Make([] { throw 5; });
+  runnable->CreateThread(true, false);
+  runnable->Wait();
+  return 0;
+}
+
+// Leaves by exit while threads sleep, wait and spin.
+int ExitWhileWorkersRun() {
+  static Event never(Event::MANUAL);
+  for (int i = 0; i < 4; ++i) {
+    TestRunnable::Make([] { Thread::Sleep(INFINITE); })->CreateThread(true, false);
+    TestRunnable::Make([] { never.Wait(INFINITE); })->CreateThread(true, false);
+    TestRunnable::Make([] {
+      for (;;) Thread::Yield();
+    })->CreateThread(true, true);
+  }
+  std::exit(7);
+}
+
+}  // namespace
+
+int main(int, char** argv) {
+  const char* what = argv[1] ? argv[1] : "";
+  if (std::strcmp(what, "traces") == 0) return Traces();
+  if (std::strcmp(what, "limit") == 0) return Limit();
+  if (std::strcmp(what, "foreign") == 0) return Foreign();
+  if (std::strcmp(what, "exit") == 0) return ExitWhileWorkersRun();
+  return 2;
+}

@@ -1,0 +1,103 @@
+// A thread's own object, its named data, priorities and the clock.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "TestRunnable.h"
+
+using namespace orm;
+using namespace test;
+
+namespace {
+
+struct Log {
+  std::vector<std::string> entries;
+  CRITICAL_SECTION lock;
+};
+
+// A datum that tells what happens to it and on which thread.
+class Datum : public FaceObject<Thread::Notification> {
+ public:
+  Datum(const char* name, std::vector<std::string>& rLog) : mName(name), mrLog(rLog) {}
+  void OnThreadAttach() override { Note("attach "); }
+  void OnThreadDetach() override { Note("detach "); }
+
+ private:
+  ~Datum() override { Note("gone "); }
+  void Note(const char* what) { mrLog.push_back(what + mName); }
+  std::string mName;
+  std::vector<std::string>& mrLog;
+};
+
+class Plain : public FaceObject<BaseFace> {};
+
+}  // namespace
+
+TEST(Thread, EachThreadHasOneObject) {
+  const FacePtr<Thread> mine = Thread::GetSelf();
+  EXPECT_EQ(mine.Get(), Thread::GetSelf().Get());
+  EXPECT_EQ(mine->GetId(), GetCurrentThreadId());
+  EXPECT_TRUE(FacePtr<Thread>(FacePtr<BaseFace>(mine)));
+  FacePtr<Thread> other;
+  std::thread([&] { other = Thread::GetSelf(); }).join();
+  EXPECT_NE(other.Get(), mine.Get());
+  other->Wait();  // its thread has ended, its handle is still good
+  EXPECT_FALSE(other->IsInterrupted());
+}
+
+TEST(Thread, DataLivesAsLongAsTheThread) {
+  std::vector<std::string> log;
+  std::thread([&] {
+    EXPECT_TRUE(Thread::GetData("b") == nullptr);
+    Thread::SetData("absent", nullptr);
+    Thread::SetData("b", FacePtr<BaseFace>(FacePtr<Datum>::Adopt(new Datum("b", log))));
+    Thread::SetData("a", FacePtr<BaseFace>(FacePtr<Datum>::Adopt(new Datum("a", log))));
+    Thread::SetData("plain", FacePtr<BaseFace>::Adopt(new Plain));
+    EXPECT_TRUE(Thread::GetData("a"));
+    EXPECT_TRUE(Thread::GetData("A") == nullptr) << "keys are case-sensitive";
+    Thread::SetData("b", FacePtr<BaseFace>(FacePtr<Datum>::Adopt(new Datum("b2", log))));
+    EXPECT_EQ(log, std::vector<std::string>{"gone b"});
+  }).join();
+  EXPECT_EQ(log, (std::vector<std::string>{"gone b", "detach a", "detach b2", "gone a", "gone b2"}));
+}
+
+TEST(Thread, PrioritiesReadBack) {
+  auto runnable = TestRunnable::Make([] {});
+  runnable->CreateThread(false, false);
+  for (const auto priority : {Thread::PRIORITY_LOWEST, Thread::PRIORITY_BELOW_NORMAL, Thread::PRIORITY_NORMAL,
+                              Thread::PRIORITY_ABOVE_NORMAL, Thread::PRIORITY_HIGHEST}) {
+    runnable->SetPriority(priority);
+    EXPECT_EQ(runnable->GetPriority(), priority);
+  }
+  const FacePtr<Thread> self = Thread::GetSelf();
+  SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_IDLE);
+  EXPECT_EQ(self->GetPriority(), Thread::PRIORITY_LOWEST);
+  SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL);
+  EXPECT_EQ(self->GetPriority(), Thread::PRIORITY_HIGHEST);
+  EXPECT_EQ(Caught([&] {
+              TraceSetSink([](void*, const char*) {}, nullptr, 'i');
+              self->SetPriority(static_cast<Thread::PriorityType>(2));
+            }).GetLayerCount(),
+            0u);
+}
+
+TEST(Thread, NowIsNeverAMark) {
+  for (int i = 0; i < 1000; ++i) {
+    const DWORD now = GetNow();
+    ASSERT_NE(now, 0u);
+    ASSERT_NE(now, 0xFFFFFFFFu);
+  }
+}
+
+// A thousand foreign threads and as many runnables come and go: no handle stays behind.
+TEST(Thread, ManyThreadsLeaveNothing) {
+  Thread::GetSelf();
+  const auto before = GetHandleCount();
+  for (int i = 0; i < 500; ++i) {
+    std::thread([] { Thread::SetData("x", FacePtr<BaseFace>::Adopt(new Plain)); }).join();
+    auto runnable = TestRunnable::Make([] { Thread::GetSelf(); });
+    runnable->CreateThread(true, i % 2 == 0);
+    runnable->Wait();
+  }
+  EXPECT_EQ(GetHandleCount(), before);
+}
