@@ -4,3 +4,6 @@
 #include "Bench.h"
 
 void AddTraceRows(bench::Table& table);
+
+// The other process of the rows that need one: works for each count that it reads until its input ends.
+void RunTracePartner(const std::string& kind);

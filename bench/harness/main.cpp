@@ -122,12 +122,17 @@ void WriteJson(const std::string& path, const nlohmann::json& content) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Runs the benchmark rows, each beside its peer, and prints ours / peer against the goal."};
-  std::string row, output;
+  std::string row, output, partner;
   bool list = false;
   app.add_option("--row", row, "only the rows whose name contains this text");
   app.add_option("--output", output, "write the rows as JSON to this file (and the growths beside it)");
   app.add_flag("--list", list, "list the rows and exit");
+  app.add_option("--partner", partner)->group("");
   CLI11_PARSE(app, argc, argv);
+  if (!partner.empty()) {
+    RunTracePartner(partner);
+    return 0;
+  }
 
   bench::Table table;
   AddTraceRows(table);
