@@ -76,8 +76,8 @@ nlohmann::json RunRows(const bench::Table& table, const std::string& wanted, boo
     rAllHold = rAllHold && holds;
     std::printf("%-62s %12.1f  %-46s %12.1f %8.3f %6.3g %s%s%s\n", row.name.c_str(), result.ours,
                 row.peer.c_str(), result.peer, result.ratio, row.goal,
-                colour ? (holds ? "\e[32m" : "\e[31m") : "", holds ? "holds" : "MISSES",
-                colour ? "\e[0m" : "");
+                colour ? (holds ? "\x1b[32m" : "\x1b[31m") : "", holds ? "holds" : "MISSES",
+                colour ? "\x1b[0m" : "");
     if (!row.note.empty()) std::printf("    %s\n", row.note.c_str());
     std::fflush(stdout);
     results.push_back({{"row", row.name},
