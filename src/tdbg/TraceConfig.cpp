@@ -89,7 +89,7 @@ void ReadGlobalValues(const Key& key) {
   char letter[2] = {};
   const bool known = key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter);
   const int answer = std::tolower(static_cast<unsigned char>(letter[0]));
-  timesBlocks = known && answer == 'y';
+  facility.blockTimes = known && answer == 'y';
   if (!known || (answer != 'y' && answer != 'n')) key.Write(BLOCK_TIMES_VALUE, "n");
 
   char policy[2] = {};
@@ -105,10 +105,10 @@ void ReadModuleBlockTimes(const Key& key) {
   if (!key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter)) letter[0] = 0;
   switch (std::tolower(static_cast<unsigned char>(letter[0]))) {
     case 'y':
-      timesBlocks = true;
+      facility.blockTimes = true;
       break;
     case 'n':
-      timesBlocks = false;
+      facility.blockTimes = false;
       break;
     case 0:
       key.Write(BLOCK_TIMES_VALUE, "");
@@ -137,7 +137,6 @@ void ReadModuleValues(const Key& key) {
 void ReadConfiguration() {
   std::strcpy(facility.format, DEFAULT_FORMAT);
   std::strcpy(facility.target, DEBUGGER_TARGET);
-  timesBlocks = false;
   Key global;
   if (!global.CreateOrOpen(HKEY_LOCAL_MACHINE, GLOBAL_KEY)) return;
   ReadGlobalValues(global);

@@ -7,7 +7,10 @@
 
 namespace orm::trace_detail {
 
-void ScopeLines::FreeMessage() {
+ScopeLines::ScopeLines(TraceArea& area, int level, const char* file, int line)
+    : mArea(area), mpFile(file), mLevel(level), mLine(line), mStart(GetTickCount()) {}
+
+ScopeLines::~ScopeLines() {
   std::free(mpMessage);
 }
 
@@ -29,7 +32,7 @@ void ScopeLines::WriteEnter() {
 
 void ScopeLines::WriteLeave() {
   const char* message = mpMessage ? mpMessage : "";
-  if (!timesBlocks) {
+  if (!facility.blockTimes) {
     Write(mArea, mLevel, false, mpFile, mLine, "<== %s", message);
     return;
   }

@@ -5,7 +5,7 @@
 
 namespace orm::platform {
 
-DWORD ErrorFromErrno(int error) {
+DWORD ErrorFromErrno(int error) noexcept {
   switch (error) {
     case 0:
       return ERROR_SUCCESS;

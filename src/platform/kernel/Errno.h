@@ -6,6 +6,6 @@
 namespace orm::platform {
 
 // The platform's number for an errno value; ERROR_GEN_FAILURE for one that has no counterpart.
-DWORD ErrorFromErrno(int error);
+DWORD ErrorFromErrno(int error) noexcept;
 
 }  // namespace orm::platform

@@ -1,0 +1,224 @@
+// Walking, making and deleting keys along a path.
+//
+// A key of the local machine with a null access list lies in the open store; its parent, in the machine's
+// store, holds a link to it. Two stores cannot be changed in one step, so the order is such that a process
+// that dies between the two leaves either a key that nothing leads to or a link that leads to nothing. Both
+// count as absent, and making the key again puts it right.
+#include "registry/KeyPath.h"
+
+#include <algorithm>
+
+#include "kernel/CodePage.h"
+#include "registry/Records.h"
+
+namespace orm::platform {
+namespace {
+
+constexpr std::size_t maxParts = 512;
+constexpr int maxRaces = 64;
+// Somebody else changed what this call had looked at: look again.
+constexpr DWORD errorRaced = 0x20000002;
+
+bool IsAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Length of the first part; a trail byte that looks like a back slash is none.
+std::size_t PartSize(std::string_view path, bool isAscii) {
+  if (isAscii) return std::min(path.find('\\'), path.size());
+  const CodePage& page = AnsiCodePage();
+  const auto* start = reinterpret_cast<const unsigned char*>(path.data());
+  const unsigned char* end = start + path.size();
+  const unsigned char* current = start;
+  while (current != end && *current != '\\') current += page.CharacterSize(current, end);
+  return static_cast<std::size_t>(current - start);
+}
+
+// An open key that nothing leads to yet.
+DWORD MakeOpenKey(std::string_view className, std::uint64_t* id) {
+  return Hive::Get(Hive::Kind::Open)->Write(className.size(), [&](MDB_txn* txn) {
+    return MakeKey(txn, noKey, className, id);
+  });
+}
+
+DWORD DropOpenKey(std::uint64_t id) {
+  return Hive::Get(Hive::Kind::Open)->Write(0, [&](MDB_txn* txn) { return DropKey(txn, id); });
+}
+
+// Walks within one store. *link when the part that was reached last leads to the open store.
+DWORD WalkStore(const KeyParts& parts, Place* place, bool* link) {
+  return place->hive->Read([&](MDB_txn* txn) -> DWORD {
+    *link = false;
+    if (const DWORD error = CheckAlive(txn, place->id); error != ERROR_SUCCESS) return error;
+    while (place->done < parts.size() && !*link) {
+      SubKeyRecord subKey;
+      if (const DWORD error = GetSubKey(txn, place->id, parts[place->done], &subKey);
+          error != ERROR_SUCCESS) {
+        return error;
+      }
+      place->id = subKey.id;
+      ++place->done;
+      *link = subKey.isLink;
+    }
+    return ERROR_SUCCESS;
+  });
+}
+
+// The keys that are missing, made in one transaction. `openId` is the open key that the last one links to.
+DWORD MakeInStore(const KeyParts& parts, std::string_view className, std::uint64_t openId, const Place& from,
+                  std::uint64_t* id, bool* made) {
+  return from.hive->Write(parts.size() * 512, [&](MDB_txn* txn) -> DWORD {
+    *id = from.id;
+    *made = false;
+    DWORD error = CheckAlive(txn, from.id);
+    for (std::size_t i = from.done; i < parts.size() && error == ERROR_SUCCESS; ++i) {
+      const bool isLast = i + 1 == parts.size();
+      SubKeyRecord subKey;
+      error = GetSubKey(txn, *id, parts[i], &subKey);
+      if (error == ERROR_SUCCESS) {
+        const bool isKnownBroken = from.isBrokenLink && i == from.done && isLast && openId != noKey;
+        if (!isKnownBroken && (subKey.isLink || (isLast && openId != noKey))) return errorRaced;
+        if (!isKnownBroken) {
+          *id = subKey.id;
+          continue;
+        }
+      } else if (error != ERROR_FILE_NOT_FOUND) {
+        return error;
+      }
+      const std::uint64_t parent = *id;
+      const bool isLink = isLast && openId != noKey;
+      error = isLink ? ERROR_SUCCESS : MakeKey(txn, parent, isLast ? className : std::string_view(), id);
+      if (isLink) *id = openId;
+      if (error == ERROR_SUCCESS) error = PutSubKey(txn, parent, {*id, isLink, parts[i]});
+      *made = isLast;
+    }
+    return error;
+  });
+}
+
+// What a name leads to, without following it.
+DWORD LookAt(const Place& parent, std::string_view name, SubKeyRecord* subKey) {
+  const DWORD error = parent.hive->Read([&](MDB_txn* txn) -> DWORD {
+    if (const DWORD alive = CheckAlive(txn, parent.id); alive != ERROR_SUCCESS) return alive;
+    return GetSubKey(txn, parent.id, name, subKey);
+  });
+  subKey->name = {};  // ended with the transaction
+  return error;
+}
+
+DWORD DeleteOnce(const Place& parent, std::string_view name) {
+  SubKeyRecord seen;
+  if (const DWORD error = LookAt(parent, name, &seen); error != ERROR_SUCCESS) return error;
+  if (!parent.hive->IsWritable()) return ERROR_ACCESS_DENIED;
+  if (seen.isLink) {
+    const DWORD error = DropOpenKey(seen.id);
+    if (error != ERROR_SUCCESS) return error;
+  }
+  return parent.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
+    SubKeyRecord now;
+    DWORD error = GetSubKey(txn, parent.id, name, &now);
+    if (error != ERROR_SUCCESS) return error;
+    if (now.isLink != seen.isLink || (now.isLink && now.id != seen.id)) return errorRaced;
+    if (!now.isLink) error = DropKey(txn, now.id);
+    return error == ERROR_SUCCESS ? DropSubKey(txn, parent.id, name) : error;
+  });
+}
+
+}  // namespace
+
+DWORD SplitKeyPath(std::string_view path, KeyParts* parts) {
+  if (!path.empty() && path[0] == '\\') return ERROR_BAD_PATHNAME;
+  const bool isAscii = IsAscii(path);
+  while (!path.empty()) {
+    const std::size_t size = PartSize(path, isAscii);
+    if (size > maxKeyName) return ERROR_INVALID_PARAMETER;
+    if (size != 0) parts->push_back(path.substr(0, size));
+    path.remove_prefix(std::min(size + 1, path.size()));
+  }
+  return parts->size() <= maxParts ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+}
+
+DWORD WalkDown(const KeyParts& parts, Place* place) {
+  bool link = false;
+  Place parent = *place;
+  place->isBrokenLink = false;
+  DWORD error = WalkStore(parts, place, &link);
+  if (error != ERROR_SUCCESS || !link) return error;
+  // The place before the link, in case that it leads to nothing.
+  const std::size_t linkAt = place->done - 1;
+  const KeyParts before(parts.begin(), parts.begin() + static_cast<std::ptrdiff_t>(linkAt));
+  Place target{Hive::Get(Hive::Kind::Open), place->id, place->done, false};
+  error = WalkStore(parts, &target, &link);
+  if (target.done == place->done && (error == ERROR_KEY_DELETED || (error == ERROR_FILE_NOT_FOUND &&
+                                                                    target.hive->Open() != ERROR_SUCCESS))) {
+    error = WalkStore(before, &parent, &link);
+    *place = parent;
+    place->isBrokenLink = true;
+    return error == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : error;
+  }
+  *place = target;
+  return error;
+}
+
+DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, Place* place, bool* made) {
+  *made = false;
+  const Place start{place->hive, place->id, place->done, false};
+  for (int race = 0; race < maxRaces; ++race) {
+    if (!place->hive->IsWritable()) return ERROR_ACCESS_DENIED;
+    // A broken link is mended first; what is missing below it then goes into the open store.
+    const bool isMachine = place->hive->GetKind() == Hive::Kind::Machine;
+    const KeyParts step(
+        parts.begin(),
+        parts.begin() + static_cast<std::ptrdiff_t>(place->isBrokenLink ? place->done + 1 : parts.size()));
+    std::uint64_t openId = noKey;
+    if (isMachine && (isOpen || place->isBrokenLink)) {
+      if (const DWORD error = MakeOpenKey(className, &openId); error != ERROR_SUCCESS) return error;
+    }
+    std::uint64_t id = 0;
+    DWORD error = MakeInStore(step, className, openId, *place, &id, made);
+    if (error != ERROR_SUCCESS && openId != noKey) DropOpenKey(openId);
+    if (error == ERROR_SUCCESS && step.size() == parts.size()) {
+      *place = {openId == noKey ? place->hive : Hive::Get(Hive::Kind::Open), id, parts.size(), false};
+      return ERROR_SUCCESS;
+    }
+    if (error != ERROR_SUCCESS && error != errorRaced) return error;
+    *place = start;
+    *made = false;
+    error = WalkDown(parts, place);
+    if (error != ERROR_FILE_NOT_FOUND) return error;
+  }
+  return ERROR_BUSY;
+}
+
+DWORD DeleteAt(const KeyParts& parts, Place place) {
+  const KeyParts before(parts.begin(), parts.end() - 1);
+  if (const DWORD error = WalkDown(before, &place); error != ERROR_SUCCESS) return error;
+  for (int race = 0; race < maxRaces; ++race) {
+    const DWORD error = DeleteOnce(place, parts.back());
+    if (error != errorRaced) return error;
+  }
+  return ERROR_BUSY;
+}
+
+DWORD DeleteSelf(const Place& place) {
+  std::uint64_t parent = noKey;
+  std::string name;
+  const DWORD error = place.hive->Read([&](MDB_txn* txn) -> DWORD {
+    InfoRecord info;
+    if (const DWORD alive = CheckAlive(txn, place.id); alive != ERROR_SUCCESS) return alive;
+    if (const DWORD got = GetInfo(txn, place.id, &info); got != ERROR_SUCCESS) return got;
+    parent = info.parent;
+    return ForEach(txn, PrefixOf(RecordKind::SubKey, parent), [&](const MDB_val&, const MDB_val& record) {
+      SubKeyRecord subKey;
+      const bool isIt = Parse(record, &subKey) && subKey.id == place.id;
+      if (isIt) name = subKey.name;
+      return !isIt;
+    });
+  });
+  if (error != ERROR_SUCCESS) return error;
+  // The root, and a key whose parent lies in another store, cannot be reached from below.
+  if (parent == noKey || name.empty()) return ERROR_ACCESS_DENIED;
+  return DeleteAt({name}, {place.hive, parent, 0, false});
+}
+
+}  // namespace orm::platform

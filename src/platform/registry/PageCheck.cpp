@@ -1,0 +1,237 @@
+// Checks a store's file. The format is that of LMDB 0.9 (lmdb.h and its documentation): pages of 4096 bytes,
+// two heads, a tree of free pages and a tree of records, in the byte order of the machine.
+#include "registry/PageCheck.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "win32/errors.h"
+
+namespace orm::platform {
+namespace {
+
+constexpr std::size_t pageSize = 4096;
+constexpr std::size_t pageHeader = 16;
+constexpr std::size_t nodeHeader = 8;
+constexpr std::size_t maxKey = 511;
+constexpr unsigned maxDepth = 32;
+constexpr std::uint64_t noPage = ~std::uint64_t{0};
+
+constexpr unsigned pageBranch = 1, pageLeaf = 2, pageOverflow = 4, pageHead = 8;
+constexpr unsigned nodeBig = 1;  // the data lie on pages of their own
+constexpr std::uint16_t treeOfNumbers = 8;
+
+struct Tree {
+  std::uint32_t pad;
+  std::uint16_t flags;
+  std::uint16_t depth;
+  std::uint64_t branchPages, leafPages, overflowPages, entries;
+  std::uint64_t root;
+};
+
+struct Head {
+  std::uint32_t magic, version;
+  std::uint64_t address, mapSize;
+  Tree free, main;
+  std::uint64_t lastPage, txnId;
+};
+
+template <class T>
+T Load(const unsigned char* at) {
+  T value;
+  std::memcpy(&value, at, sizeof value);
+  return value;
+}
+
+bool IsTreeSound(const Tree& tree, std::uint64_t pages) {
+  const bool isEmpty = tree.root == noPage;
+  return isEmpty ? tree.depth == 0 : tree.root < pages && tree.depth >= 1 && tree.depth <= maxDepth;
+}
+
+bool IsHeadSound(const unsigned char* page, std::uint64_t pages) {
+  const Head head = Load<Head>(page + pageHeader);
+  return (Load<std::uint16_t>(page + 10) & pageHead) != 0 && head.magic == 0xBEEFC0DE && head.version == 1 &&
+         head.free.pad == pageSize && (head.free.flags & 0x7FFF) == treeOfNumbers &&
+         (head.main.flags & 0x7FFF) == 0 && head.lastPage < pages && head.mapSize <= std::uint64_t{1} << 46 &&
+         IsTreeSound(head.free, pages) && IsTreeSound(head.main, pages);
+}
+
+// The walk over one snapshot. Every page may be reached once only, which also ends loops.
+class Walk {
+ public:
+  Walk(const unsigned char* file, std::uint64_t pages) : mFile(file), mPages(pages), mSeen(pages) {}
+
+  bool Run(const Head& head) {
+    return (head.main.root == noPage || Follow(head.main.root, head.main.depth, false)) &&
+           (head.free.root == noPage || Follow(head.free.root, head.free.depth, true)) && ClaimFree();
+  }
+
+  [[nodiscard]] std::string Fault() const { return "page " + std::to_string(mPage) + ": " + mFault; }
+
+ private:
+  bool Fail(std::uint64_t page, const char* text) {
+    mPage = page;
+    mFault = text;
+    return false;
+  }
+
+  bool Claim(std::uint64_t first, std::uint64_t count) {
+    if (first < 2 || first >= mPages || count > mPages - first) return Fail(first, "outside the file");
+    for (std::uint64_t page = first; page < first + count; ++page) {
+      if (mSeen[page]) return Fail(page, "used twice");
+      mSeen[page] = true;
+    }
+    return true;
+  }
+
+  bool Follow(std::uint64_t number, unsigned depth, bool isFreeTree) {
+    if (!Claim(number, 1)) return false;
+    const unsigned char* page = mFile + number * pageSize;
+    const unsigned flags = Load<std::uint16_t>(page + 10);
+    const std::size_t lower = Load<std::uint16_t>(page + 12);
+    const std::size_t upper = Load<std::uint16_t>(page + 14);
+    if (Load<std::uint64_t>(page) != number) return Fail(number, "carries another number");
+    if (flags != (depth > 1 ? pageBranch : pageLeaf)) return Fail(number, "is of the wrong kind");
+    if (lower < pageHeader || lower > upper || upper > pageSize || lower % 2 != 0) {
+      return Fail(number, "has no sound bounds");
+    }
+    const std::size_t count = (lower - pageHeader) / 2;
+    if (count < (depth > 1 ? 2u : 1u)) return Fail(number, "has too few entries");
+    if (!AreNodesApart(page, number, count, upper, depth > 1)) return false;
+    for (std::size_t i = 0; i < count; ++i) {
+      const unsigned char* node = page + Load<std::uint16_t>(page + pageHeader + 2 * i);
+      if (depth > 1 ? !Follow(ChildOf(node), depth - 1, isFreeTree)
+                    : !CheckLeafNode(number, node, isFreeTree)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  static std::uint64_t ChildOf(const unsigned char* node) {
+    return Load<std::uint16_t>(node) | std::uint64_t{Load<std::uint16_t>(node + 2)} << 16 |
+           std::uint64_t{Load<std::uint16_t>(node + 4)} << 32;
+  }
+
+  // Bytes of a node within its page; more than a page when it is not sound.
+  static std::size_t NodeSize(const unsigned char* node, bool isBranch) {
+    const std::size_t key = Load<std::uint16_t>(node + 6);
+    if (key > maxKey) return pageSize + 1;
+    if (isBranch) return (nodeHeader + key + 1) & ~std::size_t{1};
+    const bool isBig = Load<std::uint16_t>(node + 4) == nodeBig;
+    const std::size_t data = isBig ? sizeof(std::uint64_t) : Load<std::uint32_t>(node);
+    return data > pageSize ? pageSize + 1 : (nodeHeader + key + data + 1) & ~std::size_t{1};
+  }
+
+  bool AreNodesApart(const unsigned char* page, std::uint64_t number, std::size_t count, std::size_t upper,
+                     bool isBranch) {
+    std::array<std::uint16_t, pageSize / 2> offsets;
+    std::memcpy(offsets.data(), page + pageHeader, count * 2);
+    std::sort(offsets.begin(), offsets.begin() + static_cast<std::ptrdiff_t>(count));
+    std::size_t end = upper;
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::size_t offset = offsets[i];
+      if (offset < end || offset % 2 != 0 || offset + nodeHeader > pageSize) {
+        return Fail(number, "has overlapping entries");
+      }
+      end = offset + NodeSize(page + offset, isBranch);
+      if (end > pageSize) return Fail(number, "has an entry beyond its end");
+    }
+    return true;
+  }
+
+  bool CheckLeafNode(std::uint64_t number, const unsigned char* node, bool isFreeTree) {
+    const std::size_t keySize = Load<std::uint16_t>(node + 6);
+    const unsigned flags = Load<std::uint16_t>(node + 4);
+    const std::uint64_t size = Load<std::uint32_t>(node);
+    const unsigned char* data = node + nodeHeader + keySize;
+    if (keySize == 0 || (flags & ~nodeBig) != 0) return Fail(number, "has an entry of an unknown kind");
+    if (flags == nodeBig) {
+      const auto first = Load<std::uint64_t>(data);
+      if (first < 2 || first >= mPages) return Fail(number, "refers to a page outside the file");
+      const unsigned char* overflow = mFile + first * pageSize;
+      const std::uint64_t count = Load<std::uint32_t>(overflow + 12);
+      if (Load<std::uint64_t>(overflow) != first || Load<std::uint16_t>(overflow + 10) != pageOverflow ||
+          count * pageSize < size + pageHeader) {
+        return Fail(first, "does not hold the data that are said to be there");
+      }
+      if (!Claim(first, count)) return false;
+      data = overflow + pageHeader;
+    }
+    return !isFreeTree || CheckFreeList(number, data, keySize, size);
+  }
+
+  // A list of page numbers, falling, with their count in front.
+  bool CheckFreeList(std::uint64_t number, const unsigned char* data, std::size_t keySize,
+                     std::uint64_t size) {
+    if (keySize != 8 || size < 8) return Fail(number, "has an unsound list of free pages");
+    const auto count = Load<std::uint64_t>(data);
+    if (count > size / 8 - 1) return Fail(number, "has a list of free pages that is too long");
+    std::uint64_t last = mPages;
+    for (std::uint64_t i = 1; i <= count; ++i) {
+      const auto page = Load<std::uint64_t>(data + 8 * i);
+      if (page < 2 || page >= last) return Fail(number, "lists free pages out of order");
+      mFree.push_back(page);
+      last = page;
+    }
+    return true;
+  }
+
+  bool ClaimFree() {
+    return std::all_of(mFree.begin(), mFree.end(), [this](std::uint64_t page) { return Claim(page, 1); });
+  }
+
+  const unsigned char* mFile;
+  std::uint64_t mPages;
+  std::vector<bool> mSeen;
+  std::vector<std::uint64_t> mFree;
+  std::uint64_t mPage = 0;
+  const char* mFault = "";
+};
+
+}  // namespace
+
+DWORD CheckHead(int file) {
+  struct stat before {};
+  if (fstat(file, &before) != 0) return ERROR_BADDB;
+  if (before.st_size == 0) return ERROR_SUCCESS;
+  alignas(8) std::array<unsigned char, 2 * pageSize> heads{};
+  if (pread(file, heads.data(), heads.size(), 0) != static_cast<ssize_t>(heads.size())) return ERROR_BADDB;
+  // The size afterwards: a writer may be at work, and the file grows before its head tells of it.
+  struct stat status {};
+  if (fstat(file, &status) != 0) return ERROR_BADDB;
+  const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
+  const bool sound = IsHeadSound(heads.data(), pages) && IsHeadSound(heads.data() + pageSize, pages);
+  return sound ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* fault) {
+  const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (file < 0) return ERROR_BADDB;
+  struct stat status {};
+  void* start = fstat(file, &status) == 0 && status.st_size >= static_cast<off_t>(2 * pageSize)
+                    ? mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED, file, 0)
+                    : MAP_FAILED;
+  close(file);
+  if (start == MAP_FAILED) return ERROR_BADDB;
+  const auto* bytes = static_cast<const unsigned char*>(start);
+  const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
+  // LMDB writes the heads in turn.
+  const unsigned char* page = bytes + (txnId & 1) * pageSize;
+  bool sound = IsHeadSound(page, pages);
+  const Head head = Load<Head>(page + pageHeader);
+  Walk walk(bytes, sound ? head.lastPage + 1 : 0);
+  sound = sound && walk.Run(head);
+  if (!sound && fault != nullptr) *fault = walk.Fault();
+  munmap(start, static_cast<std::size_t>(status.st_size));
+  return sound ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+}  // namespace orm::platform

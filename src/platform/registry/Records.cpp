@@ -1,0 +1,378 @@
+// Keys and values in a store.
+#include "registry/Records.h"
+
+#include <time.h>
+
+#include <cstring>
+#include <memory>
+
+#include "registry/Hive.h"
+#include "win32/errors.h"
+#include "win32/nls.h"
+
+namespace orm::platform {
+namespace {
+
+constexpr std::size_t longestInKey = 480;
+constexpr std::uint32_t formatVersion = 1;
+constexpr std::uint64_t ticksTo1970 = 116444736000000000u;
+
+using CursorPtr = std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)>;
+
+template <class T>
+void AppendNumber(std::string* text, T value) {
+  for (std::size_t i = 0; i < sizeof value; ++i) text->push_back(static_cast<char>(value >> (8 * i)));
+}
+
+template <class T>
+T NumberAt(const MDB_val& record, std::size_t offset) {
+  const auto* bytes = static_cast<const unsigned char*>(record.mv_data) + offset;
+  T value = 0;
+  for (std::size_t i = 0; i < sizeof value; ++i) value = static_cast<T>(value | T{bytes[i]} << (8 * i));
+  return value;
+}
+
+std::string_view TextFrom(const MDB_val& record, std::size_t offset, std::size_t size) {
+  return {static_cast<const char*>(record.mv_data) + offset, size};
+}
+
+MDB_val ValOf(std::string_view text) {
+  return {text.size(), const_cast<char*>(text.data())};
+}
+
+// FNV-1a; collisions are told apart by the names themselves.
+std::uint64_t HashOf(std::string_view text) {
+  std::uint64_t hash = 0xCBF29CE484222325u;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3u;
+  return hash;
+}
+
+std::uint64_t Now() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return ticksTo1970 + static_cast<std::uint64_t>(now.tv_sec) * 10000000u +
+         static_cast<std::uint64_t>(now.tv_nsec) / 100u;
+}
+
+DWORD OpenCursor(MDB_txn* txn, CursorPtr* cursor) {
+  MDB_cursor* raw = nullptr;
+  const int result = mdb_cursor_open(txn, records, &raw);
+  cursor->reset(raw);
+  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+// The name that a record carries, whichever of the two kinds it is.
+bool NameOf(RecordKind kind, const MDB_val& record, std::string_view* name) {
+  if (kind == RecordKind::Value) {
+    ValueRecord value;
+    const bool isSound = Parse(record, &value);
+    *name = value.name;
+    return isSound;
+  }
+  SubKeyRecord subKey;
+  const bool isSound = Parse(record, &subKey);
+  *name = subKey.name;
+  return isSound;
+}
+
+// Finds the record of a name. *key is its key, or the key that a new one has to get.
+DWORD Locate(MDB_txn* txn, RecordKind kind, std::uint64_t owner, std::string_view name, RecordKey* key,
+             MDB_val* record) {
+  const FoldedName folded(name);
+  const std::string_view text = folded.View();
+  *key = PrefixOf(kind, owner);
+  if (text.size() <= longestInKey) {
+    key->Append(text);
+    MDB_val at = key->Val();
+    const int result = mdb_get(txn, records, &at, record);
+    return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+  }
+  key->Append(text.substr(0, longestInKey));
+  std::string hash;
+  AppendNumber(&hash, HashOf(text));
+  key->Append(hash);
+  // Names with one hash follow each other by their counter; a gap is where one was deleted.
+  unsigned counter = 0;
+  DWORD error = ERROR_FILE_NOT_FOUND;
+  const DWORD walked = ForEach(txn, *key, [&](const MDB_val& at, const MDB_val& found) {
+    std::string_view spelled;
+    if (at.mv_size != std::size_t{key->size} + 1 || !NameOf(kind, found, &spelled)) {
+      error = ERROR_BADDB;
+      return false;
+    }
+    const auto number = static_cast<const unsigned char*>(at.mv_data)[key->size];
+    if (FoldedName(spelled).View() == text) {
+      counter = number;
+      *record = found;
+      error = ERROR_SUCCESS;
+      return false;
+    }
+    if (number == counter) ++counter;
+    return true;
+  });
+  if (walked != ERROR_SUCCESS) return walked;
+  if (counter > 255) return ERROR_NO_SYSTEM_RESOURCES;
+  const char last = static_cast<char>(counter);
+  key->Append({&last, 1});
+  return error;
+}
+
+DWORD Put(MDB_txn* txn, const RecordKey& key, std::string_view content) {
+  MDB_val at = key.Val();
+  MDB_val record = ValOf(content);
+  const int result = mdb_put(txn, records, &at, &record, 0);
+  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+DWORD Drop(MDB_txn* txn, const RecordKey& key) {
+  MDB_val at = key.Val();
+  const int result = mdb_del(txn, records, &at, nullptr);
+  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+DWORD PutInfo(MDB_txn* txn, std::uint64_t key, std::uint64_t parent, std::string_view className) {
+  std::string content;
+  AppendNumber(&content, parent);
+  AppendNumber(&content, Now());
+  AppendNumber(&content, std::uint32_t{0});
+  content += className;
+  return Put(txn, PrefixOf(RecordKind::Info, key), content);
+}
+
+// Notes that a key was written.
+DWORD Touch(MDB_txn* txn, std::uint64_t key) {
+  InfoRecord info;
+  const DWORD error = GetInfo(txn, key, &info);
+  if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? ERROR_KEY_DELETED : error;
+  return PutInfo(txn, key, info.parent, std::string(info.className));
+}
+
+DWORD TakeNumber(MDB_txn* txn, std::uint64_t* number) {
+  RecordKey key = PrefixOf(RecordKind::Meta, 0);
+  key.size = 1;
+  MDB_val at = key.Val();
+  MDB_val record{};
+  *number = rootKey + 1;
+  const int result = mdb_get(txn, records, &at, &record);
+  if (result == 0) {
+    if (record.mv_size != 12 || NumberAt<std::uint32_t>(record, 0) != formatVersion) return ERROR_BADDB;
+    *number = NumberAt<std::uint64_t>(record, 4);
+    if (*number <= rootKey) return ERROR_BADDB;
+  } else if (result != MDB_NOTFOUND) {
+    return ErrorFromStore(result);
+  }
+  std::string content;
+  AppendNumber(&content, formatVersion);
+  AppendNumber(&content, *number + 1);
+  return Put(txn, key, content);
+}
+
+}  // namespace
+
+// ---- Keys and contents of records
+
+bool RecordKey::Begins(const MDB_val& other) const {
+  return other.mv_size >= size && std::memcmp(other.mv_data, bytes.data(), size) == 0;
+}
+
+void RecordKey::Append(std::string_view text) {
+  const std::size_t count = std::min(text.size(), bytes.size() - size);
+  std::memcpy(bytes.data() + size, text.data(), count);
+  size = static_cast<std::uint16_t>(size + count);
+}
+
+FoldedName::FoldedName(std::string_view name) : mSize(name.size()) {
+  const bool isShort = name.size() <= mShort.size();
+  if (!isShort) mLong = name;
+  char* text = isShort ? mShort.data() : mLong.data();
+  unsigned char high = 0;
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const char c = name[i];
+    high = static_cast<unsigned char>(high | static_cast<unsigned char>(c));
+    text[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+  }
+  if (high < 0x80) return;
+  // Trail bytes must not be folded, and letters beyond ASCII must be: the code page knows both.
+  mLong = name;
+  _mbslwr(reinterpret_cast<unsigned char*>(mLong.data()));
+}
+
+RecordKey PrefixOf(RecordKind kind, std::uint64_t key) {
+  RecordKey result;
+  result.bytes[0] = static_cast<unsigned char>(kind);
+  for (std::size_t i = 0; i < 8; ++i) result.bytes[1 + i] = static_cast<unsigned char>(key >> (56 - 8 * i));
+  result.size = 9;
+  return result;
+}
+
+bool Parse(const MDB_val& record, SubKeyRecord* subKey) {
+  if (record.mv_size < 10 || record.mv_size > 9 + maxKeyName) return false;
+  subKey->id = NumberAt<std::uint64_t>(record, 0);
+  subKey->isLink = NumberAt<std::uint8_t>(record, 8) != 0;
+  subKey->name = TextFrom(record, 9, record.mv_size - 9);
+  return subKey->id != noKey;
+}
+
+bool Parse(const MDB_val& record, ValueRecord* value) {
+  if (record.mv_size < 6) return false;
+  const std::size_t nameSize = NumberAt<std::uint16_t>(record, 4);
+  if (nameSize > maxValueName || nameSize > record.mv_size - 6) return false;
+  value->type = NumberAt<std::uint32_t>(record, 0);
+  value->name = TextFrom(record, 6, nameSize);
+  value->data = TextFrom(record, 6 + nameSize, record.mv_size - 6 - nameSize);
+  return true;
+}
+
+bool Parse(const MDB_val& record, InfoRecord* info) {
+  if (record.mv_size < 20) return false;
+  info->parent = NumberAt<std::uint64_t>(record, 0);
+  info->lastWrite = NumberAt<std::uint64_t>(record, 8);
+  info->className = TextFrom(record, 20, record.mv_size - 20);
+  return true;
+}
+
+// ---- Reading
+
+DWORD GetInfo(MDB_txn* txn, std::uint64_t key, InfoRecord* info) {
+  const RecordKey at = PrefixOf(RecordKind::Info, key);
+  MDB_val name = at.Val();
+  MDB_val record{};
+  const int result = mdb_get(txn, records, &name, &record);
+  if (result == MDB_NOTFOUND && key == rootKey) {
+    *info = {};  // the root is there before anything was written
+    return ERROR_SUCCESS;
+  }
+  if (result != 0) return ErrorFromStore(result);
+  return Parse(record, info) ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+DWORD CheckAlive(MDB_txn* txn, std::uint64_t key) {
+  InfoRecord info;
+  const DWORD error = GetInfo(txn, key, &info);
+  return error == ERROR_FILE_NOT_FOUND ? ERROR_KEY_DELETED : error;
+}
+
+DWORD GetSubKey(MDB_txn* txn, std::uint64_t key, std::string_view name, SubKeyRecord* subKey) {
+  RecordKey at;
+  MDB_val record{};
+  const DWORD error = Locate(txn, RecordKind::SubKey, key, name, &at, &record);
+  if (error != ERROR_SUCCESS) return error;
+  return Parse(record, subKey) ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+DWORD GetValue(MDB_txn* txn, std::uint64_t key, std::string_view name, ValueRecord* value) {
+  RecordKey at;
+  MDB_val record{};
+  const DWORD error = Locate(txn, RecordKind::Value, key, name, &at, &record);
+  if (error != ERROR_SUCCESS) return error;
+  return Parse(record, value) ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
+DWORD ForEach(MDB_txn* txn, const RecordKey& prefix,
+              const std::function<bool(const MDB_val&, const MDB_val&)>& visit) {
+  CursorPtr cursor(nullptr, mdb_cursor_close);
+  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  MDB_val key = prefix.Val();
+  MDB_val record{};
+  int result = mdb_cursor_get(cursor.get(), &key, &record, MDB_SET_RANGE);
+  while (result == 0 && prefix.Begins(key) && visit(key, record)) {
+    result = mdb_cursor_get(cursor.get(), &key, &record, MDB_NEXT);
+  }
+  return result == 0 || result == MDB_NOTFOUND ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index, Position* position, MDB_val* record) {
+  CursorPtr cursor(nullptr, mdb_cursor_close);
+  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  const bool isOnTheWay = position->txn == mdb_txn_id(txn) && position->index <= index;
+  MDB_val key = isOnTheWay ? position->key.Val() : prefix.Val();
+  int result = mdb_cursor_get(cursor.get(), &key, record, MDB_SET_RANGE);
+  for (DWORD i = isOnTheWay ? position->index : 0; result == 0 && prefix.Begins(key) && i < index; ++i) {
+    result = mdb_cursor_get(cursor.get(), &key, record, MDB_NEXT);
+  }
+  if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(key))) return ERROR_NO_MORE_ITEMS;
+  if (result != 0) return ErrorFromStore(result);
+  *position = {mdb_txn_id(txn), index, {}};
+  position->key.Append({static_cast<const char*>(key.mv_data), key.mv_size});
+  return ERROR_SUCCESS;
+}
+
+// ---- Writing
+
+DWORD MakeKey(MDB_txn* txn, std::uint64_t parent, std::string_view className, std::uint64_t* id) {
+  if (const DWORD error = TakeNumber(txn, id); error != ERROR_SUCCESS) return error;
+  return PutInfo(txn, *id, parent, className);
+}
+
+DWORD PutSubKey(MDB_txn* txn, std::uint64_t key, const SubKeyRecord& subKey) {
+  RecordKey at;
+  MDB_val old{};
+  const DWORD error = Locate(txn, RecordKind::SubKey, key, subKey.name, &at, &old);
+  if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND) return error;
+  std::string content;
+  AppendNumber(&content, subKey.id);
+  content.push_back(subKey.isLink ? 1 : 0);
+  content += subKey.name;
+  const DWORD result = Put(txn, at, content);
+  return result == ERROR_SUCCESS ? Touch(txn, key) : result;
+}
+
+DWORD PutValue(MDB_txn* txn, std::uint64_t key, const ValueRecord& value) {
+  RecordKey at;
+  MDB_val old{};
+  const DWORD error = Locate(txn, RecordKind::Value, key, value.name, &at, &old);
+  if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND) return error;
+  // A name keeps the spelling that it was made with.
+  ValueRecord before;
+  if (error == ERROR_SUCCESS && !Parse(old, &before)) return ERROR_BADDB;
+  const std::string_view name = error == ERROR_SUCCESS ? before.name : value.name;
+  std::string content;
+  content.reserve(6 + name.size() + value.data.size());
+  AppendNumber(&content, value.type);
+  AppendNumber(&content, static_cast<std::uint16_t>(name.size()));
+  content += name;
+  content += value.data;
+  if (const DWORD alive = Touch(txn, key); alive != ERROR_SUCCESS) return alive;
+  return Put(txn, at, content);
+}
+
+DWORD DropSubKey(MDB_txn* txn, std::uint64_t key, std::string_view name) {
+  RecordKey at;
+  MDB_val record{};
+  DWORD error = Locate(txn, RecordKind::SubKey, key, name, &at, &record);
+  if (error == ERROR_SUCCESS) error = Drop(txn, at);
+  return error == ERROR_SUCCESS ? Touch(txn, key) : error;
+}
+
+DWORD DropValue(MDB_txn* txn, std::uint64_t key, std::string_view name) {
+  RecordKey at;
+  MDB_val record{};
+  DWORD error = Locate(txn, RecordKind::Value, key, name, &at, &record);
+  if (error == ERROR_SUCCESS) error = Drop(txn, at);
+  return error == ERROR_SUCCESS ? Touch(txn, key) : error;
+}
+
+DWORD DropKey(MDB_txn* txn, std::uint64_t key) {
+  bool hasSubKeys = false;
+  DWORD error = ForEach(txn, PrefixOf(RecordKind::SubKey, key), [&](const MDB_val&, const MDB_val&) {
+    hasSubKeys = true;
+    return false;
+  });
+  if (error != ERROR_SUCCESS) return error;
+  if (hasSubKeys) return ERROR_ACCESS_DENIED;
+  CursorPtr cursor(nullptr, mdb_cursor_close);
+  if (error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  const RecordKey prefix = PrefixOf(RecordKind::Value, key);
+  for (;;) {
+    MDB_val at = prefix.Val();
+    MDB_val record{};
+    int result = mdb_cursor_get(cursor.get(), &at, &record, MDB_SET_RANGE);
+    if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(at))) break;
+    if (result == 0) result = mdb_cursor_del(cursor.get(), 0);
+    if (result != 0) return ErrorFromStore(result);
+  }
+  error = Drop(txn, PrefixOf(RecordKind::Info, key));
+  return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+}
+
+}  // namespace orm::platform

@@ -1,0 +1,155 @@
+// The registry's operations on values: query, set, delete.
+#include <atomic>
+#include <cstring>
+
+#include "registry/KeyTable.h"
+#include "registry/ValueData.h"
+#include "win32/registry.h"
+#include "win32/registryx.h"
+
+namespace orm::platform {
+namespace {
+
+constexpr DWORD largestValue = 256u << 20;
+
+// Handed out where a store has no commit word; see OrmRegistryChangeWord.
+constinit std::atomic<std::uint64_t> gAskAlways{0};
+constinit std::atomic<bool> gIsAskAlwaysUsed{false};
+
+std::string_view NameOrDefault(const char* name) {
+  return name == nullptr ? std::string_view() : name;
+}
+
+// The value as this handle saw it last, when nothing has been committed since; null otherwise.
+const KeyMemory::Value* Remembered(const LockedKey& slot, std::string_view name) {
+  const volatile std::uint64_t* word = slot->key.hive->CommitWord();
+  if (slot->memory == nullptr || word == nullptr || slot->key.hive->InBatch()) return nullptr;
+  const KeyMemory::Value& value = slot->memory->For(name);
+  const bool isIt = value.txn == *word && value.nameSize == name.size() &&
+                    std::memcmp(value.name.data(), name.data(), name.size()) == 0;
+  return isIt ? &value : nullptr;
+}
+
+void Fill(const ValueRecord& found, std::string_view name, std::uint64_t txn, KeyMemory::Value* value) {
+  if (name.size() > value->name.size() || found.data.size() > value->data.size()) return;
+  value->txn = txn;
+  value->type = found.type;
+  value->size = static_cast<std::uint8_t>(found.data.size());
+  value->nameSize = static_cast<std::uint8_t>(name.size());
+  std::memcpy(value->name.data(), name.data(), name.size());
+  std::memcpy(value->data.data(), found.data.data(), found.data.size());
+}
+
+DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
+  KeyMemory::Value fresh;
+  const DWORD result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
+    ValueRecord value;
+    const DWORD error = GetValue(txn, open.id, name, &value);
+    if (error == ERROR_FILE_NOT_FOUND) {
+      const DWORD alive = CheckAlive(txn, open.id);
+      return alive == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : alive;
+    }
+    if (error != ERROR_SUCCESS) return error;
+    if (!open.hive->InBatch()) Fill(value, name, mdb_txn_id(txn), &fresh);
+    return DeliverValue(value.type, value.data, type, data, size);
+  });
+  if (fresh.txn != KeyMemory::nothing) {
+    if (const LockedKey slot(key); slot) slot.Memory().For(name) = fresh;
+  }
+  return result;
+}
+
+DWORD Query(HKEY key, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
+  OpenKey open;
+  if (const LockedKey slot(key); slot) {
+    if ((slot->key.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
+    if (const KeyMemory::Value* value = Remembered(slot, name)) {
+      return DeliverValue(value->type, {reinterpret_cast<const char*>(value->data.data()), value->size}, type,
+                          data, size);
+    }
+    open = slot->key;
+  } else if (const DWORD error = FindKey(key, &open); error != ERROR_SUCCESS) {
+    return error;
+  }
+  return QueryStore(key, open, name, type, data, size);
+}
+
+// A value that is set to what it is already stays untouched: nobody waits for a writer, and nobody who
+// watches the store is told of a change that is none.
+bool IsAlready(const OpenKey& open, const ValueRecord& value) {
+  return open.hive->Read([&](MDB_txn* txn) -> DWORD {
+    ValueRecord now;
+    const DWORD error = GetValue(txn, open.id, value.name, &now);
+    if (error != ERROR_SUCCESS) return error;
+    return now.type == value.type && now.data == value.data ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
+  }) == ERROR_SUCCESS;
+}
+
+DWORD FindForWriting(HKEY key, OpenKey* open) {
+  const DWORD error = FindKey(key, open);
+  if (error != ERROR_SUCCESS) return error;
+  return (open->access & KEY_SET_VALUE) != 0 ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+}  // namespace
+
+DWORD DeliverValue(DWORD type, std::string_view value, DWORD* typeOut, BYTE* data, DWORD* size) {
+  if (typeOut != nullptr) *typeOut = type;
+  if (size == nullptr) return ERROR_SUCCESS;
+  const DWORD room = *size;
+  *size = static_cast<DWORD>(value.size());
+  if (data == nullptr) return ERROR_SUCCESS;
+  if (room < value.size()) return ERROR_MORE_DATA;
+  std::memcpy(data, value.data(), value.size());
+  const bool isText = type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
+  if (isText && room > value.size() && (value.empty() || value.back() != 0)) data[value.size()] = 0;
+  return ERROR_SUCCESS;
+}
+
+}  // namespace orm::platform
+
+using namespace orm::platform;
+
+LSTATUS RegQueryValueExA(HKEY key, const char* valueName, DWORD* reserved, DWORD* type, BYTE* data,
+                         DWORD* size) {
+  if (reserved != nullptr || (data != nullptr && size == nullptr)) return ERROR_INVALID_PARAMETER;
+  const DWORD result = Query(key, NameOrDefault(valueName), type, data, size);
+  if (gIsAskAlwaysUsed.load(std::memory_order_relaxed)) gAskAlways.fetch_add(1, std::memory_order_relaxed);
+  return static_cast<LSTATUS>(result);
+}
+
+LSTATUS RegSetValueExA(HKEY key, const char* valueName, DWORD reserved, DWORD type, const BYTE* data,
+                       DWORD size) {
+  const std::string_view name = NameOrDefault(valueName);
+  if (reserved != 0 || (data == nullptr && size != 0) || name.size() > maxValueName)
+    return ERROR_INVALID_PARAMETER;
+  if (size > largestValue) return ERROR_NO_SYSTEM_RESOURCES;
+  OpenKey open;
+  if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS)
+    return static_cast<LSTATUS>(error);
+  const ValueRecord value{type, name, {reinterpret_cast<const char*>(data), size}};
+  if (IsAlready(open, value)) return ERROR_SUCCESS;
+  return static_cast<LSTATUS>(
+      open.hive->Write(name.size() + size, [&](MDB_txn* txn) { return PutValue(txn, open.id, value); }));
+}
+
+LSTATUS RegDeleteValueA(HKEY key, const char* valueName) {
+  OpenKey open;
+  if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS)
+    return static_cast<LSTATUS>(error);
+  const std::string_view name = NameOrDefault(valueName);
+  return static_cast<LSTATUS>(open.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
+    const DWORD alive = CheckAlive(txn, open.id);
+    return alive == ERROR_SUCCESS ? DropValue(txn, open.id, name) : alive;
+  }));
+}
+
+const volatile uint64_t* OrmRegistryChangeWord(HKEY key) {
+  OpenKey open;
+  if (FindKey(key, &open) == ERROR_SUCCESS && open.hive->Open() == ERROR_SUCCESS) {
+    if (const volatile std::uint64_t* word = open.hive->CommitWord()) return word;
+  }
+  gIsAskAlwaysUsed = true;
+  static_assert(sizeof gAskAlways == sizeof(std::uint64_t));
+  return reinterpret_cast<const volatile std::uint64_t*>(&gAskAlways);
+}
