@@ -1,0 +1,326 @@
+// Loading and freeing libraries. A module handle is the image's base address; the loader's own handle for it
+// is kept while LoadLibrary counts are open, and asked for by path otherwise.
+#include "win32/modules.h"
+
+#include <dlfcn.h>
+#include <link.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "kernel/ImageCheck.h"
+#include "kernel/ModuleEntries.h"
+#include "kernel/Paths.h"
+#include "kernel/ThreadRecord.h"
+
+namespace orm::platform {
+
+namespace {
+
+constexpr const char* kDrawingLibrary = "libormgdi.so.4";
+
+// LoadLibrary counts of one image.
+struct Loaded {
+  void* loaderHandle;
+  unsigned count;
+};
+
+struct LoadedTable {
+  std::mutex lock;
+  std::map<HMODULE, Loaded> modules;
+};
+
+LoadedTable& Table() {
+  static LoadedTable& table = *new LoadedTable;
+  return table;
+}
+
+HMODULE BaseOf(const void* address) {
+  Dl_info info;
+  return dladdr(address, &info) != 0 ? static_cast<HMODULE>(info.dli_fbase) : nullptr;
+}
+
+HMODULE ThisLibrary() {
+  static const char anchor = 0;
+  return BaseOf(&anchor);
+}
+
+// The base address behind a handle of the loader.
+HMODULE BaseOfHandle(void* loaderHandle) {
+  link_map* map = nullptr;
+  if (dlinfo(loaderHandle, RTLD_DI_LINKMAP, &map) != 0 || map->l_ld == nullptr) return nullptr;
+  return BaseOf(map->l_ld);
+}
+
+struct CloseLoaderHandle {
+  void operator()(void* handle) const { dlclose(handle); }
+};
+using LoaderHandle = std::unique_ptr<void, CloseLoaderHandle>;
+
+// The loader's handle of an image that is mapped, counted once more; empty when it is not.
+LoaderHandle HandleOfImage(HMODULE module) {
+  Dl_info info;
+  if (module == nullptr || dladdr(module, &info) == 0 || info.dli_fbase != module) return nullptr;
+  LoaderHandle handle(dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD));
+  if (handle && BaseOfHandle(handle.get()) == module) return handle;
+  handle.reset(dlopen(nullptr, RTLD_LAZY));
+  return handle && BaseOfHandle(handle.get()) == module ? std::move(handle) : nullptr;
+}
+
+// Which library of the platform a plain name stands for; null for other names.
+HMODULE PlatformModule(const char* name) {
+  for (const char* own : {"USER32", "KERNEL32", "USER32.DLL", "KERNEL32.DLL"}) {
+    if (strcasecmp(name, own) == 0) return ThisLibrary();
+  }
+  for (const char* own : {"GDI32", "GDI32.DLL"}) {
+    if (strcasecmp(name, own) != 0) continue;
+    const LoaderHandle drawing(dlopen(kDrawingLibrary, RTLD_LAZY));
+    return drawing ? BaseOfHandle(drawing.get()) : nullptr;
+  }
+  return nullptr;
+}
+
+// What the loader's text says went wrong. It gives no number.
+DWORD ErrorFromLoaderText(const char* text) {
+  if (text == nullptr) return ERROR_MOD_NOT_FOUND;
+  if (strstr(text, "undefined symbol") != nullptr || strstr(text, "symbol lookup error") != nullptr) {
+    return ERROR_PROC_NOT_FOUND;
+  }
+  if (strstr(text, "cannot allocate memory") != nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+  if (strstr(text, "No such file or directory") != nullptr) return ERROR_MOD_NOT_FOUND;
+  return ERROR_BAD_EXE_FORMAT;
+}
+
+// An exception that passes through the loader leaves its lock held for ever, so there is no going on.
+[[noreturn]] void DieOfInitialiser(const std::string& path) {
+  const char* reason = "an exception";
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    reason = error.what();
+    fprintf(stderr, "%s: a static initialiser threw: %s\n", path.c_str(), reason);
+  } catch (...) {
+    fprintf(stderr, "%s: a static initialiser threw %s\n", path.c_str(), reason);
+  }
+  abort();
+}
+
+HMODULE Count(LoaderHandle handle) {
+  const HMODULE module = BaseOfHandle(handle.get());
+  LoadedTable& table = Table();
+  const std::lock_guard lock(table.lock);
+  Loaded& loaded = table.modules.try_emplace(module, Loaded{handle.get(), 0}).first->second;
+  ++loaded.count;
+  static_cast<void>(handle.release());  // each count holds one reference of the loader
+  return module;
+}
+
+HMODULE Load(const std::string& path) {
+  // A library that is loaded keeps its path, whatever stands there now.
+  if (LoaderHandle loaded{dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)}) return Count(std::move(loaded));
+  if (const DWORD error = CheckImage(path); error != ERROR_SUCCESS) {
+    tlsLastError = error;
+    return nullptr;
+  }
+  LoaderHandle handle;
+  bool attachFailed;
+  try {
+    const LoadInProgress load;
+    handle.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+    attachFailed = load.AttachFailed();
+  } catch (...) {
+    DieOfInitialiser(path);
+  }
+  if (!handle) {
+    tlsLastError = ErrorFromLoaderText(dlerror());
+    return nullptr;
+  }
+  if (attachFailed) {
+    handle.reset();
+    tlsLastError = ERROR_DLL_INIT_FAILED;
+    return nullptr;
+  }
+  return Count(std::move(handle));
+}
+
+// A name without a folder is looked for beside the program, then where the loader looks.
+std::string LibraryPath(const char* name) {
+  if (strpbrk(name, "/\\:") != nullptr) return UnixPath(name);
+  char program[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", program, sizeof(program));
+  if (length > 0) {
+    std::string beside(program, static_cast<size_t>(length));
+    beside.resize(beside.rfind('/') + 1);
+    beside = ResolveCase(beside + name);
+    if (access(beside.c_str(), F_OK) == 0) return beside;
+  }
+  return UnixPath(name);
+}
+
+struct FindByName {
+  const char* name;
+  std::string path;
+  HMODULE found = nullptr;
+};
+
+const char* FileNameOf(const char* path) {
+  const char* const slash = strrchr(path, '/');
+  return slash != nullptr ? slash + 1 : path;
+}
+
+int VisitImage(dl_phdr_info* info, size_t, void* context) {
+  auto& find = *static_cast<FindByName*>(context);
+  const bool matches = find.path.empty() ? strcasecmp(FileNameOf(info->dlpi_name), find.name) == 0
+                                         : find.path == info->dlpi_name;
+  if (!matches || info->dlpi_phnum == 0) return 0;
+  for (int i = 0; i < info->dlpi_phnum && find.found == nullptr; ++i) {
+    if (info->dlpi_phdr[i].p_type == PT_LOAD) {
+      find.found = BaseOf(reinterpret_cast<const void*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr));
+    }
+  }
+  return 1;
+}
+
+// The main program's image has an empty name in the loader's list, and stands first.
+int VisitProgram(dl_phdr_info* info, size_t, void* context) {
+  for (int i = 0; i < info->dlpi_phnum; ++i) {
+    if (info->dlpi_phdr[i].p_type != PT_LOAD) continue;
+    *static_cast<HMODULE*>(context) =
+        BaseOf(reinterpret_cast<const void*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr));
+    return 1;
+  }
+  return 1;
+}
+
+HMODULE ProgramModule() {
+  HMODULE program = nullptr;
+  dl_iterate_phdr(&VisitProgram, &program);
+  return program;
+}
+
+std::string ProgramPath() {
+  std::string path(PATH_MAX, '\0');
+  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length > 0 ? static_cast<size_t>(length) : 0);
+  return path;
+}
+
+std::string AbsolutePath(const char* path) {
+  const std::unique_ptr<char, decltype(&free)> real(realpath(path, nullptr), &free);
+  return real ? real.get() : path;
+}
+
+std::string ImagePath(HMODULE module) {
+  if (module == nullptr || module == ProgramModule()) return ProgramPath();
+  Dl_info info;
+  if (dladdr(module, &info) == 0 || info.dli_fbase != module) return {};
+  return info.dli_fname[0] == '/' ? info.dli_fname : AbsolutePath(info.dli_fname);
+}
+
+}  // namespace
+}  // namespace orm::platform
+
+using namespace orm::platform;
+
+HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept {
+  if (name == nullptr || *name == '\0' || file != nullptr || (flags & ~LOAD_WITH_ALTERED_SEARCH_PATH) != 0) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return nullptr;
+  }
+  if (const HMODULE own = PlatformModule(name)) return own;
+  const std::string path = LibraryPath(name);
+  if (path.empty()) {
+    tlsLastError = ERROR_MOD_NOT_FOUND;
+    return nullptr;
+  }
+  return Load(path);
+}
+
+HMODULE LoadLibraryA(const char* name) noexcept {
+  return LoadLibraryExA(name, nullptr, 0);
+}
+
+BOOL FreeLibrary(HMODULE module) noexcept {
+  void* loaderHandle = nullptr;
+  {
+    LoadedTable& table = Table();
+    const std::lock_guard lock(table.lock);
+    if (const auto found = table.modules.find(module); found != table.modules.end()) {
+      loaderHandle = found->second.loaderHandle;
+      if (--found->second.count == 0) table.modules.erase(found);
+    }
+  }
+  if (loaderHandle != nullptr) {
+    dlclose(loaderHandle);
+    return TRUE;
+  }
+  // The platform's own names are not counted, since the platform never goes.
+  if (module != nullptr && (module == ThisLibrary() || module == PlatformModule("GDI32"))) return TRUE;
+  tlsLastError = ERROR_MOD_NOT_FOUND;
+  return FALSE;
+}
+
+FARPROC GetProcAddress(HMODULE module, const char* name) noexcept {
+  const LoaderHandle handle = HandleOfImage(module == nullptr ? ProgramModule() : module);
+  if (!handle) {
+    tlsLastError = ERROR_MOD_NOT_FOUND;
+    return nullptr;
+  }
+  // The loader also looks in the libraries that the module uses; those exports are not the module's.
+  void* const address = name != nullptr ? dlsym(handle.get(), name) : nullptr;
+  if (address == nullptr || BaseOf(address) != BaseOfHandle(handle.get())) {
+    tlsLastError = ERROR_PROC_NOT_FOUND;
+    return nullptr;
+  }
+  return reinterpret_cast<FARPROC>(address);
+}
+
+HMODULE GetModuleHandleA(const char* name) noexcept {
+  if (name == nullptr) return ProgramModule();
+  HMODULE module = PlatformModule(name);
+  if (module == nullptr) {
+    FindByName find{name, {}};
+    if (strpbrk(name, "/\\:") != nullptr) find.path = UnixPath(name);
+    dl_iterate_phdr(&VisitImage, &find);
+    module = find.found;
+    if (module == nullptr && strcasecmp(FileNameOf(ProgramPath().c_str()), name) == 0)
+      module = ProgramModule();
+  }
+  if (module == nullptr) tlsLastError = ERROR_MOD_NOT_FOUND;
+  return module;
+}
+
+DWORD GetModuleFileNameA(HMODULE module, char* buffer, DWORD size) noexcept {
+  const std::string path = ImagePath(module);
+  if (path.empty()) {
+    tlsLastError = ERROR_MOD_NOT_FOUND;
+    return 0;
+  }
+  const std::string text = AnsiPath(path);
+  if (size == 0) {
+    tlsLastError = ERROR_INSUFFICIENT_BUFFER;
+    return 0;
+  }
+  if (text.size() < size) {
+    memcpy(buffer, text.c_str(), text.size() + 1);
+    return static_cast<DWORD>(text.size());
+  }
+  memcpy(buffer, text.data(), size - 1);
+  buffer[size - 1] = '\0';
+  tlsLastError = ERROR_INSUFFICIENT_BUFFER;
+  return size;
+}
+
+UINT SetErrorMode(UINT mode) noexcept {
+  static constinit std::atomic<UINT> current{0};
+  return current.exchange(mode);
+}

@@ -1,0 +1,180 @@
+// Threads: the gate of a suspended one, its end before it began, exit codes, priorities, mutexes that it
+// leaves.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "kernel/Handle.h"
+#include "win32/kernel.h"
+
+namespace {
+
+using orm::test::Handle;
+
+unsigned Count(void* counter) {
+  ++*static_cast<std::atomic<int>*>(counter);
+  return 42;
+}
+
+Handle Begin(OrmRuntimeThreadRoutine routine, void* parameter, unsigned flags = 0, unsigned* id = nullptr) {
+  return Handle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, routine, parameter, flags, id)));
+}
+
+TEST(Threads, SuspendedOnesRunNothingBeforeResume) {
+  std::atomic<int> runs{0};
+  unsigned id = 0;
+  const Handle thread = Begin(&Count, &runs, CREATE_SUSPENDED, &id);
+  ASSERT_TRUE(thread);
+  EXPECT_NE(0u, id);
+  EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(thread.get(), 5));
+  EXPECT_EQ(0, runs);
+  DWORD code = 0;
+  EXPECT_TRUE(GetExitCodeThread(thread.get(), &code));
+  EXPECT_EQ(STILL_ACTIVE, code);
+  EXPECT_EQ(1u, ResumeThread(thread.get()));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), INFINITE));
+  EXPECT_EQ(0u, ResumeThread(thread.get()));
+  EXPECT_TRUE(GetExitCodeThread(thread.get(), &code));
+  EXPECT_EQ(42u, code);
+  EXPECT_EQ(1, runs);
+  EXPECT_FALSE(TerminateThread(thread.get(), 1));
+  EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+}
+
+TEST(Threads, OnesThatNeverBeganCanBeEnded) {
+  std::atomic<int> runs{0};
+  const Handle thread = Begin(&Count, &runs, CREATE_SUSPENDED);
+  EXPECT_TRUE(TerminateThread(thread.get(), 7));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), 0));
+  EXPECT_EQ(0u, ResumeThread(thread.get()));
+  DWORD code = 0;
+  EXPECT_TRUE(GetExitCodeThread(thread.get(), &code));
+  EXPECT_EQ(7u, code);
+  EXPECT_EQ(0, runs);
+}
+
+// Resuming and ending a thread at once: one of the two wins, and the thread runs wholly or not at all.
+TEST(Threads, ResumeAgainstTerminate) {
+  for (int round = 0; round < 300; ++round) {
+    std::atomic<int> runs{0};
+    const Handle thread = Begin(&Count, &runs, CREATE_SUSPENDED);
+    DWORD resumed = 0;
+    std::thread resumer([&] { resumed = ResumeThread(thread.get()); });
+    const BOOL ended = TerminateThread(thread.get(), 0);
+    resumer.join();
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), INFINITE));
+    EXPECT_NE(ended != FALSE, resumed == 1);
+    EXPECT_EQ(ended ? 0 : 1, runs);
+  }
+}
+
+TEST(Threads, ManyAtOnce) {
+  constexpr int kThreads = 500;
+  std::atomic<int> runs{0};
+  std::vector<Handle> threads;
+  for (int i = 0; i < kThreads; ++i) threads.push_back(Begin(&Count, &runs, CREATE_SUSPENDED));
+  for (const Handle& thread : threads) ASSERT_EQ(1u, ResumeThread(thread.get()));
+  for (const Handle& thread : threads) ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), INFINITE));
+  EXPECT_EQ(kThreads, runs);
+}
+
+TEST(Threads, PrioritiesReadBackAndBadOnesAreRefused) {
+  std::atomic<int> runs{0};
+  const Handle thread = Begin(&Count, &runs, CREATE_SUSPENDED);
+  EXPECT_EQ(THREAD_PRIORITY_NORMAL, GetThreadPriority(thread.get()));
+  for (const int priority : {-2, -1, 0, 1, 2, THREAD_PRIORITY_IDLE, THREAD_PRIORITY_TIME_CRITICAL}) {
+    EXPECT_TRUE(SetThreadPriority(thread.get(), priority));
+    EXPECT_EQ(priority, GetThreadPriority(thread.get()));
+  }
+  EXPECT_FALSE(SetThreadPriority(thread.get(), 3));
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+  TerminateThread(thread.get(), 0);
+  EXPECT_EQ(THREAD_PRIORITY_NORMAL, GetThreadPriority(GetCurrentThread()));
+}
+
+// Left to a child, since the limit cannot be raised again by an ordinary user.
+TEST(Threads, ASystemThatGivesNoThreadIsAnError) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const rlimit limit{64 << 20, 64 << 20};
+    setrlimit(RLIMIT_AS, &limit);
+    std::atomic<int> runs{0};
+    SetLastError(0);
+    const auto handle = _beginthreadex(nullptr, 1u << 30, &Count, &runs, CREATE_SUSPENDED, nullptr);
+    _exit(handle == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+}
+
+TEST(Mutex, IsRecursiveOwnedAndHandedOn) {
+  const Handle mutex(CreateMutexA(nullptr, TRUE, nullptr));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0));
+  std::thread([&] {
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(mutex.get(), 0));
+    EXPECT_FALSE(ReleaseMutex(mutex.get()));
+    EXPECT_EQ(ERROR_NOT_OWNER, GetLastError());
+  }).join();
+  std::thread waiter([&] {
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), INFINITE));
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+  });
+  EXPECT_TRUE(ReleaseMutex(mutex.get()));
+  EXPECT_TRUE(ReleaseMutex(mutex.get()));
+  EXPECT_FALSE(ReleaseMutex(mutex.get()));
+  waiter.join();
+}
+
+// A thread that ends while it owns a mutex leaves it as abandoned, to a waiter or to the next who asks,
+// whether the layer made the thread or not, and also when the handle was closed meanwhile.
+TEST(Mutex, PassesOnWhenItsOwnerEnds) {
+  for (const char* name : {static_cast<const char*>(nullptr), "left by a thread"}) {
+    Handle mutex(CreateMutexA(nullptr, FALSE, name));
+    std::thread([&] {
+      WaitForSingleObject(mutex.get(), INFINITE);
+      WaitForSingleObject(mutex.get(), INFINITE);
+    }).join();
+    // The record ends before join returns.
+    EXPECT_EQ(WAIT_ABANDONED, WaitForSingleObject(mutex.get(), INFINITE));
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+    EXPECT_FALSE(ReleaseMutex(mutex.get()));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0)) << "told of it twice";
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+
+    const Handle thread = Begin(
+        [](void* handle) {
+          WaitForSingleObject(*static_cast<HANDLE*>(handle), INFINITE);
+          CloseHandle(*static_cast<HANDLE*>(handle));
+          return 0u;
+        },
+        mutex.put());
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), INFINITE));
+    *mutex.put() = nullptr;
+  }
+}
+
+TEST(Mutex, ExcludesUnderLoad) {
+  for (const char* name : {static_cast<const char*>(nullptr), "under load"}) {
+    const Handle mutex(CreateMutexA(nullptr, FALSE, name));
+    int counter = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        for (int round = 0; round < 2000; ++round) {
+          ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), INFINITE));
+          ++counter;
+          ASSERT_TRUE(ReleaseMutex(mutex.get()));
+        }
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(8000, counter);
+  }
+}
+
+}  // namespace
