@@ -3,6 +3,8 @@
 
 #include "Bench.h"
 
+void AddFaceRows(bench::Table& table);
+void AddThreadRows(bench::Table& table);
 void AddTraceRows(bench::Table& table);
 
 // The other process of the rows that need one: works for each count that it reads until its input ends.

@@ -136,6 +136,8 @@ int main(int argc, char** argv) {
 
   bench::Table table;
   AddTraceRows(table);
+  AddFaceRows(table);
+  AddThreadRows(table);
   if (list) {
     for (const auto& entry : table.GetRows())
       std::printf("%s / %s\n", entry.name.c_str(), entry.peer.c_str());

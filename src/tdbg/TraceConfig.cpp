@@ -89,7 +89,7 @@ void ReadGlobalValues(const Key& key) {
   char letter[2] = {};
   const bool known = key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter);
   const int answer = std::tolower(static_cast<unsigned char>(letter[0]));
-  facility.blockTimes = known && answer == 'y';
+  timesBlocks = known && answer == 'y';
   if (!known || (answer != 'y' && answer != 'n')) key.Write(BLOCK_TIMES_VALUE, "n");
 
   char policy[2] = {};
@@ -105,10 +105,10 @@ void ReadModuleBlockTimes(const Key& key) {
   if (!key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter)) letter[0] = 0;
   switch (std::tolower(static_cast<unsigned char>(letter[0]))) {
     case 'y':
-      facility.blockTimes = true;
+      timesBlocks = true;
       break;
     case 'n':
-      facility.blockTimes = false;
+      timesBlocks = false;
       break;
     case 0:
       key.Write(BLOCK_TIMES_VALUE, "");
@@ -137,6 +137,7 @@ void ReadModuleValues(const Key& key) {
 void ReadConfiguration() {
   std::strcpy(facility.format, DEFAULT_FORMAT);
   std::strcpy(facility.target, DEBUGGER_TARGET);
+  timesBlocks = false;
   Key global;
   if (!global.CreateOrOpen(HKEY_LOCAL_MACHINE, GLOBAL_KEY)) return;
   ReadGlobalValues(global);

@@ -84,6 +84,7 @@ void Build() {
 
 constinit TraceFacility facility{};
 constinit const volatile uint64_t* changeWord = &unknownWord;
+constinit bool timesBlocks = true;
 constinit TraceArea areaAssert{"assert", TRACE_ERROR};
 
 bool EnsureBuilt() {

@@ -27,7 +27,6 @@ struct TraceFacility {
   HKEY moduleKey;
   char format[FORMAT_SIZE];
   char target[TARGET_SIZE];
-  bool blockTimes;
   char policy;  // 0: none was read
   HANDLE logFile;
   HANDLE fileMutex;

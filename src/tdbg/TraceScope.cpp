@@ -7,10 +7,7 @@
 
 namespace orm::trace_detail {
 
-ScopeLines::ScopeLines(TraceArea& area, int level, const char* file, int line)
-    : mArea(area), mpFile(file), mLevel(level), mLine(line), mStart(GetTickCount()) {}
-
-ScopeLines::~ScopeLines() {
+void ScopeLines::FreeMessage() {
   std::free(mpMessage);
 }
 
@@ -32,7 +29,7 @@ void ScopeLines::WriteEnter() {
 
 void ScopeLines::WriteLeave() {
   const char* message = mpMessage ? mpMessage : "";
-  if (!facility.blockTimes) {
+  if (!timesBlocks) {
     Write(mArea, mLevel, false, mpFile, mLine, "<== %s", message);
     return;
   }

@@ -48,6 +48,10 @@ namespace trace_detail {
 // points at a word that no area has seen, so that every line takes the slow road.
 extern const volatile uint64_t* changeWord;
 
+// Whether leave lines tell the time spent, in which case every scope asks the clock; also true before the
+// facility knows.
+extern bool timesBlocks;
+
 // Brings the area up to date and tells whether a line of this level passes it.
 bool RefreshAndTest(TraceArea& area, int level);
 
@@ -119,8 +123,11 @@ namespace trace_detail {
 // The part of a scope that does not depend on its arguments: the message once it is made, and the two lines.
 class ScopeLines {
  public:
-  ScopeLines(TraceArea& area, int level, const char* file, int line);
-  ~ScopeLines();
+  ScopeLines(TraceArea& area, int level, const char* file, int line)
+      : mArea(area), mpFile(file), mLevel(level), mLine(line), mStart(timesBlocks ? GetTickCount() : 0) {}
+  ~ScopeLines() {
+    if (mpMessage) FreeMessage();
+  }
   ScopeLines(const ScopeLines&) = delete;
   ScopeLines& operator=(const ScopeLines&) = delete;
 
@@ -132,6 +139,8 @@ class ScopeLines {
   void WriteLeave();
 
  private:
+  void FreeMessage();
+
   TraceArea& mArea;
   const char* mpFile;
   char* mpMessage = nullptr;  // printf-style, 1024 bytes at most; owned until the scope ends

@@ -11,6 +11,7 @@
 #include "win32/nls.h"
 #include "win32/registry.h"
 #include "win32/resources.h"
+#include "win32/system.h"
 #include "win32/time.h"
 #include "win32/types.h"
 #include "win32/user.h"

@@ -17,11 +17,19 @@ class Waitable;
 struct Waiter {
   static constexpr uint32_t kWaiting = 0xFFFFFFFF;
   static constexpr uint32_t kTimedOut = 0xFFFFFFFE;
+  static constexpr uint32_t kClaimed = 0xFFFFFFFC;    // an object is being handed over
   static constexpr uint32_t kLookAgain = 0xFFFFFFFD;  // an all-wait: one of its objects has changed
 
   std::atomic<uint32_t> word{kWaiting};  // the index of the object that ended the wait
   bool all = false;
   int wakeDescriptor = -1;  // eventfd of a waiter that sleeps in poll instead of on the word
+};
+
+enum class Acquired : uint8_t {
+  kNo,
+  kYes,
+  kOwned,      // the thread has become the owner of a mutex
+  kAbandoned,  // the same, and the previous owner died with it
 };
 
 // One object of a wait, linked into the object's list while the thread sleeps.
@@ -30,18 +38,12 @@ struct WaitNode {
   Waiter* waiter = nullptr;
   ThreadRecord* thread = nullptr;
   uint32_t index = 0;
-  uint32_t mask = 0;    // kinds of input, for message queues
-  bool fresh = true;    // a message queue: only input that has not been looked at yet
-  bool linked = false;  // guarded by the object's lock
+  uint32_t mask = 0;                 // kinds of input, for message queues
+  bool fresh = true;                 // a message queue: only input that has not been looked at yet
+  bool linked = false;               // guarded by the object's lock
+  Acquired outcome = Acquired::kNo;  // filled in before the waiter's word
   WaitNode* next = nullptr;
   WaitNode* previous = nullptr;
-};
-
-enum class Acquired : uint8_t {
-  kNo,
-  kYes,
-  kOwned,      // the thread has become the owner of a mutex
-  kAbandoned,  // the same, and the previous owner died with it
 };
 
 // A futex word of shared memory that changes when an object of several processes may have become free.
@@ -60,7 +62,10 @@ class Waitable : public KernelObject {
   virtual int PollDescriptor() const noexcept { return -1; }
   // False when the object has become free meanwhile.
   virtual bool PrepareSharedWait(SharedWait&) noexcept { return false; }
-  virtual void EndSharedWait() noexcept {}
+  // Ends what PrepareSharedWait began; `acquired` tells whether the thread has taken the object since.
+  virtual void EndSharedWait(bool) noexcept {}
+  // Gives back what TryAcquire took for a wait that another object had already ended.
+  virtual void Undo(const WaitNode&) noexcept {}
   virtual bool IsShared() const noexcept { return false; }
 
  protected:

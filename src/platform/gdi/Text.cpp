@@ -1,0 +1,253 @@
+// Drawing single runs of text: blending glyphs onto surfaces, underlines, and the entry points for one line.
+#include "gdi/Text.h"
+
+#include <algorithm>
+
+#include "gdi/Transfer.h"
+#include "win32/nls.h"
+
+namespace orm::platform::gdi {
+namespace {
+
+// Moves a colour towards another by coverage / 255, two channels at a time.
+Xrgb Blend(Xrgb under, Xrgb over, std::uint32_t coverage) {
+  const std::uint32_t weight = coverage + (coverage >> 7);  // 0..256
+  const std::uint32_t rest = 256 - weight;
+  const std::uint32_t redBlue = ((under & 0xFF00FF) * rest + (over & 0xFF00FF) * weight) >> 8 & 0xFF00FF;
+  const std::uint32_t green = ((under & 0x00FF00) * rest + (over & 0x00FF00) * weight) >> 8 & 0x00FF00;
+  return redBlue | green;
+}
+
+// Draws glyphs of one colour onto a surface.
+class Painter {
+ public:
+  Painter(Surface& surface, const RECT& clip, Xrgb color)
+      : mSurface(surface), mClip(clip), mColor(color), mValue(surface.Nearest(color)) {}
+
+  void Paint(const Glyph& glyph, int penX, int baseline) {
+    const int left = penX + glyph.left;
+    const int top = baseline - glyph.top;
+    const int first = std::max(left, mClip.left);
+    const int last = std::min(left + glyph.width, mClip.right);
+    if (first >= last) return;
+    for (int y = std::max(top, mClip.top); y < std::min(top + glyph.height, mClip.bottom); ++y) {
+      const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(y - top) * glyph.width + (first - left);
+      PaintRow(first, y, last - first, glyph.coverage.data() + offset);
+    }
+  }
+
+ private:
+  void PaintRow(int x, int y, int count, const std::uint8_t* coverage) {
+    const PixelFormat& format = mSurface.format;
+    if (format.plain && format.bits == 32) {
+      auto* pixels = reinterpret_cast<Xrgb*>(mSurface.Row(y)) + x;
+      for (int i = 0; i < count; ++i) pixels[i] = Blend(pixels[i], mColor, coverage[i]);
+    } else if (format.plain && format.bits == 24) {
+      std::uint8_t* pixel = mSurface.Row(y) + 3 * static_cast<std::ptrdiff_t>(x);
+      for (int i = 0; i < count; ++i, pixel += 3) {
+        const Xrgb blended =
+            Blend(pixel[0] | pixel[1] << 8 | static_cast<Xrgb>(pixel[2]) << 16, mColor, coverage[i]);
+        pixel[0] = static_cast<std::uint8_t>(blended);
+        pixel[1] = static_cast<std::uint8_t>(blended >> 8);
+        pixel[2] = static_cast<std::uint8_t>(blended >> 16);
+      }
+    } else {
+      PaintOther(x, y, count, coverage);
+    }
+  }
+
+  // Colours of a table cannot be mixed: there a character has hard edges.
+  void PaintOther(int x, int y, int count, const std::uint8_t* coverage) {
+    const bool mix = mSurface.format.kind == PixelFormat::Kind::Direct;
+    for (int i = 0; i < count; ++i) {
+      if (coverage[i] < (mix ? 1 : 128)) continue;
+      std::uint32_t value = mValue;
+      if (mix) {
+        mSurface.Read(x + i, y, 1, &value);
+        value = mSurface.Nearest(Blend(mSurface.ColorOf(value), mColor, coverage[i]));
+      }
+      mSurface.Write(x + i, y, 1, &value);
+    }
+  }
+
+  Surface& mSurface;
+  const RECT mClip;
+  const Xrgb mColor;
+  const std::uint32_t mValue;
+};
+
+void FillLocked(Surface& surface, const RECT& rect, const RECT& clip, Xrgb color) {
+  const RECT target = Intersect(rect, clip);
+  if (!IsEmpty(target)) Fill(surface, target, RasterOperation(PATCOPY), surface.Nearest(color));
+}
+
+}  // namespace
+
+std::u32string DecodeText(const char* text, std::size_t bytes) {
+  std::u32string result(bytes, U'\0');
+  bool ascii = true;
+  for (std::size_t i = 0; i < bytes; ++i) {
+    result[i] = static_cast<unsigned char>(text[i]);
+    ascii = ascii && result[i] < 0x80;
+  }
+  if (ascii || bytes > INT32_MAX) return result;
+  std::vector<WCHAR> units(bytes);
+  const int count =
+      MultiByteToWideChar(CP_ACP, 0, text, static_cast<int>(bytes), units.data(), static_cast<int>(bytes));
+  result.clear();
+  for (int i = 0; i < count; ++i) {
+    const char32_t unit = units[static_cast<std::size_t>(i)];
+    const char32_t next = i + 1 < count ? units[static_cast<std::size_t>(i) + 1] : 0;
+    if (unit >= 0xD800 && unit < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
+      result += 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+      ++i;
+    } else {
+      result += unit;
+    }
+  }
+  return result;
+}
+
+int MeasureRun(Font& font, std::u32string_view text) {
+  std::int64_t width = 0;
+  for (const char32_t character : text) width += font.GlyphOf(character).advance;
+  return static_cast<int>(std::min<std::int64_t>(width, INT32_MAX / 4));
+}
+
+void DrawRun(Context& context, POINT corner, std::u32string_view text, const RECT& clip,
+             const std::vector<int>* advances) {
+  Font& font = *context.font;
+  const FontMetrics& metrics = font.Metrics();
+  const RECT visible = Intersect(clip, context.Clip());
+  std::int64_t width = 0;
+  if (advances)
+    for (const int advance : *advances) width += advance;
+  else
+    width = MeasureRun(font, text);
+  const LONG right =
+      SaturatedAdd(corner.x, static_cast<LONG>(std::clamp<std::int64_t>(width, 0, INT32_MAX / 4)));
+  const LONG baseline = SaturatedAdd(corner.y, metrics.ascent);
+  const Xrgb color = context.Resolve(context.textColor);
+  Surface& surface = context.Target();
+  const SurfaceLock lock(surface);
+  if (context.bkMode == OPAQUE)
+    FillLocked(surface, {corner.x, corner.y, right, SaturatedAdd(corner.y, metrics.Height())}, visible,
+               context.Resolve(context.bkColor));
+  if (IsEmpty(visible)) return;
+  Painter painter(surface, visible, color);
+  LONG pen = corner.x;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const Glyph& glyph = font.GlyphOf(text[i]);
+    painter.Paint(glyph, pen, baseline);
+    pen = SaturatedAdd(pen, advances ? (*advances)[i] : glyph.advance);
+  }
+  const LOGFONTA& description = font.Description();
+  const auto line = [&](LONG top, LONG thickness) {
+    FillLocked(surface, {corner.x, top, right, top + thickness}, visible, color);
+  };
+  if (description.lfUnderline) line(baseline + metrics.underlineTop, metrics.underlineThickness);
+  if (description.lfStrikeOut) line(baseline - metrics.strikeTop, metrics.strikeThickness);
+}
+
+void FillColor(Context& context, const RECT& rect, const RECT& clip, COLORREF color) {
+  const SurfaceLock lock(context.Target());
+  FillLocked(context.Target(), rect, Intersect(clip, context.Clip()), context.Resolve(color));
+}
+
+}  // namespace orm::platform::gdi
+
+using namespace orm::platform::gdi;
+
+namespace {
+
+constexpr RECT everywhere{INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX};
+
+// The upper left corner of a run's cell for a reference point and the context's alignment.
+POINT AlignedCorner(const Context& context, int x, int y, int width) {
+  const FontMetrics& metrics = context.font->Metrics();
+  POINT corner{SaturatedAdd(x, context.offset.x), SaturatedAdd(y, context.offset.y)};
+  const UINT across = context.textAlign & TA_CENTER;
+  if (across == TA_CENTER) corner.x = SaturatedAdd(corner.x, -(width / 2));
+  if (across == TA_RIGHT) corner.x = SaturatedAdd(corner.x, -width);
+  const UINT down = context.textAlign & TA_BASELINE;
+  if (down == TA_BASELINE) corner.y = SaturatedAdd(corner.y, -metrics.ascent);
+  if (down == TA_BOTTOM) corner.y = SaturatedAdd(corner.y, -metrics.Height());
+  return corner;
+}
+
+// Turns distances for bytes into distances for characters: those of a character's bytes are added up.
+std::vector<int> CharacterAdvances(const char* text, std::size_t bytes, const int* advances,
+                                   std::size_t characters) {
+  std::vector<int> result;
+  std::size_t at = 0;
+  while (at < bytes && result.size() < characters) {
+    std::size_t size = 1;
+    // The shortest prefix that decodes to whole characters. No page has characters of more than four bytes.
+    while (size < 4 && at + size < bytes &&
+           MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text + at, static_cast<int>(size), nullptr, 0) ==
+               0)
+      ++size;
+    int sum = 0;
+    for (std::size_t i = 0; i < size; ++i) sum = SaturatedAdd(sum, advances[at + i]);
+    result.push_back(sum);
+    at += size;
+  }
+  result.resize(characters, 0);
+  return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+BOOL WINAPI GetTextExtentPoint32A(HDC handle, const char* text, int length, SIZE* size) {
+  const auto context = Require<Context>(handle);
+  if (!context) return FALSE;
+  if (!size || length < 0 || (!text && length > 0)) {
+    Fail(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  Font& font = *context->font;
+  *size = {MeasureRun(font, DecodeText(text, static_cast<std::size_t>(length))), font.Metrics().Height()};
+  return TRUE;
+}
+
+BOOL WINAPI TextOutA(HDC handle, int x, int y, const char* text, int length) {
+  if (length < 0) {
+    Fail(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  return ExtTextOutA(handle, x, y, 0, nullptr, text, static_cast<UINT>(length), nullptr);
+}
+
+BOOL WINAPI ExtTextOutA(HDC handle, int x, int y, UINT options, const RECT* rect, const char* text,
+                        UINT length, const int* advances) {
+  const auto context = Require<Context>(handle);
+  if (!context) return FALSE;
+  if (!text && length > 0) {
+    Fail(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  RECT clip = everywhere;
+  if (rect) {
+    const POINT offset = context->offset;
+    const RECT area{SaturatedAdd(rect->left, offset.x), SaturatedAdd(rect->top, offset.y),
+                    SaturatedAdd(rect->right, offset.x), SaturatedAdd(rect->bottom, offset.y)};
+    if (options & ETO_OPAQUE) FillColor(*context, area, everywhere, context->bkColor);
+    if (options & ETO_CLIPPED) clip = area;
+  }
+  if (length == 0) return TRUE;
+  const std::u32string characters = DecodeText(text, length);
+  if (!advances) {
+    const int width = context->textAlign & TA_CENTER ? MeasureRun(*context->font, characters) : 0;
+    DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip);
+    return TRUE;
+  }
+  const std::vector<int> steps = CharacterAdvances(text, length, advances, characters.size());
+  int width = 0;
+  for (const int step : steps) width = SaturatedAdd(width, step);
+  DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip, &steps);
+  return TRUE;
+}
+
+}  // extern "C"

@@ -1,0 +1,114 @@
+// The mutex without a name, and the calls that serve both kinds.
+#include "kernel/Mutex.h"
+
+#include <string>
+
+#include "kernel/NamedMutex.h"
+#include "kernel/ThreadRecord.h"
+#include "win32/kernel.h"
+
+namespace orm::platform {
+
+Acquired Mutex::Own(const ThreadRecord* thread) noexcept {
+  mOwner.store(thread, std::memory_order_relaxed);
+  mCount = 1;
+  return std::exchange(mAbandoned, false) ? Acquired::kAbandoned : Acquired::kOwned;
+}
+
+Acquired Mutex::TryAcquire(const WaitNode& request) noexcept {
+  if (mOwner.load(std::memory_order_relaxed) == request.thread) {
+    ++mCount;
+    return Acquired::kYes;
+  }
+  uint32_t state = mState.load(std::memory_order_relaxed);
+  while ((state & (kSignalled | kLocked)) == kSignalled) {
+    if (mState.compare_exchange_weak(state, state & ~kSignalled, std::memory_order_acquire,
+                                     std::memory_order_relaxed)) {
+      return Own(request.thread);
+    }
+  }
+  return (state & kSignalled) != 0 ? Waitable::TryAcquire(request) : Acquired::kNo;
+}
+
+bool Mutex::IsSignalledFor(const WaitNode& request) const noexcept {
+  return Waitable::IsSignalledFor(request) || mOwner.load(std::memory_order_relaxed) == request.thread;
+}
+
+Acquired Mutex::Consume(const WaitNode& request) noexcept {
+  if (mOwner.load(std::memory_order_relaxed) == request.thread) {
+    ++mCount;
+    return Acquired::kYes;
+  }
+  mState.fetch_and(~kSignalled, std::memory_order_acquire);
+  return Own(request.thread);
+}
+
+bool Mutex::ReleaseOnce() noexcept {
+  if (--mCount != 0) return false;
+  mOwner.store(nullptr, std::memory_order_relaxed);
+  Signal();
+  return true;
+}
+
+void Mutex::Abandon() noexcept {
+  mAbandoned = true;
+  mCount = 1;
+  ReleaseOnce();
+}
+
+namespace {
+
+// The handle of a mutex that exists now, owned by the caller if it was asked for and nobody else had it.
+HANDLE HandleOf(Ref<OwnableMutex> mutex, bool own) {
+  const HANDLE handle = AllocateHandle(Ref<KernelObject>(mutex.get()));
+  if (handle == nullptr || !own) return handle;
+  ThreadRecord& thread = CurrentThread();
+  WaitNode request;
+  request.thread = &thread;
+  if (mutex->TryAcquire(request) >= Acquired::kOwned) RecordOwnership(thread, HandlePin(handle));
+  return handle;
+}
+
+}  // namespace
+}  // namespace orm::platform
+
+using namespace orm::platform;
+
+HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept {
+  if (name == nullptr || *name == '\0') {
+    const HANDLE handle = HandleOf(MakeRef<Mutex>(), initialOwner);
+    if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
+    return handle;
+  }
+  bool existed = false;
+  const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, existed);
+  if (!mutex) return nullptr;
+  const HANDLE handle = HandleOf(mutex, initialOwner && !existed);
+  if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
+  return handle;
+}
+
+HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
+  if (name == nullptr || *name == '\0') {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return nullptr;
+  }
+  const Ref<NamedMutex> mutex = NamedMutex::Open(name);
+  return mutex ? AllocateHandle(mutex) : nullptr;
+}
+
+BOOL ReleaseMutex(HANDLE handle) noexcept {
+  // What the thread owns is kept alive by its record, so the handle is only compared.
+  const KernelObject* const object = PeekHandle(handle);
+  ThreadRecord& thread = CurrentThread();
+  auto& owned = thread.ownedMutexes;
+  for (auto entry = owned.end(); object != nullptr && entry != owned.begin();) {
+    --entry;
+    if (entry->get() != object) continue;
+    if (static_cast<OwnableMutex*>(entry->get())->ReleaseOnce()) owned.erase(entry);
+    return TRUE;
+  }
+  const HandlePin pin(handle);
+  if (pin) tlsLastError = OwnableMutex::IsMutex(*pin.get()) ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE;
+  return FALSE;
+}

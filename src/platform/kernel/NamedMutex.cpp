@@ -1,0 +1,178 @@
+// Named mutexes. Locking and unlocking without contention is the C library's robust mutex and nothing else; a
+// waiter sleeps on the mutex's own futex word, so that it can wait with a time-out and for other objects as
+// well.
+#include "kernel/NamedMutex.h"
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <mutex>
+
+#include "kernel/Errno.h"
+#include "kernel/Futex.h"
+#include "kernel/ThreadRecord.h"
+
+namespace orm::platform {
+
+namespace {
+
+constexpr size_t kStateOffset = 64;
+constexpr size_t kFileBytes = 4096;
+
+}  // namespace
+
+// Finds the process's object of a name. An object whose last reference is just going is not found.
+class NamedMutexTable {
+ public:
+  static NamedMutexTable& Get() {
+    static NamedMutexTable& table = *new NamedMutexTable;
+    return table;
+  }
+
+  // Runs `make` for a name that the process does not have open, under the table's lock (recursive, since an
+  // object that could not be made removes itself).
+  template <class Make>
+  Ref<NamedMutex> FindOrMake(const std::string& name, Make&& make) {
+    const std::lock_guard lock(mLock);
+    if (const auto found = mMutexes.find(name); found != mMutexes.end()) {
+      if (found->second->TryAddRef()) return Ref<NamedMutex>::Adopt(found->second);
+    }
+    Ref<NamedMutex> made = make();
+    if (made) mMutexes[name] = made.get();
+    return made;
+  }
+
+  void Remove(const NamedMutex& mutex) {
+    const std::lock_guard lock(mLock);
+    const auto found = mMutexes.find(mutex.mName);
+    if (found != mMutexes.end() && found->second == &mutex) mMutexes.erase(found);
+  }
+
+ private:
+  std::recursive_mutex mLock;
+  std::map<std::string, NamedMutex*> mMutexes;
+};
+
+class NamedMutex::Initialiser final : public NamedInitialiser {
+ public:
+  DWORD Initialise(int descriptor) override {
+    if (ftruncate(descriptor, kFileBytes) != 0) return ErrorFromErrno(errno);
+    void* const view = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (view == MAP_FAILED) return ErrorFromErrno(errno);
+    auto* const state = reinterpret_cast<SharedState*>(static_cast<std::byte*>(view) + kStateOffset);
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    const int code = pthread_mutex_init(&state->mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    munmap(view, kFileBytes);
+    return code == 0 ? ERROR_SUCCESS : ErrorFromErrno(code);
+  }
+};
+
+bool NamedMutex::Map() noexcept {
+  struct stat status;
+  if (fstat(mFile.Descriptor(), &status) != 0 || status.st_size < static_cast<off_t>(kFileBytes)) {
+    tlsLastError = ERROR_INVALID_DATA;
+    return false;
+  }
+  void* const view = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFile.Descriptor(), 0);
+  if (view == MAP_FAILED) {
+    tlsLastError = ErrorFromErrno(errno);
+    return false;
+  }
+  mShared = reinterpret_cast<SharedState*>(static_cast<std::byte*>(view) + kStateOffset);
+  return true;
+}
+
+NamedMutex::~NamedMutex() {
+  NamedMutexTable::Get().Remove(*this);
+  if (mShared != nullptr) munmap(reinterpret_cast<std::byte*>(mShared) - kStateOffset, kFileBytes);
+}
+
+Ref<NamedMutex> NamedMutex::Create(const char* name, const SECURITY_ATTRIBUTES* security, bool& existed) {
+  const std::string plain(PlainObjectName(name));
+  existed = true;
+  return NamedMutexTable::Get().FindOrMake(plain, [&]() -> Ref<NamedMutex> {
+    auto made = Ref<NamedMutex>::Adopt(new NamedMutex(plain));
+    Initialiser initialiser;
+    const NamedFile::Result result = made->mFile.Create(plain, NamedKind::kMutex, security, initialiser);
+    existed = result.existed;
+    if (result.error == ERROR_SUCCESS && made->Map()) return made;
+    if (result.error != ERROR_SUCCESS) tlsLastError = result.error;
+    return nullptr;
+  });
+}
+
+Ref<NamedMutex> NamedMutex::Open(const char* name) {
+  const std::string plain(PlainObjectName(name));
+  return NamedMutexTable::Get().FindOrMake(plain, [&]() -> Ref<NamedMutex> {
+    auto made = Ref<NamedMutex>::Adopt(new NamedMutex(plain));
+    const DWORD error = made->mFile.Open(plain, NamedKind::kMutex);
+    if (error == ERROR_SUCCESS && made->Map()) return made;
+    if (error != ERROR_SUCCESS) tlsLastError = error;
+    return nullptr;
+  });
+}
+
+// The futex word of a robust mutex is the C library's and the kernel's common contract (the kernel finds it
+// through the robust list): the owner's thread id, with a bit for waiters and one for a dead owner.
+std::atomic<uint32_t>& NamedMutex::LockWord() noexcept {
+  static_assert(offsetof(pthread_mutex_t, __data.__lock) == 0);
+  return *reinterpret_cast<std::atomic<uint32_t>*>(&mShared->mutex.__data.__lock);
+}
+
+Acquired NamedMutex::TryAcquire(const WaitNode& request) noexcept {
+  if (mOwner.load(std::memory_order_relaxed) == request.thread) {
+    ++mCount;
+    return Acquired::kYes;
+  }
+  const int code = pthread_mutex_trylock(&mShared->mutex);
+  if (code != 0 && code != EOWNERDEAD) return Acquired::kNo;
+  if (code == EOWNERDEAD) pthread_mutex_consistent(&mShared->mutex);
+  const bool released = mShared->abandoned.load(std::memory_order_relaxed) != 0;
+  if (released) mShared->abandoned.store(0, std::memory_order_relaxed);
+  mOwner.store(request.thread, std::memory_order_relaxed);
+  mCount = 1;
+  return code == EOWNERDEAD || released ? Acquired::kAbandoned : Acquired::kOwned;
+}
+
+bool NamedMutex::ReleaseOnce() noexcept {
+  if (--mCount != 0) return false;
+  mOwner.store(nullptr, std::memory_order_relaxed);
+  pthread_mutex_unlock(&mShared->mutex);
+  return true;
+}
+
+// Done here and not left to the kernel: the file may be unmapped before the thread is really gone.
+void NamedMutex::Abandon() noexcept {
+  mShared->abandoned.store(1, std::memory_order_relaxed);
+  mCount = 1;
+  ReleaseOnce();
+}
+
+bool NamedMutex::PrepareSharedWait(SharedWait& wait) noexcept {
+  auto& word = LockWord();
+  uint32_t value = word.load(std::memory_order_relaxed);
+  do {
+    if ((value & FUTEX_TID_MASK) == 0) return false;
+  } while ((value & FUTEX_WAITERS) == 0 &&
+           !word.compare_exchange_weak(value, value | FUTEX_WAITERS, std::memory_order_acq_rel));
+  wait = {&word, value | FUTEX_WAITERS};
+  return true;
+}
+
+// An unlock wakes one sleeper and forgets the others, so the mark has to be set again by who took the mutex,
+// and a wake that came to one who did not take it has to be passed on.
+void NamedMutex::EndSharedWait(bool acquired) noexcept {
+  auto& word = LockWord();
+  if (acquired) {
+    word.fetch_or(FUTEX_WAITERS, std::memory_order_relaxed);
+  } else {
+    FutexWake(word, 1, FutexScope::kMachine);
+  }
+}
+
+}  // namespace orm::platform

@@ -1,0 +1,52 @@
+// A mutex that all processes of the machine share by name: a robust process-shared pthread mutex in the
+// object's file. The system hands it on when its owner is killed.
+#pragma once
+
+#include <pthread.h>
+
+#include <string>
+
+#include "kernel/Mutex.h"
+#include "kernel/NamedFile.h"
+
+namespace orm::platform {
+
+class NamedMutex final : public OwnableMutex {
+ public:
+  static constexpr ObjectKind kKind = ObjectKind::kNamedMutex;
+
+  // Within a process all handles of one name share one object. Null with the last error.
+  static Ref<NamedMutex> Create(const char* name, const SECURITY_ATTRIBUTES* security, bool& existed);
+  static Ref<NamedMutex> Open(const char* name);
+
+  Acquired TryAcquire(const WaitNode& request) noexcept override;
+  bool ReleaseOnce() noexcept override;
+  void Abandon() noexcept override;
+
+  bool IsShared() const noexcept override { return true; }
+  bool PrepareSharedWait(SharedWait& wait) noexcept override;
+  void EndSharedWait(bool acquired) noexcept override;
+  void Undo(const WaitNode&) noexcept override { ReleaseOnce(); }
+
+ private:
+  friend class NamedMutexTable;
+
+  // The content of the file after the header.
+  struct SharedState {
+    pthread_mutex_t mutex;
+    std::atomic<uint32_t> abandoned;  // its owner ended, but lived to release it; written by the holder
+  };
+
+  class Initialiser;
+
+  explicit NamedMutex(std::string name) : OwnableMutex(kKind), mName(std::move(name)) {}
+  ~NamedMutex() override;
+  bool Map() noexcept;
+  std::atomic<uint32_t>& LockWord() noexcept;
+
+  const std::string mName;
+  NamedFile mFile;
+  SharedState* mShared = nullptr;
+};
+
+}  // namespace orm::platform

@@ -1,0 +1,230 @@
+// Threads of the layer: creation at a gate, end, priority.
+#include "kernel/Thread.h"
+
+#include <limits.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+
+#include "kernel/Futex.h"
+#include "kernel/ModuleEntries.h"
+#include "kernel/ThreadRecord.h"
+
+namespace orm::platform {
+
+namespace {
+
+// Thread numbers are the layer's own: a thread that waits at its gate has one before the system has told us
+// its.
+DWORD NewThreadId() {
+  static constinit std::atomic<DWORD> last{0};
+  const DWORD id = last.fetch_add(4, std::memory_order_relaxed) + 4;
+  return id != 0 ? id : NewThreadId();
+}
+
+int NiceOf(int priority) {
+  switch (priority) {
+    case THREAD_PRIORITY_IDLE:
+      return 19;
+    case THREAD_PRIORITY_LOWEST:
+      return 10;
+    case THREAD_PRIORITY_BELOW_NORMAL:
+      return 5;
+    case THREAD_PRIORITY_ABOVE_NORMAL:
+      return -5;
+    case THREAD_PRIORITY_HIGHEST:
+      return -10;
+    case THREAD_PRIORITY_TIME_CRITICAL:
+      return -20;
+    default:
+      return 0;
+  }
+}
+
+bool IsPriority(int priority) {
+  return (priority >= THREAD_PRIORITY_LOWEST && priority <= THREAD_PRIORITY_HIGHEST) ||
+         priority == THREAD_PRIORITY_IDLE || priority == THREAD_PRIORITY_TIME_CRITICAL;
+}
+
+class ThreadAttributes {
+ public:
+  explicit ThreadAttributes(SIZE_T stackSize) noexcept {
+    pthread_attr_init(&mAttributes);
+    pthread_attr_setdetachstate(&mAttributes, PTHREAD_CREATE_DETACHED);
+    if (stackSize != 0) {
+      constexpr SIZE_T kPage = 4096;
+      const SIZE_T minimum = std::max(stackSize, static_cast<SIZE_T>(PTHREAD_STACK_MIN));
+      pthread_attr_setstacksize(&mAttributes, (minimum + kPage - 1) / kPage * kPage);
+    }
+  }
+  ~ThreadAttributes() { pthread_attr_destroy(&mAttributes); }
+  ThreadAttributes(const ThreadAttributes&) = delete;
+  ThreadAttributes& operator=(const ThreadAttributes&) = delete;
+  const pthread_attr_t* get() const { return &mAttributes; }
+
+ private:
+  pthread_attr_t mAttributes;
+};
+
+}  // namespace
+
+ThreadObject::ThreadObject(const Body& body) noexcept
+    : Waitable(kKind), mId(NewThreadId()), mBody(body), mGate(kSuspended) {}
+
+ThreadObject::ThreadObject() noexcept
+    : Waitable(kKind),
+      mId(NewThreadId()),
+      mGate(kRunning),
+      mNativeId(static_cast<int>(syscall(SYS_gettid))) {}
+
+bool ThreadObject::Start(SIZE_T stackSize) noexcept {
+  const ThreadAttributes attributes(stackSize);
+  pthread_t thread;
+  AddRef();  // the new thread's
+  if (pthread_create(&thread, attributes.get(), &Main, this) == 0) return true;
+  Release();
+  tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
+  return false;
+}
+
+void* ThreadObject::Main(void* object) noexcept {
+  auto self = Ref<ThreadObject>::Adopt(static_cast<ThreadObject*>(object));
+  AttachThread(self).self->Run();
+  return nullptr;
+}
+
+void ThreadObject::Run() noexcept {
+  const int nativeId = static_cast<int>(syscall(SYS_gettid));
+  mNativeId.store(nativeId);
+  ApplyPriority(nativeId);
+  while (mGate.load(std::memory_order_acquire) == kSuspended) FutexWait(mGate, kSuspended, nullptr);
+  if (mGate.load(std::memory_order_relaxed) == kTerminated) {
+    tlsThread->silent = true;
+    return;
+  }
+  NotifyThreadAttach();
+  const DWORD code = mBody.routine != nullptr ? mBody.routine(mBody.parameter)
+                                              : static_cast<DWORD>(mBody.runtimeRoutine(mBody.parameter));
+  mExitCode.store(code, std::memory_order_release);
+}
+
+DWORD ThreadObject::Resume() noexcept {
+  uint32_t gate = kSuspended;
+  if (!mGate.compare_exchange_strong(gate, kRunning, std::memory_order_acq_rel)) return 0;
+  FutexWake(mGate);
+  return 1;
+}
+
+bool ThreadObject::Terminate(DWORD exitCode) noexcept {
+  uint32_t gate = kSuspended;
+  if (!mGate.compare_exchange_strong(gate, kTerminated, std::memory_order_acq_rel)) {
+    tlsLastError = gate == kRunning ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED;
+    return false;
+  }
+  mExitCode.store(exitCode, std::memory_order_release);
+  Signal();
+  FutexWake(mGate);
+  return true;
+}
+
+void ThreadObject::End() noexcept {
+  if (mGate.exchange(kEnded, std::memory_order_acq_rel) == kTerminated) return;
+  DWORD active = STILL_ACTIVE;  // a thread that ended itself without a result
+  mExitCode.compare_exchange_strong(active, 0, std::memory_order_acq_rel);
+  Signal();
+}
+
+bool ThreadObject::SetPriority(int priority) noexcept {
+  if (!IsPriority(priority)) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return false;
+  }
+  mPriority.store(priority);
+  // The thread looks at its priority after it has told its native id, so one of the two applies it.
+  if (const int nativeId = mNativeId.load(); nativeId != 0) ApplyPriority(nativeId);
+  return true;
+}
+
+// Linux keeps a nice value for each thread. A refusal is fine: the priority is remembered.
+void ThreadObject::ApplyPriority(int nativeId) const noexcept {
+  const int priority = mPriority.load();
+  const bool starting = mGate.load(std::memory_order_relaxed) == kSuspended;
+  if (starting && priority == THREAD_PRIORITY_NORMAL) return;
+  if (mGate.load() == kEnded) return;
+  setpriority(PRIO_PROCESS, static_cast<id_t>(nativeId), NiceOf(priority));
+}
+
+namespace {
+
+HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags, DWORD* threadId) noexcept {
+  if ((body.routine == nullptr && body.runtimeRoutine == nullptr) || (flags & ~CREATE_SUSPENDED) != 0) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return nullptr;
+  }
+  const auto thread = MakeRef<ThreadObject>(body);
+  const HANDLE handle = AllocateHandle(thread);
+  if (handle == nullptr) return nullptr;
+  if (!thread->Start(stackSize)) {
+    const DWORD error = tlsLastError;
+    ReleaseHandle(handle);
+    tlsLastError = error;
+    return nullptr;
+  }
+  if (threadId != nullptr) *threadId = thread->Id();
+  if ((flags & CREATE_SUSPENDED) == 0) thread->Resume();
+  return handle;
+}
+
+}  // namespace
+}  // namespace orm::platform
+
+using namespace orm::platform;
+
+HANDLE CreateThread(SECURITY_ATTRIBUTES*, SIZE_T stackSize, LPTHREAD_START_ROUTINE start, void* parameter,
+                    DWORD flags, DWORD* threadId) noexcept {
+  return StartThread({.routine = start, .parameter = parameter}, stackSize, flags, threadId);
+}
+
+uintptr_t _beginthreadex(void*, unsigned stackSize, OrmRuntimeThreadRoutine start, void* parameter,
+                         unsigned flags, unsigned* threadId) noexcept {
+  return reinterpret_cast<uintptr_t>(
+      StartThread({.runtimeRoutine = start, .parameter = parameter}, stackSize, flags, threadId));
+}
+
+DWORD ResumeThread(HANDLE thread) noexcept {
+  const HandlePin pin(thread);
+  auto* const object = PinnedAs<ThreadObject>(pin);
+  return object != nullptr ? object->Resume() : 0xFFFFFFFF;
+}
+
+BOOL TerminateThread(HANDLE thread, DWORD exitCode) noexcept {
+  const HandlePin pin(thread);
+  auto* const object = PinnedAs<ThreadObject>(pin);
+  return object != nullptr && object->Terminate(exitCode);
+}
+
+BOOL GetExitCodeThread(HANDLE thread, DWORD* exitCode) noexcept {
+  const HandlePin pin(thread);
+  const auto* const object = PinnedAs<ThreadObject>(pin);
+  if (object == nullptr) return FALSE;
+  *exitCode = object->ExitCode();
+  return TRUE;
+}
+
+BOOL SetThreadPriority(HANDLE thread, int priority) noexcept {
+  const HandlePin pin(thread);
+  auto* const object = PinnedAs<ThreadObject>(pin);
+  return object != nullptr && object->SetPriority(priority);
+}
+
+int GetThreadPriority(HANDLE thread) noexcept {
+  const HandlePin pin(thread);
+  const auto* const object = PinnedAs<ThreadObject>(pin);
+  return object != nullptr ? object->Priority() : THREAD_PRIORITY_ERROR_RETURN;
+}
+
+DWORD GetCurrentThreadId() noexcept {
+  return CurrentThread().id;
+}

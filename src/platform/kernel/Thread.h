@@ -1,0 +1,52 @@
+// The thread object behind a thread handle: signalled when the thread has ended.
+#pragma once
+
+#include "kernel/Waitable.h"
+#include "win32/kernel.h"
+
+namespace orm::platform {
+
+class ThreadObject final : public Waitable {
+ public:
+  static constexpr ObjectKind kKind = ObjectKind::kThread;
+
+  // What runs on the thread; null for threads that the layer did not start.
+  struct Body {
+    LPTHREAD_START_ROUTINE routine = nullptr;
+    OrmRuntimeThreadRoutine runtimeRoutine = nullptr;
+    void* parameter = nullptr;
+  };
+
+  explicit ThreadObject(const Body& body) noexcept;
+  ThreadObject() noexcept;
+
+  DWORD Id() const noexcept { return mId; }
+  DWORD ExitCode() const noexcept { return mExitCode.load(std::memory_order_acquire); }
+
+  // Starts the thread, which waits at its gate until Resume or Terminate. False when the system refuses.
+  bool Start(SIZE_T stackSize) noexcept;
+  // The previous suspend count.
+  DWORD Resume() noexcept;
+  // False, with the last error, unless the thread is still at its gate.
+  bool Terminate(DWORD exitCode) noexcept;
+  // The thread's last step.
+  void End() noexcept;
+
+  bool SetPriority(int priority) noexcept;
+  int Priority() const noexcept { return mPriority.load(); }
+
+ private:
+  enum Gate : uint32_t { kSuspended, kRunning, kTerminated, kEnded };
+  static void* Main(void* object) noexcept;
+  void Run() noexcept;
+  void ApplyPriority(int nativeId) const noexcept;
+
+  const DWORD mId;
+  const Body mBody;
+  std::atomic<uint32_t> mGate;
+  std::atomic<DWORD> mExitCode{STILL_ACTIVE};
+  std::atomic<int> mPriority{THREAD_PRIORITY_NORMAL};
+  std::atomic<int> mNativeId{0};
+};
+
+}  // namespace orm::platform

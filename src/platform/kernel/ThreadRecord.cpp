@@ -1,0 +1,90 @@
+// Thread records: made at a thread's first use of the layer, ended by the runtime's key destructor, which
+// runs for every thread after its thread_local objects are gone. The main thread's record ends with the
+// process.
+#include "kernel/ThreadRecord.h"
+
+#include <pthread.h>
+
+#include <mutex>
+
+#include "kernel/ModuleEntries.h"
+#include "kernel/Mutex.h"
+#include "kernel/Thread.h"
+
+namespace orm::platform {
+
+constinit thread_local ThreadRecord* tlsThread = nullptr;
+constinit thread_local DWORD tlsLastError = ERROR_SUCCESS;
+
+namespace {
+
+constinit std::mutex gsListLock;
+constinit ThreadRecord* gsFirst = nullptr;
+
+void EndThread(void* pointer) {
+  auto* const record = static_cast<ThreadRecord*>(pointer);
+  tlsThread = record;
+  if (!record->silent) NotifyThreadDetach();
+  if (record->endQueue != nullptr) record->endQueue(*record);
+  // A mutex that the thread still owns passes on as abandoned.
+  while (!record->ownedMutexes.empty()) {
+    const HandlePin pin = std::move(record->ownedMutexes.back());
+    record->ownedMutexes.pop_back();
+    static_cast<OwnableMutex*>(pin.get())->Abandon();
+  }
+  const Ref<ThreadObject> self = record->self;
+  {
+    const std::lock_guard lock(gsListLock);
+    (record->previous != nullptr ? record->previous->next : gsFirst) = record->next;
+    if (record->next != nullptr) record->next->previous = record->previous;
+  }
+  tlsThread = nullptr;
+  delete record;
+  self->End();
+}
+
+// One key for the life of the process: the library is never unloaded, and a record may end at any time.
+pthread_key_t EndKey() {
+  static const pthread_key_t key = [] {
+    pthread_key_t made;
+    if (pthread_key_create(&made, &EndThread) != 0) abort();
+    return made;
+  }();
+  return key;
+}
+
+}  // namespace
+
+ThreadRecord::ThreadRecord(Ref<ThreadObject> object) : id(object->Id()), self(std::move(object)) {}
+
+ThreadRecord::~ThreadRecord() {
+  delete[] moreSlots.load(std::memory_order_relaxed);
+}
+
+ThreadRecord& AttachThread(Ref<ThreadObject> object) {
+  if (!object) object = MakeRef<ThreadObject>();
+  auto* const record = new ThreadRecord(std::move(object));
+  {
+    const std::lock_guard lock(gsListLock);
+    record->next = gsFirst;
+    if (gsFirst != nullptr) gsFirst->previous = record;
+    gsFirst = record;
+  }
+  tlsThread = record;
+  pthread_setspecific(EndKey(), record);
+  return *record;
+}
+
+bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {
+  const std::lock_guard lock(gsListLock);
+  for (ThreadRecord* record = gsFirst; record != nullptr; record = record->next) {
+    if (visit(*record, context)) return true;
+  }
+  return false;
+}
+
+void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex) {
+  thread.ownedMutexes.push_back(std::move(mutex));
+}
+
+}  // namespace orm::platform

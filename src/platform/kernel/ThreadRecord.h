@@ -1,0 +1,61 @@
+// What the layer knows of a thread while it lives: one record for each thread that has used the layer, made
+// at its first use and ended by the runtime when the thread ends, whoever started it.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "kernel/Object.h"
+#include "kernel/Thread.h"
+
+namespace orm::platform {
+
+class OwnableMutex;
+
+inline constexpr DWORD kTlsInlineSlots = 64;
+inline constexpr DWORD kTlsSlots = 1088;
+
+using TlsSlot = std::atomic<void*>;
+
+struct ThreadRecord {
+  explicit ThreadRecord(Ref<ThreadObject> object);
+  ~ThreadRecord();
+
+  DWORD id;
+  Ref<ThreadObject> self;
+  bool silent = false;  // terminated before it was started: no module hears of it
+  std::array<TlsSlot, kTlsInlineSlots> slots{};
+  std::atomic<TlsSlot*> moreSlots{nullptr};  // the others, allocated at the first use of one
+  std::vector<HandlePin> ownedMutexes;       // each keeps its object alive until it is released
+  Ref<KernelObject> queue;  // the message queue; guarded by the list's lock for other threads
+  void (*endQueue)(ThreadRecord&) = nullptr;
+  ThreadRecord* next = nullptr;  // the list of all records
+  ThreadRecord* previous = nullptr;
+};
+
+#define ORM_STATIC_TLS __attribute__((tls_model("initial-exec")))
+extern constinit thread_local ThreadRecord* tlsThread ORM_STATIC_TLS;
+extern constinit thread_local DWORD tlsLastError ORM_STATIC_TLS;
+
+// Makes the record of a thread that has none; `object` is null for threads that the layer did not start.
+ThreadRecord& AttachThread(Ref<ThreadObject> object);
+
+inline ThreadRecord& CurrentThread() {
+  ThreadRecord* const record = tlsThread;
+  return record != nullptr ? *record : AttachThread(nullptr);
+}
+
+bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context);
+// Calls `visit(record)` for every thread under the list's lock until it returns true; whether one did.
+template <class Visit>
+bool VisitThreads(Visit&& visit) {
+  return VisitThreadRecords(
+      [](ThreadRecord& record, void* context) { return (*static_cast<Visit*>(context))(record); }, &visit);
+}
+
+// Keeps the mutex that the calling thread has just come to own until it is released.
+void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex);
+
+}  // namespace orm::platform

@@ -1,0 +1,163 @@
+// Waits in which some objects get their signal from outside the process: a shared word (named mutexes) or a
+// file descriptor (change notifications). The thread sleeps on its own wake word and the shared words at once
+// with futex_waitv; on kernels without it a single shared word is still slept on, and several are looked at
+// every few milliseconds. With descriptors it sleeps in poll, and who signals an object of this process
+// writes to an eventfd.
+#include <poll.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "kernel/WaitOperation.h"
+#include "win32/kernel.h"
+
+namespace orm::platform {
+
+namespace {
+
+constexpr DWORD kSliceMilliseconds = 2;
+constexpr size_t kMaximumNodes = MAXIMUM_WAIT_OBJECTS + 1;
+
+constinit std::atomic<bool> gsForceFallback{false};
+
+bool HasFutexWaitv() noexcept {
+  static const bool has = [] {
+    if (getenv("ORM_WAIT_FALLBACK") != nullptr) return false;
+    return syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) < 0 && errno != ENOSYS;
+  }();
+  return has && !gsForceFallback.load(std::memory_order_relaxed);
+}
+
+// The earlier of the deadline and one slice from now.
+class Slice {
+ public:
+  explicit Slice(const Deadline& deadline) noexcept {
+    const int64_t left = deadline.Remaining();
+    const bool whole = left >= 0 && left < kSliceMilliseconds;
+    mSlice = Deadline(whole ? static_cast<DWORD>(left) : kSliceMilliseconds);
+    mLast = whole;
+  }
+  const timespec* Time() const noexcept { return mSlice.Time(); }
+  bool IsLast() const noexcept { return mLast; }
+
+ private:
+  Deadline mSlice{0};
+  bool mLast = false;
+};
+
+void AddWord(std::array<futex_waitv, kMaximumNodes>& words, unsigned& count, std::atomic<uint32_t>& word,
+             uint32_t expected, uint32_t flags) noexcept {
+  words[count++] = {expected, reinterpret_cast<uintptr_t>(&word), FUTEX_32 | flags, 0};
+}
+
+class WakeDescriptor {
+ public:
+  WakeDescriptor() noexcept : mDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+  ~WakeDescriptor() {
+    if (mDescriptor >= 0) close(mDescriptor);
+  }
+  WakeDescriptor(const WakeDescriptor&) = delete;
+  WakeDescriptor& operator=(const WakeDescriptor&) = delete;
+  int get() const noexcept { return mDescriptor; }
+
+ private:
+  const int mDescriptor;
+};
+
+bool IsOutside(const WaitNode& node) noexcept {
+  return node.object->IsShared() || node.object->PollDescriptor() >= 0;
+}
+
+}  // namespace
+
+void ForceWaitFallback(bool force) noexcept {
+  gsForceFallback.store(force, std::memory_order_relaxed);
+}
+
+// Takes the first outside object that has a signal. True when the wait is over, by that or by another object.
+bool WaitOperation::TakeOutside(WaitResult& result) noexcept {
+  for (WaitNode& node : mNodes) {
+    if (!IsOutside(node)) continue;
+    const Acquired outcome = node.object->TryAcquire(node);
+    if (outcome == Acquired::kNo) continue;
+    uint32_t expected = Waiter::kWaiting;
+    if (mWaiter.word.compare_exchange_strong(expected, node.index, std::memory_order_acq_rel)) {
+      node.outcome = outcome;
+      result = {node.index, outcome};
+    } else {
+      node.object->Undo(node);
+    }
+    return true;
+  }
+  return mWaiter.word.load(std::memory_order_acquire) != Waiter::kWaiting;
+}
+
+// Sleeps once on the wake word and the shared words. False on time-out.
+bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
+  std::array<futex_waitv, kMaximumNodes> words;
+  unsigned count = 0;
+  SharedWait only;
+  bool onlyShared = true;
+  AddWord(words, count, mWaiter.word, Waiter::kWaiting, FUTEX_PRIVATE_FLAG);
+  for (WaitNode& node : mNodes) {
+    if (!node.object->IsShared()) {
+      onlyShared = false;
+      continue;
+    }
+    SharedWait wait;
+    if (!node.object->PrepareSharedWait(wait)) return true;
+    AddWord(words, count, *wait.word, wait.expected, 0);
+    only = wait;
+  }
+  if (onlyShared && count == 2) {
+    return FutexWait(*only.word, only.expected, deadline.Time(), FutexScope::kMachine) != ETIMEDOUT;
+  }
+  if (HasFutexWaitv()) {
+    const long woken = syscall(SYS_futex_waitv, words.data(), count, 0, deadline.Time(), CLOCK_MONOTONIC);
+    return woken >= 0 || errno != ETIMEDOUT;
+  }
+  const Slice slice(deadline);
+  return FutexWait(mWaiter.word, Waiter::kWaiting, slice.Time()) != ETIMEDOUT || !slice.IsLast();
+}
+
+bool WaitOperation::SleepOnDescriptors(const Deadline& deadline) noexcept {
+  std::array<pollfd, kMaximumNodes + 1> descriptors;
+  nfds_t count = 0;
+  bool shared = false;
+  if (mWaiter.wakeDescriptor >= 0) descriptors[count++] = {mWaiter.wakeDescriptor, POLLIN, 0};
+  for (const WaitNode& node : mNodes) {
+    if (const int descriptor = node.object->PollDescriptor(); descriptor >= 0) {
+      descriptors[count++] = {descriptor, POLLIN, 0};
+    }
+    shared = shared || node.object->IsShared();
+  }
+  const int64_t left = deadline.Remaining();
+  int64_t slice = left < 0 ? -1 : std::min<int64_t>(left, INT_MAX);
+  const bool sliced = (shared || mWaiter.wakeDescriptor < 0) && (slice < 0 || slice > kSliceMilliseconds);
+  if (sliced) slice = kSliceMilliseconds;
+  return poll(descriptors.data(), count, static_cast<int>(slice)) != 0 || sliced;
+}
+
+WaitResult WaitOperation::SleepMixed(const Deadline& deadline) noexcept {
+  const bool descriptors = std::any_of(
+      mNodes.begin(), mNodes.end(), [](const WaitNode& node) { return node.object->PollDescriptor() >= 0; });
+  std::optional<WakeDescriptor> wake;
+  if (descriptors) mWaiter.wakeDescriptor = wake.emplace().get();
+  WaitResult taken;
+  if (LinkAll()) {
+    while (!TakeOutside(taken)) {
+      const bool woken = descriptors ? SleepOnDescriptors(deadline) : SleepOutside(deadline);
+      if (!woken && !TakeOutside(taken)) TimeOut();
+    }
+  }
+  const WaitResult result = Finish();
+  for (WaitNode& node : mNodes) {
+    if (node.object->IsShared()) node.object->EndSharedWait(result.index == node.index);
+  }
+  return result;
+}
+
+}  // namespace orm::platform
