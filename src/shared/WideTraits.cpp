@@ -13,6 +13,7 @@ namespace orm {
 namespace {
 
 constexpr const char* kSource = "src/shared/BaseString";
+constexpr unsigned kUnitSize = sizeof(WcsTraits::Char);
 
 bool IsIn(unsigned short unit, const unsigned short* set) {
   while (*set != 0 && *set != unit) ++set;
@@ -42,7 +43,7 @@ constexpr DWORD kFromSystem =
 }  // namespace
 
 int WcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
-  const unsigned units = size / sizeof(Char);
+  const unsigned units = size / kUnitSize;
   SetLastError(ERROR_SUCCESS);
   const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_STRING, format, 0, 0, buffer, units,
                                       reinterpret_cast<va_list*>(arguments));
@@ -50,7 +51,7 @@ int WcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, c
 }
 
 int WcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
-  const unsigned units = size / sizeof(Char);
+  const unsigned units = size / kUnitSize;
   SetLastError(ERROR_SUCCESS);
   return MessageResult(FormatMessageW(kFromSystem, nullptr, code, 0, buffer, units, nullptr), buffer, units);
 }
@@ -65,7 +66,7 @@ unsigned WcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePag
 
 void WcsTraits::SerializeFrom(Char* dest, const void* source, unsigned sourceCodePage, unsigned,
                               unsigned destSize) {
-  const unsigned units = destSize / sizeof(Char);
+  const unsigned units = destSize / kUnitSize;
   if (units == 0) return;
   if (sourceCodePage == CODE_PAGE_UTF16) {
     const AlignedUnits text(source);

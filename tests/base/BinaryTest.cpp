@@ -1,0 +1,157 @@
+// The byte buffer: growth, sharing, and each operation's corner cases.
+#include <ormutil/Binary.h>
+
+#include <new>
+#include <string>
+
+#include "AssertionLog.h"
+
+using namespace orm;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+Binary Of(const std::string& bytes) {
+  return Binary(bytes.data(), static_cast<unsigned>(bytes.size()));
+}
+
+std::string Bytes(const Binary& data) {
+  return data.IsEmpty() ? std::string()
+                        : std::string(reinterpret_cast<const char*>(data.GetData()), data.GetSize());
+}
+
+}  // namespace
+
+TEST(Binary, AllocatesByTheGrowthRule) {
+  const std::pair<unsigned, unsigned> table[] = {{0, 0},     {1, 8},     {8, 8},     {9, 16},
+                                                 {33, 64},   {128, 128}, {129, 256}, {256, 256},
+                                                 {257, 512}, {300, 512}, {512, 512}, {513, 768}};
+  for (const auto& [size, allocated] : table) {
+    Binary reserved, sized;
+    reserved.Reserve(size);
+    EXPECT_EQ(reserved.GetAllocated(), allocated) << size;
+    EXPECT_EQ(reserved.GetSize(), 0u);
+    sized.SetSize(size, false);
+    EXPECT_EQ(sized.GetAllocated(), allocated) << size;
+    EXPECT_EQ(sized.GetSize(), size);
+    EXPECT_EQ(Of(std::string(size, 'x')).GetAllocated(), allocated);
+  }
+}
+
+TEST(Binary, WritersNeverTouchASharedBlock) {
+  for (auto write : {+[](Binary& b) { b.Set(0xFF, 2, 2); }, +[](Binary& b) { b.SetSize(3, true); },
+                     +[](Binary& b) { b.GetBuffer(6)[0] = 'X'; }, +[](Binary& b) { b.Append("g", 1); },
+                     +[](Binary& b) { b.Assign("z", 1); }, +[](Binary& b) { b.Clear(); },
+                     +[](Binary& b) { b.Reserve(1000); }}) {
+    const Binary original = Of("abcdef");
+    Binary copy = original;
+    EXPECT_EQ(copy.GetData(), original.GetData());
+    write(copy);
+    EXPECT_NE(copy.GetData(), original.GetData());
+    EXPECT_EQ(Bytes(original), "abcdef");
+  }
+  // A holder fewer and the block may be written in place again.
+  Binary only = Of("abcdef");
+  { const Binary guest = only; }
+  const unsigned char* block = only.GetData();
+  only.Set('x', 0, 1);
+  EXPECT_EQ(only.GetData(), block);
+}
+
+TEST(Binary, ShrinkingAndClearingKeepAnUnsharedBlock) {
+  Binary data = Of(std::string(300, 'x'));
+  const unsigned char* block = data.GetData();
+  data.SetSize(5, true);
+  EXPECT_EQ(Bytes(data), "xxxxx");
+  data.Clear();
+  EXPECT_EQ(data.GetAllocated(), 512u);
+  EXPECT_EQ(data.GetData(), block);
+  const Binary holder = data;
+  data.Clear();
+  EXPECT_EQ(data.GetData(), nullptr);
+  // Reserving less than a shared buffer holds keeps what it holds.
+  Binary full = Of("123456789");
+  const Binary second = full;
+  full.Reserve(2);
+  EXPECT_EQ(Bytes(full), "123456789");
+}
+
+TEST(Binary, SetFillsARangeAndKeepsTheRest) {
+  Binary data = Of("abcdef");
+  data.Set('-', 2, 0xFFFFFFFF);
+  EXPECT_EQ(Bytes(data), "ab----");
+  data.Set('+', 1, 1);
+  EXPECT_EQ(Bytes(data), "a+----");
+  data.Set('!', 5, 3);
+  EXPECT_EQ(Bytes(data), "a+---!!!");
+  Binary shared = data;
+  shared.Set('#', 0, 2);
+  EXPECT_EQ(Bytes(shared), "##---!!!");
+  Binary none;
+  none.Set('x', 0, 0xFFFFFFFF);
+  EXPECT_EQ(none.GetData(), nullptr);
+}
+
+TEST(Binary, CopiesOutWhatFits) {
+  const Binary data = Of("0123456789");
+  struct Row {
+    unsigned offset;
+    bool complete;
+    std::string copied;
+  };
+  for (const Row& row :
+       {Row{4, false, "4567"}, Row{6, true, "6789"}, Row{8, true, "89"}, Row{12, true, ""}}) {
+    char dest[5] = {};
+    EXPECT_EQ(data.CopyTo(dest, 4, row.offset), row.complete);
+    EXPECT_EQ(dest, row.copied);
+  }
+  EXPECT_TRUE(Binary().CopyTo(nullptr, 4, 0));
+}
+
+TEST(Binary, OrdersByBytesThenBySize) {
+  EXPECT_LT(Of("\1\2").RawCompare("\1\2\3", 3), 0);
+  EXPECT_EQ(Of("\1\2").RawCompare("\1\2\3", 2), 0);
+  EXPECT_EQ(Of("\1\2").RawCompare("\1", 1), 1);
+  EXPECT_EQ(Of("\xFF").RawCompare("\x01\x01", 2), 1) << "bytes are unsigned";
+  EXPECT_EQ(Binary().RawCompare(nullptr, 0), 0);
+  EXPECT_EQ(Binary().RawCompare("x", 1), -1);
+  EXPECT_EQ(Of("abcd").Compare(Of("abcx"), 3), 0);
+  EXPECT_LT(Of("abcd").Compare(Of("abcx"), 0xFFFFFFFF), 0);
+  EXPECT_EQ(Of("abcd").Compare(Of("ab"), 0xFFFFFFFF), 2);
+  EXPECT_EQ(Of("abcd").Compare(Binary(), 3), 3);
+}
+
+TEST(Binary, OwnBytesAreASourceLikeAnyOther) {
+  Binary data = Of("01234567");
+  data.Append(data.GetData() + 4, 4);
+  EXPECT_EQ(Bytes(data), "012345674567");
+  data.Assign(data.GetData() + 2, 3);
+  EXPECT_EQ(Bytes(data), "234");
+}
+
+TEST(Binary, MisuseIsAssertedAndHarmsNothing) {
+  test::AssertionLog log;
+  Binary data = Of("abc");
+  const auto failure = [](int line, const char* text) {
+    return test::Failure("src/shared/Binary", line, text);
+  };
+  EXPECT_FALSE(data.CopyTo(nullptr, 2, 0));
+  EXPECT_THAT(log.Take(),
+              ElementsAre(failure(125, "maxSize == 0 || !mpData || mpData->mSize == 0 || dest != 0")));
+  EXPECT_LT(data.RawCompare(nullptr, 4), 0);
+  EXPECT_THAT(log.Take(), ElementsAre(failure(148, "otherSize == 0 || pOther != 0")));
+  data.Set('x', 4, 0xFFFFFFFF);
+  EXPECT_THAT(log.Take(), ElementsAre(failure(176, "offset <= GetSize()")));
+  EXPECT_EQ(Bytes(data), "abc");
+}
+
+TEST(Binary, ReportsWhatItCannotAllocate) {
+  test::AssertionLog log;
+  Binary data = Of("abc");
+  EXPECT_THROW(data.SetSize(0xFFFFFFFF, true), std::bad_alloc);
+  EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/shared/Binary", 59, "forced assert")));
+  EXPECT_THROW(data.Set(0, 0xFFFFFFF0, 0x20), std::bad_alloc);
+  EXPECT_THROW(Binary("", 0xFFFFFFFF), std::bad_alloc);
+  EXPECT_EQ(Bytes(data), "abc");
+}

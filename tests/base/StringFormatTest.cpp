@@ -1,0 +1,95 @@
+// printf-style and message-insert formatting, system messages.
+#include <ormutil/BaseString.h>
+
+#include <string>
+
+#include "AssertionLog.h"
+
+using namespace orm;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+std::string Narrow(const WideString& text) {
+  std::string result;
+  for (const unsigned short* unit = text.GetBegin(); *unit != 0; ++unit) {
+    result += *unit < 0x80 ? static_cast<char>(*unit) : '?';
+  }
+  return result;
+}
+
+template <class... Args>
+std::string FormatWide(const char16_t* format, Args... args) {
+  WideString text;
+  text.Format(reinterpret_cast<const unsigned short*>(format), args...);
+  return Narrow(text);
+}
+
+}  // namespace
+
+TEST(StringFormat, GrowsToTheTextAndNoFurther) {
+  for (int length : {0, 1, 7, 8, 127, 128, 255, 256, 5000}) {
+    String text;
+    text.Format("%0*d", length, 0);
+    EXPECT_EQ(text.GetSize(), std::max<size_t>(1, static_cast<size_t>(length)));
+    EXPECT_EQ(text.GetCapacity(), string_detail::RoundCapacity(std::max<size_t>(text.GetSize(), 4) + 1));
+  }
+  String text("kept capacity: a text of more than forty bytes");
+  text.Format("%s:%d:%s", String("a"), -1, "b");
+  EXPECT_STREQ(text.GetBegin(), "a:-1:b");
+  EXPECT_EQ(text.GetCapacity(), 64u);
+}
+
+TEST(StringFormat, WideTextIsFormattedLikeNarrowText) {
+  const unsigned short word[] = {'w', 'o', 'r', 'd', 0};
+  EXPECT_EQ(FormatWide(u"%d|%5u|%-4x|%+03d|%#o", -7, 42u, 255u, 5, 8u), "-7|   42|ff  |+05|010");
+  EXPECT_EQ(FormatWide(u"%lld %I64x %hhd %zu", 1LL << 40, 1ULL << 36, 257, size_t{9}),
+            "1099511627776 1000000000 1 9");
+  EXPECT_EQ(FormatWide(u"%.3f %g %Lf", 1.5, 0.25, 2.0L), "1.500 0.25 2.000000");
+  EXPECT_EQ(FormatWide(u"[%s|%6s|%-6s|%.2s|%hs|%S]", word, word, word, word, "ab", "cd"),
+            "[word|  word|word  |wo|ab|cd]");
+  EXPECT_EQ(FormatWide(u"%c%hc%*d%%", 'x', 'y', 3, 1), "xy  1%");
+  EXPECT_EQ(FormatWide(u"%s", static_cast<const unsigned short*>(nullptr)), "(null)");
+  EXPECT_EQ(FormatWide(u"%.2hs|%.*s", "abc", -1, word), "ab|word");
+  // Not conversions: the result is empty.
+  for (const char16_t* bad : {u"%", u"%q", u"%99999999999d", u"%n"}) EXPECT_EQ(FormatWide(bad, 0), "");
+  WideString holder(word);
+  static const unsigned short twice[] = {'%', 's', '%', 's', 0};
+  holder.Format(twice, holder, holder);
+  EXPECT_EQ(Narrow(holder), "wordword");
+}
+
+TEST(StringFormat, InsertsTakeStringsAndNumbers) {
+  test::AssertionLog log;
+  const String name("x");
+  EXPECT_EQ(String::FormatInserts("'%2' then '%1'", name, "plain"), "'plain' then 'x'");
+  EXPECT_EQ(String::FormatInserts("0x%1!x! %2!d! %3!u!", 0xE7210001, -5, true), "0xe7210001 -5 1");
+  EXPECT_EQ(String::FormatInserts("100%%"), "100%");
+  EXPECT_EQ(String::FormatInserts("%0"), "");
+  EXPECT_EQ(String::FormatInserts(""), "");
+  EXPECT_EQ(String::FormatInserts(nullptr), "");
+  std::string large(3000, 'y');
+  EXPECT_EQ(String::FormatInserts("%1%1", large.c_str()).GetSize(), 6000u);
+  EXPECT_THAT(log.Take(), IsEmpty());
+  EXPECT_EQ(String::FormatInserts("%1!", name), "");
+  EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/include/BaseString", 2402, "forced assert")));
+  static const unsigned short wide[] = {'<', '%', '1', '>', 0};
+  static const unsigned short insert[] = {0x416, 'z', 0};
+  EXPECT_EQ(Narrow(WideString::FormatInserts(wide, insert)), "<?z>");
+}
+
+TEST(StringFormat, SystemMessages) {
+  String text;
+  text.SetSystemError(ERROR_ACCESS_DENIED, nullptr);
+  EXPECT_EQ(text.FindText("denied") != text.GetEnd(), true);
+  String longer;
+  const std::string prefix(500, 'p');
+  longer.SetSystemError(ERROR_ACCESS_DENIED, prefix.c_str());
+  EXPECT_EQ(longer, String(prefix.c_str()) + text);
+  longer.SetSystemError(0x2FFFFFFF, "prefix");
+  EXPECT_TRUE(longer.IsEmpty());
+  WideString wide;
+  wide.SetSystemError(ERROR_ACCESS_DENIED, nullptr);
+  EXPECT_EQ(Narrow(wide), text.GetBegin());
+}
