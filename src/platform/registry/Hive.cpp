@@ -197,6 +197,11 @@ DWORD Hive::OpenEnvironment() {
   DWORD error = result != 0 ? ErrorFromStore(result) : ERROR_SUCCESS;
   // What LMDB reads from now on it follows without a further check.
   if (error == ERROR_SUCCESS) error = CheckPages(DataFile(), mdb_txn_id(txn), nullptr);
+  for (int attempt = 0; error == ERROR_BUSY && attempt < 1000; ++attempt) {
+    mdb_txn_reset(txn);
+    result = mdb_txn_renew(txn);
+    error = result == 0 ? CheckPages(DataFile(), mdb_txn_id(txn), nullptr) : ErrorFromStore(result);
+  }
   mdb_txn_abort(txn);
   if (error == ERROR_SUCCESS) FindCommitWord();
   return error;

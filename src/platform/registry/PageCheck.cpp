@@ -23,6 +23,7 @@ constexpr std::size_t nodeHeader = 8;
 constexpr std::size_t maxKey = 511;
 constexpr unsigned maxDepth = 32;
 constexpr std::uint64_t noPage = ~std::uint64_t{0};
+constexpr std::uint64_t largestMap = std::uint64_t{1} << 40;
 
 constexpr unsigned pageBranch = 1, pageLeaf = 2, pageOverflow = 4, pageHead = 8;
 constexpr unsigned nodeBig = 1;  // the data lie on pages of their own
@@ -59,14 +60,18 @@ bool IsHeadSound(const unsigned char* page, std::uint64_t pages) {
   const Head head = Load<Head>(page + pageHeader);
   return (Load<std::uint16_t>(page + 10) & pageHead) != 0 && head.magic == 0xBEEFC0DE && head.version == 1 &&
          head.free.pad == pageSize && (head.free.flags & 0x7FFF) == treeOfNumbers &&
-         (head.main.flags & 0x7FFF) == 0 && head.lastPage < pages && head.mapSize <= std::uint64_t{1} << 46 &&
-         IsTreeSound(head.free, pages) && IsTreeSound(head.main, pages);
+         (head.main.flags & 0x7FFF) == 0 && head.mapSize <= largestMap &&
+         head.lastPage < largestMap / pageSize && IsTreeSound(head.free, pages) &&
+         IsTreeSound(head.main, pages);
 }
 
-// The walk over one snapshot. Every page may be reached once only, which also ends loops.
+// The walk over one snapshot. Every page may be reached once only, which also ends loops. Pages at the end of
+// a store that were taken and given back in one transaction were never written: free pages may lie beyond the
+// end of the file, used ones may not.
 class Walk {
  public:
-  Walk(const unsigned char* file, std::uint64_t pages) : mFile(file), mPages(pages), mSeen(pages) {}
+  Walk(const unsigned char* file, std::uint64_t pages, std::uint64_t lastPage)
+      : mFile(file), mPages(std::min(pages, lastPage + 1)), mLastPage(lastPage), mSeen(mPages) {}
 
   bool Run(const Head& head) {
     return (head.main.root == noPage || Follow(head.main.root, head.main.depth, false)) &&
@@ -174,7 +179,7 @@ class Walk {
     if (keySize != 8 || size < 8) return Fail(number, "has an unsound list of free pages");
     const auto count = Load<std::uint64_t>(data);
     if (count > size / 8 - 1) return Fail(number, "has a list of free pages that is too long");
-    std::uint64_t last = mPages;
+    std::uint64_t last = mLastPage + 1;
     for (std::uint64_t i = 1; i <= count; ++i) {
       const auto page = Load<std::uint64_t>(data + 8 * i);
       if (page < 2 || page >= last) return Fail(number, "lists free pages out of order");
@@ -185,15 +190,22 @@ class Walk {
   }
 
   bool ClaimFree() {
-    return std::all_of(mFree.begin(), mFree.end(), [this](std::uint64_t page) { return Claim(page, 1); });
+    std::sort(mFree.begin(), mFree.end());
+    for (std::size_t i = 0; i < mFree.size(); ++i) {
+      const std::uint64_t page = mFree[i];
+      if (i > 0 && page == mFree[i - 1]) return Fail(page, "is listed as free twice");
+      if (page < mPages && mSeen[page]) return Fail(page, "is in use and listed as free");
+    }
+    return true;
   }
 
   const unsigned char* mFile;
   std::uint64_t mPages;
+  std::uint64_t mLastPage;
   std::vector<bool> mSeen;
   std::vector<std::uint64_t> mFree;
   std::uint64_t mPage = 0;
-  const char* mFault = "";
+  const char* mFault = "is no sound head";
 };
 
 }  // namespace
@@ -215,23 +227,27 @@ DWORD CheckHead(int file) {
 DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* fault) {
   const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
   if (file < 0) return ERROR_BADDB;
+  // LMDB writes the heads in turn: the second commit from now overwrites this one.
+  alignas(8) std::array<unsigned char, pageSize> page{}, again{};
+  const auto offset = static_cast<off_t>((txnId & 1) * pageSize);
+  const bool isRead = pread(file, page.data(), pageSize, offset) == static_cast<ssize_t>(pageSize) &&
+                      pread(file, again.data(), pageSize, offset) == static_cast<ssize_t>(pageSize);
+  const Head head = Load<Head>(page.data() + pageHeader);
+  const bool isCurrent = isRead && page == again && head.txnId == txnId;
   struct stat status {};
-  void* start = fstat(file, &status) == 0 && status.st_size >= static_cast<off_t>(2 * pageSize)
+  void* start = isCurrent && fstat(file, &status) == 0
                     ? mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED, file, 0)
                     : MAP_FAILED;
   close(file);
+  if (isRead && !isCurrent) return ERROR_BUSY;
   if (start == MAP_FAILED) return ERROR_BADDB;
-  const auto* bytes = static_cast<const unsigned char*>(start);
   const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
-  // LMDB writes the heads in turn.
-  const unsigned char* page = bytes + (txnId & 1) * pageSize;
-  bool sound = IsHeadSound(page, pages);
-  const Head head = Load<Head>(page + pageHeader);
-  Walk walk(bytes, sound ? head.lastPage + 1 : 0);
-  sound = sound && walk.Run(head);
-  if (!sound && fault != nullptr) *fault = walk.Fault();
+  const bool isSound = IsHeadSound(page.data(), pages);
+  Walk walk(static_cast<const unsigned char*>(start), pages, isSound ? head.lastPage : 0);
+  const bool result = isSound && walk.Run(head);
+  if (!result && fault != nullptr) *fault = walk.Fault();
   munmap(start, static_cast<std::size_t>(status.st_size));
-  return sound ? ERROR_SUCCESS : ERROR_BADDB;
+  return result ? ERROR_SUCCESS : ERROR_BADDB;
 }
 
 }  // namespace orm::platform

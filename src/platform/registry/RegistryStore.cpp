@@ -43,27 +43,35 @@ class StoreCheck {
   StoreCheck(void (*report)(void*, const char*), void* context) : mReport(report), mContext(context) {}
 
   DWORD Run(Hive* hive) {
-    mParents = {{rootKey, noKey}};
-    mLinks = {};
-    return hive->Read([&](MDB_txn* txn) -> DWORD {
-      std::string fault;
-      if (CheckPages(hive->DataFile(), mdb_txn_id(txn), &fault) != ERROR_SUCCESS) Fault(fault);
-      // A page that leads astray is not followed.
-      if (mFaults != 0) return ERROR_BADDB;
-      Each(txn, RecordKind::Info, [this](std::uint64_t key, const MDB_val& record) { SeeInfo(key, record); });
-      Each(txn, RecordKind::SubKey,
-           [this](std::uint64_t key, const MDB_val& record) { SeeSubKey(key, record); });
-      Each(txn, RecordKind::Value,
-           [this](std::uint64_t key, const MDB_val& record) { SeeValue(key, record); });
-      for (const auto& [key, parent] : mParents) {
-        if (parent != noKey && mLinks[key] != 1)
-          Fault(Name(key) + " is not reached from its parent exactly once");
-      }
-      return mFaults == 0 ? ERROR_SUCCESS : ERROR_BADDB;
-    });
+    DWORD result = ERROR_BUSY;
+    for (int attempt = 0; result == ERROR_BUSY && attempt < 1000; ++attempt) {
+      result = hive->Read([&](MDB_txn* txn) { return RunOn(txn, hive); });
+    }
+    return result;
   }
 
  private:
+  DWORD RunOn(MDB_txn* txn, Hive* hive) {
+    mParents = {{rootKey, noKey}};
+    mLinks = {};
+    std::string fault;
+    // The pages of a transaction that is under way are not on the disk yet.
+    const DWORD pages =
+        hive->InBatch() ? ERROR_SUCCESS : CheckPages(hive->DataFile(), mdb_txn_id(txn), &fault);
+    if (pages == ERROR_BADDB) Fault(fault);
+    // A page that leads astray is not followed.
+    if (pages != ERROR_SUCCESS) return pages;
+    Each(txn, RecordKind::Info, [this](std::uint64_t key, const MDB_val& record) { SeeInfo(key, record); });
+    Each(txn, RecordKind::SubKey,
+         [this](std::uint64_t key, const MDB_val& record) { SeeSubKey(key, record); });
+    Each(txn, RecordKind::Value, [this](std::uint64_t key, const MDB_val& record) { SeeValue(key, record); });
+    for (const auto& [key, parent] : mParents) {
+      if (parent != noKey && mLinks[key] != 1)
+        Fault(Name(key) + " is not reached from its parent exactly once");
+    }
+    return mFaults == 0 ? ERROR_SUCCESS : ERROR_BADDB;
+  }
+
   static std::string Name(std::uint64_t key) { return "key " + std::to_string(key); }
 
   void Fault(const std::string& text) {

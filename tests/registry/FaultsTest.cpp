@@ -1,0 +1,156 @@
+// Disks that are full or cannot be written, and stores that are damaged.
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <random>
+
+#include "registry/Registry.h"
+
+using namespace registrytest;
+
+namespace {
+
+std::string ReadFileBytes(const std::string& path) {
+  std::string bytes;
+  const int file = open(path.c_str(), O_RDONLY);
+  char buffer[65536];
+  for (ssize_t n; file >= 0 && (n = read(file, buffer, sizeof buffer)) > 0;)
+    bytes.append(buffer, static_cast<std::size_t>(n));
+  if (file >= 0) close(file);
+  return bytes;
+}
+
+bool WriteFileBytes(const std::string& path, const std::string& bytes) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const bool done =
+      file >= 0 && write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  if (file >= 0) close(file);
+  return done;
+}
+
+std::string UserStore() {
+  return MachineFile("registry/user-" + std::to_string(geteuid()) + "/data.mdb");
+}
+
+// Fills the user's store in a process of its own, so that this one has not opened it.
+void MakeStore() {
+  ASSERT_EQ(InChild([] {
+              Key key(HKEY_CURRENT_USER, "K\\Sub");
+              for (DWORD i = 0; i < 300; ++i)
+                SetBytes(key, "value" + std::to_string(i), REG_BINARY, std::string(i * 40, 'd'));
+              for (DWORD i = 0; i < 100; i += 3) RegDeleteValueA(key, ("value" + std::to_string(i)).c_str());
+              return key.code;
+            }),
+            0);
+}
+
+// Everything that a program does, on a store of any content: must end with codes.
+int UseStore() {
+  Key key, made(HKEY_CURRENT_USER, "K\\Sub");
+  const LSTATUS opened = Open(HKEY_CURRENT_USER, "K\\Sub", &key, KEY_ALL_ACCESS);
+  for (DWORD i = 0; i < 300; i += 7) {
+    std::string data;
+    GetBytes(key, "value" + std::to_string(i), &data);
+  }
+  char name[300];
+  for (DWORD i = 0; i < 400; ++i) {
+    DWORD length = sizeof name;
+    if (RegEnumValueA(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) != 0) break;
+  }
+  SetNumber(key, "new", 1);
+  for (DWORD i = 1; i < 300; i += 5) RegDeleteValueA(key, ("value" + std::to_string(i)).c_str());
+  RegDeleteKeyA(HKEY_CURRENT_USER, "K\\Sub");
+  OrmRegCheckStore(HKEY_CURRENT_USER, nullptr, nullptr);
+  return opened == 0 ? 0 : opened == LSTATUS{ERROR_BADDB} ? 1 : 2;
+}
+
+TEST(Faults, ADamagedStoreIsAnErrorAndNeverACrash) {
+  MakeStore();
+  const std::string sound = ReadFileBytes(UserStore());
+  ASSERT_GT(sound.size(), 50000u);
+  const struct {
+    const char* what;
+    std::string bytes;
+  } table[] = {{"garbage", std::string(100000, 'x')},
+               {"zeros", std::string(100000, '\0')},
+               {"short", std::string(100, 'x')},
+               {"heads only", sound.substr(0, 8192)},
+               {"half", sound.substr(0, sound.size() / 2)},
+               {"a page and a half", sound.substr(0, 6000)}};
+  for (const auto& row : table) {
+    ASSERT_TRUE(WriteFileBytes(UserStore(), row.bytes));
+    EXPECT_EQ(InChild([] { return Key(HKEY_CURRENT_USER, "K").code == LSTATUS{ERROR_BADDB} ? 0 : 1; }), 0)
+        << row.what;
+    EXPECT_EQ(ReadFileBytes(UserStore()), row.bytes) << row.what << ": it is left as it was";
+  }
+  ASSERT_TRUE(WriteFileBytes(UserStore(), sound));
+  EXPECT_EQ(InChild(UseStore), 0);
+}
+
+TEST(Faults, FlippedBytesAnywhereAreAnErrorOrOtherData) {
+  MakeStore();
+  const std::string sound = ReadFileBytes(UserStore());
+  std::mt19937 random(20240611);
+  int refused = 0;
+  for (int round = 0; round < 150; ++round) {
+    std::string bytes = sound;
+    const int flips = 1 + static_cast<int>(random() % 8);
+    for (int i = 0; i < flips; ++i) {
+      // Mostly where structure is: the beginning of a page.
+      const std::size_t page = random() % (bytes.size() / 4096) * 4096;
+      const std::size_t offset = random() % (random() % 4 != 0 ? 120 : 4096);
+      bytes[page + offset] = static_cast<char>(random());
+    }
+    ASSERT_TRUE(WriteFileBytes(UserStore(), bytes));
+    const int result = InChild(UseStore);
+    ASSERT_LT(result, 3) << "round " << round;
+    refused += result == 1;
+  }
+  EXPECT_GT(refused, 15);
+}
+
+TEST(Faults, AFullDiskKeepsWhatWasStored) {
+  const std::string folder = MachineFile("small");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  if (geteuid() != 0 || mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=3m,mode=0755") != 0) {
+    GTEST_SKIP() << "cannot mount a small disk";
+  }
+  const int result = InChild([&]() -> int {
+    setenv("ORM_MACHINE", folder.c_str(), 1);
+    Key key(HKEY_CURRENT_USER, "K");
+    if (key.code != 0 || SetBytes(key, "kept", REG_SZ, "as it was") != 0) return 1;
+    LSTATUS code = 0;
+    int stored = 0;
+    for (; code == 0 && stored < 1000; ++stored) {
+      code = SetBytes(key, "fill" + std::to_string(stored), REG_BINARY, std::string(60000, 'f'));
+    }
+    if (code != LSTATUS{ERROR_DISK_FULL}) return 2;
+    std::string data;
+    if (GetBytes(key, "kept", &data) != 0 || data != "as it was") return 3;
+    if (ValueNames(key).size() != static_cast<std::size_t>(stored)) return 4;  // the failed one is not there
+    if (OrmRegCheckStore(HKEY_CURRENT_USER, nullptr, nullptr) != 0) return 5;
+    // Others open the full store, and deleting makes room.
+    if (InChild([&] { return GetBytes(key, "kept", &data) == 0 ? 0 : 1; }) != 0) return 6;
+    for (int i = 0; i < stored - 1; i += 2) RegDeleteValueA(key, ("fill" + std::to_string(i)).c_str());
+    return SetBytes(key, "again", REG_BINARY, std::string(60000, 'a')) == 0 ? 0 : 7;
+  });
+  umount(folder.c_str());
+  EXPECT_EQ(result, 0);
+}
+
+TEST(Faults, AFolderThatCannotBeWrittenIsDenied) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);  // root's, without any room in it
+  EXPECT_EQ(InChild([]() -> int {
+              if (setuid(65534) != 0) return 99;
+              Key made(HKEY_CURRENT_USER, "K"), opened;
+              if (made.code != 5) return 1;
+              if (Open(HKEY_LOCAL_MACHINE, "K", &opened) != 2 || Open(HKEY_CURRENT_USER, "K", &opened) != 2)
+                return 2;
+              return OrmRegistryChangeWord(HKEY_LOCAL_MACHINE) != nullptr ? 0 : 3;
+            }),
+            0);
+}
+
+}  // namespace

@@ -1,0 +1,170 @@
+// Several processes, fork, users, and writers that are killed.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <thread>
+
+#include "registry/Registry.h"
+
+using namespace registrytest;
+
+namespace {
+
+TEST(Processes, EachWriteThatReturnedOutlivesItsKilledWriter) {
+  Key key(HKEY_CURRENT_USER, "K");
+  // Shared counters: what each writer has been told is stored.
+  auto* done = static_cast<std::atomic<DWORD>*>(
+      mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  constexpr int writers = 4;
+  const auto write = [&](int id) {
+    return Start([&, id]() -> int {
+      for (DWORD i = done[id] + 1;; ++i) {
+        if (SetNumber(key, "writer" + std::to_string(id), i) != 0) return 1;
+        if (SetBytes(key, "pad" + std::to_string(id), REG_BINARY, std::string(i % 9000, 'p')) != 0) return 2;
+        done[id] = i;
+        done[id].notify_one();
+      }
+    });
+  };
+  pid_t children[writers];
+  for (int id = 0; id < writers; ++id) children[id] = write(id);
+  for (int round = 0; round < 60; ++round) {
+    const int victim = round % writers;
+    // Let it get some way, at another point each time.
+    for (const DWORD goal = done[victim] + 1 + static_cast<DWORD>(round % 7); done[victim] < goal;) {
+      ASSERT_EQ(waitpid(children[victim], nullptr, WNOHANG), 0) << "a writer failed";
+      std::this_thread::yield();
+    }
+    kill(children[victim], SIGKILL);
+    ASSERT_EQ(Wait(children[victim]), 1000 + SIGKILL);
+    const DWORD stored = GetNumber(key, "writer" + std::to_string(victim));
+    ASSERT_TRUE(stored == done[victim] || stored == done[victim] + 1) << stored << ' ' << done[victim];
+    if (stored == done[victim] + 1) done[victim] = stored;
+    children[victim] = write(victim);
+  }
+  for (const pid_t child : children) {
+    kill(child, SIGKILL);
+    Wait(child);
+  }
+  EXPECT_EQ(Faults(HKEY_CURRENT_USER), "");
+  EXPECT_EQ(SetNumber(key, "after", 1), 0) << "nobody is locked out";
+}
+
+TEST(Processes, AChildUsesItsParentsHandlesOnAStoreOfItsOwn) {
+  Key key(HKEY_CURRENT_USER, "K");
+  ASSERT_EQ(SetNumber(key, "v", 1), 0);
+  std::atomic<bool> stop{false};
+  // Threads that are inside the registry at the moment of the fork.
+  std::thread reading([&] {
+    while (!stop) EXPECT_EQ(GetNumber(key, "v"), 1u);
+  });
+  std::thread writing([&] {
+    for (DWORD i = 0; !stop; ++i) EXPECT_EQ(SetNumber(key, "w", i), 0);
+  });
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(InChild([&] {
+                if (GetNumber(key, "v") != 1) return 1;
+                if (SetNumber(key, "child", 5) != 0) return 2;
+                return InChild([&] { return GetNumber(key, "child") == 5 ? 0 : 1; });  // and its child
+              }),
+              0);
+  }
+  stop = true;
+  reading.join();
+  writing.join();
+  EXPECT_EQ(GetNumber(key, "child"), 5u);
+}
+
+TEST(Processes, ManyThreadsShareOneHandle) {
+  Key key(HKEY_CURRENT_USER, "K");
+  std::vector<std::thread> threads;
+  for (DWORD id = 0; id < 8; ++id) {
+    threads.emplace_back([&, id] {
+      for (DWORD i = 0; i < 200; ++i) {
+        ASSERT_EQ(SetNumber(key, "t" + std::to_string(id), i), 0);
+        ASSERT_EQ(GetNumber(key, "T" + std::to_string(id)), i);
+        ASSERT_EQ(RegCloseKey(reinterpret_cast<HKEY>(std::uintptr_t{0x10000000} * (i + 1) + 4)), 6);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(ValueNames(key).size(), 8u);
+}
+
+class TwoUsers : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+    ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);
+  }
+  static int AsNobody(const std::function<int()>& body) {
+    return InChild([&] { return setgid(65534) == 0 && setuid(65534) == 0 ? body() : 99; });
+  }
+};
+
+TEST_F(TwoUsers, ShareTheMachineAsItsOwnerAllows) {
+  Key machine(HKEY_LOCAL_MACHINE, "SOFTWARE\\App"), open;
+  ASSERT_EQ(SetNumber(machine, "v", 1), 0);
+  ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\trace\\1.0", 0, nullptr, 0, KEY_ALL_ACCESS,
+                            NullAccessList(), open.Out(), nullptr),
+            0);
+  ASSERT_EQ(SetNumber(open, "level", 1), 0);
+  Key mine(HKEY_CURRENT_USER, "Private");
+  ASSERT_EQ(SetNumber(mine, "v", 1), 0);
+  EXPECT_EQ(AsNobody([&]() -> int {
+              Key readable, writable, made, shared, below, own;
+              if (Open(HKEY_LOCAL_MACHINE, "software\\app", &readable) != 0 || GetNumber(readable, "v") != 1)
+                return 1;
+              if (Open(HKEY_LOCAL_MACHINE, "software\\app", &writable, KEY_SET_VALUE) != 5) return 2;
+              if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, "software\\new", 0, nullptr, 0, KEY_READ,
+                                  NullAccessList(), made.Out(), nullptr) != 5)
+                return 3;
+              if (RegDeleteKeyA(HKEY_LOCAL_MACHINE, "software\\app") != 5) return 4;
+              if (RegDeleteKeyA(HKEY_LOCAL_MACHINE, "software\\trace\\1.0") != 5) return 5;
+              if (Open(HKEY_LOCAL_MACHINE, "software\\trace\\1.0", &shared, KEY_ALL_ACCESS) != 0) return 6;
+              if (SetNumber(shared, "level", 3) != 0) return 7;
+              if (RegCreateKeyExA(shared, "Module", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, below.Out(),
+                                  nullptr) != 0)
+                return 8;
+              if (SetNumber(below, "area", 4) != 0) return 9;
+              if (Open(HKEY_CURRENT_USER, "Private", &own) != 2) return 10;
+              if (RegCreateKeyExA(HKEY_CURRENT_USER, "Own", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, own.Out(),
+                                  nullptr) != 0)
+                return 11;
+              if (SetNumber(own, "v", 7) != 0) return 12;
+              // By the inherited handle of the other user's hive: that user's files are closed to this one.
+              if (GetNumber(mine, "v") != 0xDEADBEEF) return 13;
+              return OrmRegistryChangeWord(readable) != OrmRegistryChangeWord(shared) ? 0 : 14;
+            }),
+            0);
+  EXPECT_EQ(GetNumber(open, "level"), 3u);
+  Key below;
+  ASSERT_EQ(Open(open, "module", &below), 0);
+  EXPECT_EQ(GetNumber(below, "area"), 4u);
+  EXPECT_EQ(RegDeleteKeyA(HKEY_LOCAL_MACHINE, "software\\trace\\1.0"), 5);  // it has a subkey
+  EXPECT_EQ(RegDeleteKeyA(open, "Module"), 0);
+  EXPECT_EQ(RegDeleteKeyA(HKEY_LOCAL_MACHINE, "software\\trace\\1.0"), 0);
+  EXPECT_EQ(SetNumber(open, "level", 1), 1018);
+  EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
+}
+
+TEST_F(TwoUsers, APlantedStoreIsRefused) {
+  ASSERT_EQ(InChild([] {
+              Key key(HKEY_CURRENT_USER, "K");
+              return key.code;
+            }),
+            0);
+  // Somebody else makes what would become this user's folder, or replaces the file by a link.
+  const std::string other = MachineFile("registry/user-65534");
+  ASSERT_EQ(mkdir(other.c_str(), 0777), 0);
+  ASSERT_EQ(chown(other.c_str(), 65533, 65533), 0);
+  EXPECT_EQ(AsNobody([] { return Key(HKEY_CURRENT_USER, "K").code == 5 ? 0 : 1; }), 0);
+  ASSERT_EQ(chown(other.c_str(), 65534, 65534), 0);
+  ASSERT_EQ(symlink("/etc/passwd", (other + "/data.mdb").c_str()), 0);
+  EXPECT_EQ(AsNobody([] { return Key(HKEY_CURRENT_USER, "K").code == 0 ? 1 : 0; }), 0);
+}
+
+}  // namespace
