@@ -9,10 +9,6 @@
 #include "win32/nls.h"
 #include "win32/registry.h"
 
-#pragma weak RegOpenKeyExA
-#pragma weak RegQueryValueExA
-#pragma weak RegCloseKey
-
 namespace orm::platform {
 
 constinit std::atomic<const CodePage*> ansiCodePage{nullptr};
@@ -33,7 +29,6 @@ std::size_t PageIndex(UINT number) {
 // The page that the machine's registry names; 1252 when it names none.
 UINT ConfiguredAnsiCodePage() {
   constexpr UINT defaultPage = 1252;
-  if (&RegOpenKeyExA == nullptr) return defaultPage;
   HKEY key = nullptr;
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", 0,
                     KEY_QUERY_VALUE, &key) != 0)

@@ -16,9 +16,6 @@
 #include "win32/modules.h"
 #include "win32/nls.h"
 
-#pragma weak GetProcAddress
-#pragma weak GetModuleHandleA
-
 namespace orm::platform {
 namespace {
 
