@@ -1,0 +1,328 @@
+// The registry bag: what it stores, the errors of every operation, keys that are missing, foreign or deleted.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ormutil/MemoryProperties.h>
+#include <ormutil/PersistentProperties.h>
+
+#include "support/ErrorLayers.h"
+#include "support/ModuleTrace.h"
+
+using namespace orm;
+using namespace test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr LSTATUS kSuccess = 0;
+const std::string kKeyName = "HKEY_CURRENT_USER\\SOFTWARE\\Tools\\Editor";
+
+std::string SystemText(DWORD code) {
+  return MakeSystemError(code, String(), false).GetMessage(0).GetBegin();
+}
+
+std::vector<std::string> Texts(const std::vector<String>& strings) {
+  std::vector<std::string> texts;
+  for (const String& text : strings) texts.push_back(text.GetBegin());
+  return texts;
+}
+
+void SetRaw(const char* name, DWORD type, const std::string& data,
+            const char* key = "SOFTWARE\\Tools\\Editor") {
+  HKEY handle = nullptr;
+  ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_WRITE, nullptr, &handle, nullptr),
+            kSuccess);
+  ASSERT_EQ(RegSetValueExA(handle, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                           static_cast<DWORD>(data.size())),
+            kSuccess);
+  RegCloseKey(handle);
+}
+
+bool KeyExists(const char* key) {
+  HKEY handle = nullptr;
+  if (RegOpenKeyExA(HKEY_CURRENT_USER, key, 0, KEY_READ, &handle) != kSuccess) return false;
+  RegCloseKey(handle);
+  return true;
+}
+
+class PersistentTest : public testing::Test {
+ protected:
+  PersistentTest() {
+    for (const char* name : {"Tools", "Tools\\Editor"}) {
+      mBag.Open(name, true);
+      mBag.DeleteBag();
+    }
+  }
+  PersistentProperties mBag;
+};
+
+}  // namespace
+
+TEST_F(PersistentTest, ReadingCreatesNothing) {
+  EXPECT_TRUE(mBag.IsBagNew());
+  EXPECT_THAT(mBag.EnumProperties(), IsEmpty());
+  EXPECT_THAT(mBag.EnumBags(), IsEmpty());
+  EXPECT_EQ(mBag.GetType("x"), Properties::TYPE_NONE);
+  mBag.Delete("x");
+  mBag.Clear();
+  mBag.DeleteBag();
+  EXPECT_FALSE(KeyExists("SOFTWARE\\Tools"));
+  mBag.SetNumber("x", 1);
+  EXPECT_TRUE(KeyExists("SOFTWARE\\Tools\\Editor"));
+  EXPECT_FALSE(mBag.IsBagNew());
+}
+
+TEST_F(PersistentTest, WhatIsStored) {
+  mBag.SetNumber("number", 0x01020304);
+  mBag.SetString("string", "text");
+  mBag.SetBinary("binary", Binary("\0\1", 2));
+  mBag.SetBinary("null", Binary());
+  const struct {
+    const char* name;
+    DWORD type;
+    std::string data;
+  } cases[] = {{"NUMBER", REG_DWORD, "\4\3\2\1"},
+               {"string", REG_SZ, std::string("text\0", 5)},
+               {"binary", REG_BINARY, std::string("\0\1", 2)},
+               {"null", REG_BINARY, ""}};
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, "SOFTWARE\\Tools\\Editor", 0, KEY_READ, &key), kSuccess);
+  for (const auto& c : cases) {
+    char data[16];
+    DWORD size = sizeof data, type = 0;
+    ASSERT_EQ(RegQueryValueExA(key, c.name, nullptr, &type, reinterpret_cast<BYTE*>(data), &size), kSuccess);
+    EXPECT_EQ(type, c.type);
+    EXPECT_EQ(std::string(data, size), c.data);
+  }
+  RegCloseKey(key);
+}
+
+TEST_F(PersistentTest, ErrorsOfGetters) {
+  SetRaw("expand", REG_EXPAND_SZ, "%x%");
+  SetRaw("four", REG_BINARY, "4444");
+  SetRaw("eight", REG_BINARY, "88888888");
+  SetRaw("", REG_DWORD, "dddd");
+  SetRaw("text", REG_SZ, std::string("t\0", 2));
+  const auto wrong = [](const std::string& name, const std::string& type) {
+    return Layer{0xE7220001, "Type of registry value '" + kKeyName + name + "' is unexpected, '" + type +
+                                 "' type is required."};
+  };
+  const struct {
+    std::function<void(const Properties&)> get;
+    const char* operation;
+    DWORD code;
+    Layers inner;
+    const char* trace;
+  } cases[] = {
+      {[](auto& b) { b.GetNumber("none"); },
+       "GetNumber",
+       0xE7220002,
+       {{2, "Failed to query registry value '" + kKeyName + "\\none'. The registry value was not found."}},
+       "RegistryError"},
+      {[](auto& b) { b.GetString("none"); },
+       "GetString",
+       0xE7220002,
+       {{2, "Failed to query registry value '" + kKeyName + "\\none'. The registry value was not found."}},
+       "RegistryError"},
+      {[](auto& b) { b.GetString("expand"); },
+       "GetString",
+       0xE7220001,
+       {wrong("\\expand", "REG_SZ")},
+       "wrong type error"},
+      {[](auto& b) { b.GetNumber("four"); },
+       "GetNumber",
+       0xE7220001,
+       {wrong("\\four", "REG_DWORD")},
+       "wrong type error"},
+      {[](auto& b) { b.GetBinary("text"); },
+       "GetBinary",
+       0xE7220001,
+       {wrong("\\text", "REG_BINARY")},
+       "wrong type error"},
+      {[](auto& b) { b.GetString(""); }, "GetString", 0xE7220001, {wrong("", "REG_SZ")}, "wrong type error"},
+      {[](auto& b) { b.GetNumber("eight"); },
+       "GetNumber",
+       234,
+       {{234, "Failed to query registry value '" + kKeyName + "\\eight'. "}, {234, SystemText(234)}},
+       "RegistryError"},
+  };
+  ModuleTrace trace("pprops", 'w');
+  for (const auto& c : cases) {
+    Layers expected{{c.code, "Failed to get the value of property."}};
+    expected.insert(expected.end(), c.inner.begin(), c.inner.end());
+    EXPECT_EQ(LayersOf([&] { c.get(mBag); }), expected);
+    char inner[16], outer[16];
+    std::snprintf(inner, sizeof inner, "(%08x)", c.inner[0].code);
+    std::snprintf(outer, sizeof outer, "(%08x)", c.code);
+    EXPECT_EQ(trace.Take(),
+              (std::vector<std::string>{
+                  "^ PersistentProperties; " + std::string(c.trace) + ": " + c.inner[0].message + inner,
+                  "^ PersistentProperties::" + std::string(c.operation) +
+                      "(): Failed to get the value of property." + outer}));
+  }
+  EXPECT_EQ(mBag.GetString("expand", "d"), "d");
+  EXPECT_EQ(mBag.GetNumber("eight", 5), 5u);
+  EXPECT_EQ(mBag.GetNumber("four", 5), 5u);
+  EXPECT_EQ(trace.Take(), std::vector<std::string>{}) << "getters with a default are silent";
+}
+
+TEST_F(PersistentTest, MissingBag) {
+  EXPECT_EQ(
+      LayersOf([&] { mBag.GetNumber("x"); }),
+      (Layers{{0xE7220002, "Failed to get the value of property."},
+              {2, "Failed to open registry key '" + kKeyName + "'. The registry value was not found."}}));
+  PersistentProperties machine;
+  machine.Open("None", false);
+  EXPECT_EQ(
+      LayersOf([&] { machine.GetString("x"); })[1].message,
+      "Failed to open registry key 'HKEY_LOCAL_MACHINE\\SOFTWARE\\None'. The registry value was not found.");
+}
+
+// The key is deleted by somebody else while the bag holds it open: each operation says what it wanted to do.
+TEST_F(PersistentTest, ErrorsOfEveryOperation) {
+  const std::string value = kKeyName + "\\v";
+  const struct {
+    std::function<void(PersistentProperties&)> run;
+    const char* operation;
+    const char* message;
+    std::string context;
+  } cases[] = {
+      {[](auto& b) { b.GetString("v"); }, "GetString", "Failed to get the value of property.",
+       "Failed to query registry value '" + value + "'. "},
+      {[](auto& b) { b.SetString("v", ""); }, "SetString", "Failed to set the value of property.",
+       "Failed to set registry value '" + value + "'. "},
+      {[](auto& b) { b.SetNumber("v", 1); }, "SetNumber", "Failed to set the value of property.",
+       "Failed to set registry value '" + value + "'. "},
+      {[](auto& b) { b.SetBinary("v", Binary()); }, "SetBinary", "Failed to set the value of property.",
+       "Failed to set registry value '" + value + "'. "},
+      {[](auto& b) { b.Delete("v"); }, "Delete", "Failed to delete property.",
+       "Failed to delete registry value '" + value + "'. "},
+      {[](auto& b) { b.GetType("v"); }, "GetType", "Failed to query the type of property.",
+       "Failed to query registry value '" + value + "'. "},
+      {[](auto& b) { b.EnumProperties(); }, "EnumProperties", "Failed to enumerate properties.",
+       "Failed to query information about registry key '" + kKeyName + "'. "},
+      {[](auto& b) { b.Clear(); }, "Clear", "Failed to clear properties.",
+       "Failed to query information about registry key '" + kKeyName + "'. "},
+      {[](auto& b) { b.EnumBags(); }, "EnumBags", "Failed to enumerate properties bags.",
+       "Failed to query information about registry key '" + kKeyName + "'. "},
+  };
+  ModuleTrace trace("pprops", 'w');
+  for (const auto& c : cases) {
+    PersistentProperties bag;
+    bag.Open("Tools\\Editor", true);
+    bag.SetNumber("v", 1);
+    PersistentProperties other;
+    other.Open("tools\\editor", true);
+    other.DeleteBag();
+    EXPECT_EQ(LayersOf([&] { c.run(bag); }),
+              (Layers{{1018, c.message}, {1018, c.context}, {1018, SystemText(1018)}}))
+        << c.operation;
+    EXPECT_EQ(trace.Take(),
+              (std::vector<std::string>{"^ PersistentProperties; RegistryError: " + c.context + "(000003fa)",
+                                        std::string("^ PersistentProperties::") + c.operation +
+                                            "(): " + c.message + "(000003fa)"}));
+    EXPECT_FALSE(bag.IsBagNew()) << "the open key survives a failure";
+    EXPECT_EQ(bag.GetNumber("v", 3), 3u);
+  }
+}
+
+TEST_F(PersistentTest, ForeignValues) {
+  for (DWORD type : {REG_NONE, REG_SZ, REG_EXPAND_SZ, REG_BINARY, REG_DWORD, REG_DWORD_BIG_ENDIAN, REG_LINK,
+                     REG_MULTI_SZ, REG_QWORD, DWORD{0xFFFF}}) {
+    SetRaw(("v" + std::to_string(type)).c_str(), type, "1234");
+  }
+  EXPECT_THAT(Texts(mBag.EnumProperties()), ElementsAre("v1", "v3", "v4"));
+  EXPECT_EQ(mBag.GetType("v2"), Properties::TYPE_NONE);
+  EXPECT_EQ(mBag.GetString("v1"), "1234") << "stored without its terminator";
+  SetRaw("cut", REG_SZ, std::string("ab\0cd", 5));
+  EXPECT_EQ(mBag.GetString("cut"), "ab");
+  SetRaw("nothing", REG_SZ, "");
+  EXPECT_EQ(mBag.GetString("nothing"), "");
+  SetRaw("short", REG_DWORD, "\1\2");
+  EXPECT_EQ(mBag.GetNumber("short"), 0x201u);
+  SetRaw("v", REG_DWORD, "1234", "SOFTWARE\\Tools\\Editor\\Below");
+  mBag.Clear();
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, "SOFTWARE\\Tools\\Editor", 0, KEY_READ, &key), kSuccess);
+  DWORD values = 99, subkeys = 99;
+  RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr, nullptr,
+                   nullptr, nullptr);
+  EXPECT_EQ(values, 0u);
+  EXPECT_EQ(subkeys, 1u);
+  RegCloseKey(key);
+}
+
+TEST_F(PersistentTest, BagsInBags) {
+  const std::string longName(200, 'n');
+  for (const std::string& name : {std::string("a"), std::string("B\\C\\D"), longName}) {
+    PersistentProperties bag;
+    bag.Open(("Tools\\Editor\\" + name).c_str(), true);
+    bag.SetNumber("x", 1);
+  }
+  EXPECT_THAT(Texts(mBag.EnumBags()), ElementsAre("a", "B", longName));
+  EXPECT_THAT(mBag.EnumProperties(), IsEmpty());
+  mBag.SetNumber("y", 2);
+  mBag.DeleteBag();
+  EXPECT_FALSE(KeyExists("SOFTWARE\\Tools\\Editor"));
+  EXPECT_TRUE(KeyExists("SOFTWARE\\Tools"));
+  EXPECT_TRUE(mBag.IsBagNew());
+  mBag.DeleteBag();
+  mBag.SetNumber("y", 3);
+  EXPECT_EQ(mBag.GetNumber("y"), 3u);
+}
+
+TEST_F(PersistentTest, OpenAnotherBag) {
+  mBag.SetNumber("x", 1);
+  PersistentProperties other;
+  other.Open("Tools\\Editor", true);
+  EXPECT_EQ(other.GetNumber("x"), 1u);
+  other.DeleteBag();
+  mBag.Open("Tools\\Editor", true);
+  EXPECT_FALSE(mBag.IsBagNew()) << "the same name keeps the key";
+  mBag.Open("tools\\editor", true);
+  EXPECT_TRUE(mBag.IsBagNew()) << "another spelling opens it anew";
+  mBag.SetNumber("x", 2);
+  mBag.Open("tools\\editor", false);
+  EXPECT_TRUE(mBag.IsBagNew());
+  mBag.SetNumber("x", 3);
+  mBag.Open("TOOLS\\EDITOR", true);
+  EXPECT_EQ(mBag.GetNumber("x"), 2u);
+}
+
+TEST_F(PersistentTest, NoBagChosen) {
+  PersistentProperties none;
+  EXPECT_FALSE(none.IsBagNew());
+  EXPECT_THAT(Texts(none.EnumBags()), testing::Contains(testing::StrCaseEq("SOFTWARE")));
+  EXPECT_EQ(LayersOf([&] { none.DeleteBag(); })[0], (Layer{0xE7220004, "Failed to delete property bag."}));
+  EXPECT_THAT(Texts(none.EnumBags()), testing::Contains(testing::StrCaseEq("SOFTWARE")));
+}
+
+TEST_F(PersistentTest, Location) {
+  EXPECT_NO_THROW(mBag.SetLocation("CFG://LOCALHOST", "cfg://localuser"));
+  ModuleTrace trace("pprops", 'w');
+  const char* const others[][2] = {{"cfg://localuser", "cfg://localhost"},
+                                   {"cfg://localhost", ""},
+                                   {"", "cfg://localuser"},
+                                   {"cfg://localhost/", "cfg://localuser"}};
+  for (const auto& [machine, user] : others) {
+    EXPECT_EQ(LayersOf([&] { mBag.SetLocation(machine, user); }),
+              (Layers{{0xE7220003, "Specified persistent property location is not supported."}}));
+    EXPECT_EQ(trace.Take(), (std::vector<std::string>{
+                                "^ PersistentProperties::SetLocation(): Specified persistent property "
+                                "location is not supported.(e7220003)"}));
+  }
+}
+
+// A setter of the target that fails is wrapped like a fault in the data.
+TEST_F(PersistentTest, ImportIntoADeletedBag) {
+  MemoryProperties source;
+  source.SetNumber("a", 1);
+  mBag.SetNumber("x", 1);
+  PersistentProperties other;
+  other.Open("tools\\Editor", true);
+  other.DeleteBag();
+  const Layers layers = LayersOf([&] { mBag.Import(source.Export()); });
+  ASSERT_EQ(layers.size(), 4u);
+  EXPECT_EQ(layers[0], (Layer{0xE7220005, "Failed to deserialize properties from external data."}));
+  EXPECT_EQ(layers[1], (Layer{1018, "Failed to set the value of property."}));
+}

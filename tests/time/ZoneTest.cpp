@@ -1,0 +1,68 @@
+// Local time and the zone's suffix, in zones of every kind, each set for a process of its own. Rules of
+// daylight saving are made from today's date, so that it is on or off now and for some weeks to come.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <string>
+
+#include "support/Child.h"
+
+using namespace test;
+
+namespace {
+
+// A rule under which daylight saving is in effect now, or is not.
+std::string Rule(bool inEffect) {
+  const time_t now = time(nullptr);
+  tm utc{};
+  gmtime_r(&now, &utc);
+  const auto month = [&utc](int shift) { return std::to_string((utc.tm_mon + shift + 12) % 12 + 1); };
+  return inEffect ? ",M" + month(-2) + ".1.0,M" + month(3) + ".1.0"
+                  : ",M" + month(3) + ".1.0,M" + month(-2) + ".1.0";
+}
+
+struct Zone {
+  const char* name;
+  std::string tz;
+  const char* spring;   // 2004-03-15 12:30:00.250 UTC
+  const char* autumn;   // 2004-09-15 12:30:00 UTC
+  const char* minutes;  // of 12:30 local time before 12:30 UTC
+};
+
+class ZoneTest : public testing::TestWithParam<Zone> {};
+
+}  // namespace
+
+TEST_P(ZoneTest, TextsNameTheInstant) {
+  const Zone& zone = GetParam();
+  const ChildResult result = RunProgram({"/usr/bin/env", "TZ=" + zone.tz, Sibling("zone_probe")});
+  EXPECT_EQ(result.output, std::string(zone.spring) + "\n" + zone.autumn + "\n" + zone.minutes + "\nsame\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ZoneTest,
+    testing::Values(
+        Zone{"Utc", "UTC0", "20040315123000.250Z 040315123000Z", "20040915123000Z 040915123000Z", "+0"},
+        Zone{"UtcPlus1", "CET-1", "20040315133000.250+0100 040315133000+0100",
+             "20040915133000+0100 040915133000+0100", "+60"},
+        Zone{"StandardNow", "CET-1CEST" + Rule(false), "20040315133000.250+0100 040315133000+0100",
+             "20040915133000+0100 040915133000+0100", "+60"},
+        Zone{"DaylightNow", "CET-1CEST" + Rule(true), "20040315143000.250+0200 040315143000+0200",
+             "20040915143000+0200 040915143000+0200", "+120"},
+        Zone{"BehindUtc", "EST5", "20040315073000.250-0500 040315073000-0500",
+             "20040915073000-0500 040915073000-0500", "-300"},
+        Zone{"BehindUtcDaylightNow", "EST5EDT" + Rule(true), "20040315083000.250-0400 040315083000-0400",
+             "20040915083000-0400 040915083000-0400", "-240"},
+        Zone{"HalfHour", "IST-5:30", "20040315180000.250+0530 040315180000+0530",
+             "20040915180000+0530 040915180000+0530", "+330"},
+        Zone{"HalfHourBehindUtc", "NST3:30", "20040315090000.250-0330 040315090000-0330",
+             "20040915090000-0330 040915090000-0330", "-210"},
+        Zone{"QuarterHour", "NPT-5:45", "20040315181500.250+0545 040315181500+0545",
+             "20040915181500+0545 040915181500+0545", "+345"},
+        Zone{"HalfHourDaylightNow", "LHST-10:30LHDT-11" + Rule(true),
+             "20040315233000.250+1100 040315233000+1100", "20040915233000+1100 040915233000+1100", "+660"},
+        Zone{"NextDay", "<+1245>-12:45", "20040316011500.250+1245 040316011500+1245",
+             "20040916011500+1245 040916011500+1245", "+765"},
+        Zone{"DaylightIsUtc", "AZOT1AZOST" + Rule(true), "20040315123000.250Z 040315123000Z",
+             "20040915123000Z 040915123000Z", "+0"}),
+    [](const auto& zone) { return zone.param.name; });
