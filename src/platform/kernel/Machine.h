@@ -7,23 +7,25 @@
 #include <string>
 #include <string_view>
 
+#include "win32/types.h"
+
 namespace orm::platform {
 
 // Path of the machine folder, absolute, UTF-8, without a trailing slash; empty when it cannot be had (cannot
 // be made, or belongs to somebody whom this process must not trust). Where it lies: ORM_MACHINE; else
 // /var/lib/ormutil when that exists; else $XDG_STATE_HOME/ormutil, else ~/.local/state/ormutil.
 // Decided once, at the first call; kept for the life of the process and inherited over fork. Any thread.
-const std::string& MachineFolder();
+ORM_PLATFORM_API const std::string& MachineFolder();
 
 // A path below the machine folder ("registry/machine"); empty when there is no machine folder.
-std::string MachinePath(std::string_view sub);
+ORM_PLATFORM_API std::string MachinePath(std::string_view sub);
 
 // The user who owns the machine folder; uid_t(-1) without one.
-uid_t MachineOwner();
+ORM_PLATFORM_API uid_t MachineOwner();
 
 // Makes a folder of the given permission bits, whatever the process's file mode mask, or accepts one that
 // is there already. It must be a folder, not a link, owned by this user, root or the machine's owner, and
 // writable to others only when it is sticky. Returns 0 or an errno value. Safe against concurrent callers.
-int EnsureFolder(const std::string& path, mode_t mode);
+ORM_PLATFORM_API int EnsureFolder(const std::string& path, mode_t mode);
 
 }  // namespace orm::platform

@@ -17,7 +17,7 @@ namespace orm::platform {
 // for an absent drive or an empty path, ERROR_INVALID_NAME for characters that no name may contain,
 // ERROR_BAD_NETPATH for a path of another machine. A path with one leading separator and no drive starts at
 // the root of the disk (z:). "." and ".." are resolved by name, as the interfaces do it. Any thread.
-std::string UnixPath(const char* ansiPath, DWORD* error = nullptr);
+ORM_PLATFORM_API std::string UnixPath(const char* ansiPath, DWORD* error = nullptr);
 
 // The same without a look at the disk (one lstat less, and no search when the exact spelling is absent): for
 // callers that try the path first and call ResolveCase when it is not there. `error` is set always.
@@ -26,7 +26,7 @@ std::string TranslatePath(std::string_view ansiPath, DWORD* error);
 // The interface path that names an absolute path on disk: the drive with the longest matching target
 // ("C:\..." under drive_c, otherwise "Z:\..."). Names that the code page cannot express come as
 // CodePage.h makes them. A path that is not absolute is only turned around. Any thread.
-std::string AnsiPath(const std::string& unixPath);
+ORM_PLATFORM_API std::string AnsiPath(const std::string& unixPath);
 
 // Looks for each component that is absent as spelled without regard to case; an absolute UTF-8 path in and
 // out. What is found nowhere stays as spelled.
