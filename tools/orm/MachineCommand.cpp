@@ -1,0 +1,242 @@
+// orm machine: the folder that all processes of one machine share.
+#include <win32/registryx.h>
+
+#include <dirent.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Command.h"
+#include "Console.h"
+#include "Failure.h"
+#include "RegStore.h"
+#include "Text.h"
+#include "kernel/Machine.h"
+
+namespace orm::tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* SHARED_FOLDER = "/var/lib/ormutil";
+
+std::vector<std::string> Entries(const std::string& folder) {
+  std::set<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), ::closedir);
+  while (const dirent* entry = open ? ::readdir(open.get()) : nullptr) {
+    if (entry->d_name[0] != '.') names.insert(entry->d_name);
+  }
+  return {names.begin(), names.end()};
+}
+
+std::string LinkTarget(const std::string& path) {
+  char target[4096];
+  const ssize_t size = ::readlink(path.c_str(), target, sizeof target);
+  return size < 0 ? "" : std::string(target, static_cast<std::size_t>(size));
+}
+
+std::string UserName(uid_t user) {
+  const passwd* entry = ::getpwuid(user);
+  return entry ? entry->pw_name : std::to_string(user);
+}
+
+// The name of an object from that of its file: %XX stands for a byte.
+std::string ObjectName(const std::string& file) {
+  std::string name;
+  for (std::size_t i = 2; i < file.size(); ++i) {
+    const std::optional<std::string> byte =
+        file[i] == '%' ? BytesFromHex(file.substr(i + 1, 2)) : std::nullopt;
+    name += byte ? *byte : std::string(1, file[i]);
+    if (byte) i += 2;
+  }
+  return name;
+}
+
+// The processes that have a file open, as far as this user may see.
+std::vector<std::string> Holders(const std::string& path) {
+  std::vector<std::string> holders;
+  for (const std::string& process : Entries("/proc")) {
+    if (process.find_first_not_of("0123456789") != std::string::npos) continue;
+    const std::string folder = "/proc/" + process + "/fd";
+    for (const std::string& descriptor : Entries(folder)) {
+      if (LinkTarget(folder + "/" + descriptor) != path) continue;
+      holders.push_back(process);
+      break;
+    }
+  }
+  return holders;
+}
+
+std::string RequireFolder() {
+  const std::string& folder = platform::MachineFolder();
+  if (folder.empty())
+    throw Failure("there is no machine folder: it cannot be made, or it belongs to somebody else");
+  return folder;
+}
+
+// ---- init
+
+// The shared machine is made by root: everybody may read it, and make files in it that are theirs.
+void InitShared() {
+  if (::mkdir(SHARED_FOLDER, 0755) != 0 && errno != EEXIST) {
+    throw Failure(std::string("cannot make ") + SHARED_FOLDER + ": " + std::strerror(errno));
+  }
+  if (platform::MachineFolder() == SHARED_FOLDER) return;
+  // The library chose another folder when it was loaded: the same command once more, told where.
+  ::setenv("ORM_MACHINE", SHARED_FOLDER, 1);
+  ::execl("/proc/self/exe", "orm", "machine", "init", static_cast<char*>(nullptr));
+  throw Failure(std::string("cannot run again: ") + std::strerror(errno));
+}
+
+void Init(bool shared) {
+  if (shared) InitShared();
+  const std::string folder = RequireFolder();
+  for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
+    const LSTATUS error = RegFlushKey(root);  // makes the store
+    if (error != 0) throw SystemFailure("cannot make the registry", static_cast<DWORD>(error));
+  }
+  for (const char* name : {"named", "undo"}) {
+    if (const int error = platform::EnsureFolder(folder + "/" + name, 01777)) {
+      throw Failure("cannot make " + folder + "/" + name + ": " + std::strerror(error));
+    }
+  }
+  PrintLine("the machine is " + folder);
+}
+
+// ---- info
+
+Json Describe() {
+  const std::string folder = RequireFolder();
+  Json json{{"folder", folder}, {"owner", UserName(platform::MachineOwner())}, {"codePage", GetACP()}};
+  const HDC screen = GetDC(nullptr);
+  json["screen"] = {{"dotsPerInch", GetDeviceCaps(screen, LOGPIXELSY)},
+                    {"bitsPerPixel", GetDeviceCaps(screen, BITSPIXEL)}};
+  ReleaseDC(nullptr, screen);
+  json["drives"] = Json::array();
+  for (const std::string& drive : Entries(folder + "/drives")) {
+    const std::string target = LinkTarget(folder + "/drives/" + drive);
+    if (!target.empty()) json["drives"].push_back({{"drive", drive}, {"target", target}});
+  }
+  json["hives"] = Entries(folder + "/registry");
+  json["objects"] = Json::array();
+  for (const std::string& file : Entries(folder + "/named")) {
+    if (!file.starts_with("n-")) continue;
+    const std::vector<std::string> holders = Holders(folder + "/named/" + file);
+    if (!holders.empty()) json["objects"].push_back({{"name", ObjectName(file)}, {"processes", holders}});
+  }
+  return json;
+}
+
+void PrintInfo(const Json& json) {
+  const auto line = [](const std::string& head, const std::string& text) {
+    PrintLine(Coloured(Colour::Bold, head) + std::string(head.size() < 12 ? 12 - head.size() : 1, ' ') +
+              text);
+  };
+  line("folder", json["folder"]);
+  line("owner", json["owner"]);
+  line("code page", json["codePage"].dump());
+  line("screen", json["screen"]["dotsPerInch"].dump() + " dots per inch, " +
+                     json["screen"]["bitsPerPixel"].dump() + " bits a pixel");
+  for (const Json& drive : json["drives"])
+    line("drive", drive["drive"].get<std::string>() + " is " + drive["target"].get<std::string>());
+  for (const Json& hive : json["hives"]) line("hive", hive);
+  for (const Json& object : json["objects"]) {
+    std::string processes;
+    for (const Json& process : object["processes"]) processes += " " + process.get<std::string>();
+    line("object", object["name"].get<std::string>() + ", held by" + processes);
+  }
+}
+
+// ---- check
+
+class Check {
+ public:
+  void Item(const std::string& what, bool good, const std::string& fault = "") {
+    PrintLine((good ? Coloured(Colour::Green, "ok    ") : Coloured(Colour::Red, "FAULT ")) + what +
+              (good ? "" : ": " + fault));
+    mGood &= good;
+  }
+  bool IsGood() const { return mGood; }
+
+ private:
+  bool mGood = true;
+};
+
+void CheckStore(Check& check, HKEY root) {
+  std::string faults;
+  const auto report = [](void* context, const char* fault) {
+    std::string& text = *static_cast<std::string*>(context);
+    text += (text.empty() ? "" : "; ") + std::string(fault);
+  };
+  const LSTATUS error = OrmRegCheckStore(root, report, &faults);
+  check.Item("registry " + RegPath{root, ""}.GetName(), error == 0,
+             faults.empty() ? SystemMessage(static_cast<DWORD>(error)) : faults);
+}
+
+void CheckDrives(Check& check, const std::string& folder) {
+  for (const std::string& drive : Entries(folder + "/drives")) {
+    const std::string path = folder + "/drives/" + drive;
+    struct stat target {};
+    if (!LinkTarget(path).empty()) {
+      check.Item("drive " + drive, ::stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode),
+                 LinkTarget(path) + " is no folder");
+    }
+  }
+  for (const char* name : {"Windows/System32", "Windows/Temp"}) {
+    const std::string path = folder + "/drives/c:/" + name;
+    const int error = ::access(path.c_str(), X_OK) == 0 ? 0 : errno;
+    check.Item("folder c:/" + std::string(name), error == 0, std::strerror(error));
+  }
+}
+
+void CheckMachine() {
+  Check check;
+  const std::string folder = RequireFolder();
+  struct stat status {};
+  const bool found = ::stat(folder.c_str(), &status) == 0;
+  check.Item("folder " + folder, found && (status.st_mode & S_IWOTH) == 0, "it is writable to everybody");
+  CheckStore(check, HKEY_LOCAL_MACHINE);
+  CheckStore(check, HKEY_CURRENT_USER);
+  CheckDrives(check, folder);
+  const std::optional<std::string> page =
+      ReadRegText({HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"}, "ACP");
+  check.Item("code page " + page.value_or("1252"), !page || *page == std::to_string(GetACP()),
+             "it is not supported; 1252 is used");
+  if (!check.IsGood()) throw Exit{EXIT_DIFFERENT};
+}
+
+}  // namespace
+
+void AddMachineCommand(CLI::App& app) {
+  CLI::App* machine = AddSubcommand(app, "machine", "The folder that all processes of a machine share",
+                                    "  orm machine info\n"
+                                    "  ORM_MACHINE=/tmp/trial orm machine init     a machine to play with\n");
+  machine->require_subcommand(1);
+  auto shared = std::make_shared<bool>(false);
+  CLI::App* init =
+      AddSubcommand(*machine, "init", "Make the machine folder",
+                    "  orm machine init\n"
+                    "  sudo orm machine init --shared     one machine for all users, in /var/lib/ormutil\n");
+  init->add_flag("--shared", *shared, "In /var/lib/ormutil, where every process finds it");
+  init->callback([shared] { Init(*shared); });
+  auto json = std::make_shared<bool>(false);
+  CLI::App* info =
+      AddSubcommand(*machine, "info", "Show the folder, its settings, drives, and who holds named objects",
+                    "  orm machine info\n  orm machine info --json\n");
+  info->add_flag("--json", *json, "Print JSON");
+  info->callback([json] { *json ? PrintJson(Describe()) : PrintInfo(Describe()); });
+  CLI::App* check =
+      AddSubcommand(*machine, "check", "Check the folder, the registry, the drives and the settings",
+                    "  orm machine check          exit code 0: sound, 2: something is wrong\n");
+  check->callback([] { CheckMachine(); });
+}
+
+}  // namespace orm::tool
