@@ -198,8 +198,12 @@ Token Lexer::TakeString() {
   for (;;) {
     if (AtEnd() || Peek() == '\n') throw SourceError(token.at, "this string does not end on its line");
     if (Peek() == '"' && Peek(1) != '"') break;
-    // Neither the second mark of a pair nor an escaped character is looked at, a line break apart.
-    if ((Peek() == '"' || Peek() == '\\') && Peek(1) != '\n' && mPosition + 1 < mContent.size()) Step();
+    // Neither the second mark of a pair nor an escaped character, a line break among them, is looked at.
+    if (Peek() == '\\' && Peek(1) == '\r' && Peek(2) == '\n') {
+      Step();
+      Step();
+    }
+    if ((Peek() == '"' || Peek() == '\\') && mPosition + 1 < mContent.size()) Step();
     Step();
   }
   token.text = mContent.substr(start, mPosition - start);

@@ -127,23 +127,34 @@ class Key {
   bool mIsText = false;
 };
 
+// How well a language serves a caller who named none: the system's own is best, then one that is no language
+// at all.
+int Rank(std::uint32_t language) {
+  return language == resource::usEnglish ? 3 : language == 0 ? 2 : 1;
+}
+
 HRSRC Find(HMODULE module, LPCSTR type, LPCSTR name, WORD language) {
   const std::optional<Directory> directory = Directory::Of(module);
   DWORD error = directory ? ERROR_RESOURCE_TYPE_NOT_FOUND : ERROR_RESOURCE_DATA_NOT_FOUND;
   const Key typeKey(type);
   const Key nameKey(name);
+  const Byte* best = nullptr;
+  int bestRank = 0;
   for (std::uint32_t i = 0; directory && i < directory->EntryCount(); ++i) {
     const Byte* address = directory->EntryAddress(i);
     const std::optional<Entry> entry = directory->EntryAt(address);
     if (!entry || !typeKey.Matches(*directory, entry->type)) continue;
     if (error == ERROR_RESOURCE_TYPE_NOT_FOUND) error = ERROR_RESOURCE_NAME_NOT_FOUND;
     if (!nameKey.Matches(*directory, entry->name)) continue;
-    if (language == 0 || entry->language == language)
-      return reinterpret_cast<HRSRC>(const_cast<Byte*>(address));
     error = ERROR_RESOURCE_LANG_NOT_FOUND;
+    if (language != 0 && entry->language != language) continue;
+    if (Rank(entry->language) > bestRank) {
+      bestRank = Rank(entry->language);
+      best = address;
+    }
   }
-  SetLastError(error);
-  return nullptr;
+  if (best == nullptr) SetLastError(error);
+  return reinterpret_cast<HRSRC>(const_cast<Byte*>(best));
 }
 
 }  // namespace

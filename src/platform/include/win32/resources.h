@@ -22,7 +22,8 @@ extern "C" {
 // Finds a resource of `module` (null: the program). A name or type is a text, compared without regard to
 // case, a "#123" text, or MAKEINTRESOURCEA. The handle belongs to the module and is never freed.
 // Returns null on failure: 1812 the module has no resources or damaged ones, 1813 none of this type, 1814
-// none of this name, 1815 none in this language (FindResourceExA only; language 0 takes any).
+// none of this name, 1815 none in this language (FindResourceExA only; language 0, as
+// FindResourceA, prefers US English, then what has no language, and takes any).
 ORM_PLATFORM_API HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type);
 ORM_PLATFORM_API HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name, WORD language);
 
