@@ -74,20 +74,27 @@ void WriteArchive::AppendSlowly(const unsigned char* data, unsigned size) {
 
 void WriteArchive::WriteString(const String& text) {
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 123);
-  const unsigned codePage = string_detail::GetAnsiCodePage();
+  const unsigned codePage = GetACP();
   const unsigned size = text.GetSerializedSize(codePage);
   if (mpData) {
     unsigned char* target = Claim(size);
-    text.Serialize(target ? target : ClaimSlowly(size), codePage);
+    text.Serialize(target ? target : ClaimSlowly(size), codePage, size);
   }
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 150);
 }
 
 void WriteArchive::WriteBinary(const Binary& data) {
-  // The size is taken first: the stream may be written into itself.
   const uint32_t size = data.GetSize();
-  *this << size;
-  if (size != 0) WriteData(data.GetData(), size);
+  const unsigned char* bytes = data.GetData();
+  unsigned char* target = size <= UINT32_MAX - sizeof size ? Claim(size + 4) : nullptr;
+  if (!target) {
+    *this << size;
+    // Asked again: the stream may be written into itself, and has just moved.
+    if (size != 0) WriteData(data.GetData(), size);
+    return;
+  }
+  std::memcpy(target, &size, sizeof size);
+  if (size != 0) std::memcpy(target + 4, bytes, size);
 }
 
 void ReadArchive::SetStream(const Binary& stream) {
@@ -161,8 +168,7 @@ void ReadArchive::ReadString(String& text) {
   const unsigned total = mpData->GetSize();
   ORM_ASSERT(mPos <= total, "mPos <= mpData->GetSize()", kSource, 253);
   const size_t left = mPos <= total ? total - mPos : 0;
-  const size_t consumed =
-      text.Deserialize(mpData->GetData() + (total - left), left, string_detail::GetAnsiCodePage());
+  const size_t consumed = text.Deserialize(mpData->GetData() + (total - left), left, GetACP());
   if (consumed == 0) ThrowInvalid();
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 260);
   mPos += static_cast<uint32_t>(consumed);

@@ -69,14 +69,6 @@ void FreeBlock(StringBlock* pBlock) noexcept {
   ::operator delete(pBlock);
 }
 
-unsigned GetAnsiCodePage() {
-  return GetACP();
-}
-
-bool IsKnownCodePage(unsigned codePage) {
-  return IsValidCodePage(codePage) != FALSE;
-}
-
 }  // namespace string_detail
 
 // A string table resource is 16 entries, each a 16-bit count and that many UTF-16 units.

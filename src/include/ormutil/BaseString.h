@@ -220,9 +220,13 @@ class BaseString {
   //   | size in bytes with terminator; 0 when empty, and then nothing follows | code page | text, terminator
   //   |
   //
-  // `codePage` 0 is the ANSI code page. Serialize writes GetSerializedSize bytes.
+  // `codePage` 0 is the ANSI code page. Serialize writes GetSerializedSize bytes; who has that size already
+  // may pass it on.
   unsigned GetSerializedSize(unsigned codePage) const;
-  void Serialize(unsigned char* buffer, unsigned codePage) const;
+  void Serialize(unsigned char* buffer, unsigned codePage) const {
+    Serialize(buffer, codePage, GetSerializedSize(codePage));
+  }
+  void Serialize(unsigned char* buffer, unsigned codePage, unsigned size) const;
   // Reads that form from untrusted bytes and converts UTF-16 to `codePage` (0: ANSI). Returns the bytes
   // consumed: 0, the string being empty, when the form announces more than the `available` bytes or its text
   // has no terminator.

@@ -13,10 +13,6 @@ inline constexpr const char* kSource = "src/include/BaseString";
 inline constexpr int kLineWriting = 1924;
 inline constexpr int kLineConstruction = 1949;
 
-// The process's ANSI code page, and whether the system knows a code page.
-ORMUTIL_API unsigned GetAnsiCodePage();
-ORMUTIL_API bool IsKnownCodePage(unsigned codePage);
-
 inline void Store32(unsigned char* dest, uint32_t value) {
   for (int i = 0; i < 4; ++i) dest[i] = static_cast<unsigned char>(value >> (8 * i));
 }
@@ -353,12 +349,11 @@ unsigned BaseString<Traits>::GetSerializedSize(unsigned) const {
 }
 
 template <class Traits>
-void BaseString<Traits>::Serialize(unsigned char* buffer, unsigned codePage) const {
-  if (IsEmpty()) return string_detail::Store32(buffer, 0);
-  const auto size = static_cast<uint32_t>(GetSize() + sizeof(Char));
-  string_detail::Store32(buffer, size);
+void BaseString<Traits>::Serialize(unsigned char* buffer, unsigned codePage, unsigned size) const {
+  if (size == 4) return string_detail::Store32(buffer, 0);
+  string_detail::Store32(buffer, size - 8);
   string_detail::Store32(buffer + 4, Traits::GetStoredCodePage(codePage));
-  std::memcpy(buffer + 8, mpText, size);
+  std::memcpy(buffer + 8, mpText, size - 8);
 }
 
 template <class Traits>
@@ -378,10 +373,23 @@ size_t BaseString<Traits>::Deserialize(const unsigned char* buffer, size_t avail
     Empty();
     return 0;
   }
-  const unsigned ansi = string_detail::GetAnsiCodePage();
+  const unsigned ansi = GetACP();
   unsigned source = string_detail::Load32(buffer + 4);
-  if (source != CODE_PAGE_UTF16 && source != ansi && !string_detail::IsKnownCodePage(source)) source = ansi;
+  if (source != CODE_PAGE_UTF16 && source != ansi && !IsValidCodePage(source)) source = ansi;
   const unsigned char* text = buffer + 8;
+  if constexpr (std::is_base_of_v<SbcsTraits, Traits>) {
+    // 8-bit text stays as it is: what the traits would do in two steps.
+    if (source != CODE_PAGE_UTF16) {
+      const void* end = std::memchr(text, 0, stored);
+      if (!end) {
+        Empty();
+        return 0;
+      }
+      const size_t size = static_cast<size_t>(static_cast<const unsigned char*>(end) - text) + 1;
+      std::memcpy(PrepareWriting(stored, false), text, size);
+      return size_t{stored} + 8;
+    }
+  }
   if (!string_detail::IsTerminated(text, stored, source)) {
     Empty();
     return 0;
