@@ -3,6 +3,7 @@
 
 #include "Bench.h"
 
+void AddBaseRows(bench::Table& table);
 void AddFaceRows(bench::Table& table);
 void AddThreadRows(bench::Table& table);
 void AddTraceRows(bench::Table& table);
