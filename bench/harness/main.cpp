@@ -135,6 +135,7 @@ int main(int argc, char** argv) {
   }
 
   bench::Table table;
+  AddBaseRows(table);
   AddTraceRows(table);
   AddFaceRows(table);
   AddThreadRows(table);
