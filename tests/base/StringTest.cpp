@@ -1,33 +1,16 @@
 // String blocks: sharing, growth, copy on write, and what the wiped memory holds.
 #include <ormutil/BaseString.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <new>
 #include <thread>
 
 #include "AssertionLog.h"
+#include "WipeWatch.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
 
 namespace {
-
-// While it is set, each freed block of that size is looked at: does the text still stand behind the header?
-std::atomic<size_t> watchedCapacity{0};
-std::atomic<int> wipedBlocks{0}, dirtyBlocks{0};
-
-void Inspect(void* memory) {
-  const size_t capacity = watchedCapacity.load();
-  if (!memory || capacity == 0) return;
-  const auto* bytes = static_cast<const unsigned char*>(memory);
-  uint32_t stored = 0;
-  std::memcpy(&stored, bytes + 4, sizeof stored);
-  if (stored != capacity) return;
-  bool dirty = false;
-  for (size_t i = 0; i < capacity; ++i) dirty |= bytes[8 + i] != 0;
-  ++(dirty ? dirtyBlocks : wipedBlocks);
-}
 
 unsigned CapacityFor(size_t size) {
   String text;
@@ -36,21 +19,6 @@ unsigned CapacityFor(size_t size) {
 }
 
 }  // namespace
-
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return std::malloc(size);
-}
-void* operator new(size_t size) {
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-  Inspect(memory);
-  std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-  operator delete(memory);
-}
 
 TEST(String, CapacityFollowsTheGrowthRule) {
   const std::pair<size_t, unsigned> table[] = {{2, 8},     {8, 8},     {9, 16},    {16, 16},    {17, 32},
@@ -131,18 +99,18 @@ TEST(String, OwnTextIsASourceLikeAnyOther) {
 }
 
 TEST(String, FreedBlocksAreWiped) {
-  watchedCapacity = 48 * 128;
+  test::watchedCapacity = 48 * 128;
   {
     String text;
     std::memset(text.PrepareWriting(48 * 128 - 5, false), 'x', 48 * 128);
     text.PrepareWriting(0, false)[48 * 128 - 1] = 0;
     String copy = text;
     text = "gone";
-    EXPECT_EQ(wipedBlocks + dirtyBlocks, 0);
+    EXPECT_EQ(test::wipedBlocks + test::dirtyBlocks, 0);
   }
-  watchedCapacity = 0;
-  EXPECT_EQ(wipedBlocks, 1);
-  EXPECT_EQ(dirtyBlocks, 0);
+  test::watchedCapacity = 0;
+  EXPECT_EQ(test::wipedBlocks, 1);
+  EXPECT_EQ(test::dirtyBlocks, 0);
 }
 
 TEST(String, BlocksAreSharedBetweenThreads) {
