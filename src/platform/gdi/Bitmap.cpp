@@ -93,6 +93,8 @@ HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixe
 HBITMAP WINAPI CreateCompatibleBitmap(HDC handle, int width, int height) {
   const auto context = Require<Context>(handle);
   if (!context) return nullptr;
+  // An empty size gives the smallest bitmap, so that callers need not treat it apart.
+  if (width == 0 || height == 0) return Publish(MakePlainBitmap(1, 1, 1));
   const bool mono = context->Target().format.kind == PixelFormat::Kind::Mono;
   return Publish(mono ? MakePlainBitmap(width, height, 1) : MakeDeviceBitmap(width, height));
 }

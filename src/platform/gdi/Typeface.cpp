@@ -160,8 +160,14 @@ Typeface::Match Typeface::FindFace(const LOGFONTA& description, char32_t needed)
   int slope = FC_SLANT_ROMAN;
   FcPatternGetInteger(found.get(), FC_WEIGHT, 0, &weight);
   FcPatternGetInteger(found.get(), FC_SLANT, 0, &slope);
-  match.makeBold = WantedWeight(description) >= 600 && weight < FC_WEIGHT_DEMIBOLD;
-  match.makeItalic = description.lfItalic && slope == FC_SLANT_ROMAN;
+  // The library's usual configuration asks for made styles by these two and then calls the face what was
+  // wanted.
+  FcBool embolden = FcFalse;
+  FcMatrix* shear = nullptr;
+  FcPatternGetBool(found.get(), FC_EMBOLDEN, 0, &embolden);
+  FcPatternGetMatrix(found.get(), FC_MATRIX, 0, &shear);
+  match.makeBold = WantedWeight(description) >= 600 && (embolden || weight < FC_WEIGHT_DEMIBOLD);
+  match.makeItalic = description.lfItalic && (shear || slope == FC_SLANT_ROMAN);
   return match;
 }
 

@@ -245,7 +245,6 @@ inline constexpr int OPAQUE = 2;
 // SetTextAlign.
 inline constexpr UINT TA_LEFT = 0;
 inline constexpr UINT TA_TOP = 0;
-inline constexpr UINT TA_UPDATECP = 1;
 inline constexpr UINT TA_RIGHT = 2;
 inline constexpr UINT TA_CENTER = 6;
 inline constexpr UINT TA_BOTTOM = 8;
@@ -365,7 +364,8 @@ ORM_PLATFORM_API int WINAPI GetClipBox(HDC context, RECT* box);
 // A device-dependent bitmap, initialised from rows that are padded to 16 bits, top row first, or zero.
 ORM_PLATFORM_API HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel,
                                              const void* bits);
-// A bitmap of the context's device; monochrome for a memory context that holds a monochrome bitmap.
+// A bitmap of the context's device; monochrome for a memory context that holds a monochrome bitmap An
+// empty size gives a monochrome bitmap of one pixel.
 ORM_PLATFORM_API HBITMAP WINAPI CreateCompatibleBitmap(HDC context, int width, int height);
 // A bitmap whose pixels the caller can reach through *bits; they are zero at first and live as long as the
 // bitmap. A section object and offset are not supported and have to be null and 0.
