@@ -163,22 +163,22 @@ constexpr size_t LANES = 8;
 }  // namespace avx512
 #endif
 
-const Steps& ChooseSteps() {
+const Steps& ChooseSteps(size_t mostLanes) {
 #if defined(__x86_64__)
-  if (__builtin_cpu_supports("avx512f")) return avx512::STEPS;
-  if (__builtin_cpu_supports("avx2")) return avx2::STEPS;
+  if (mostLanes >= avx512::LANES && __builtin_cpu_supports("avx512f")) return avx512::STEPS;
+  if (mostLanes >= avx2::LANES && __builtin_cpu_supports("avx2")) return avx2::STEPS;
 #endif
   return baseline::STEPS;
 }
 
 class Resampler {
  public:
-  explicit Resampler(const ResampleJob& rJob)
+  Resampler(const ResampleJob& rJob, size_t mostLanes)
       : mJob(rJob),
         mStepX(static_cast<float>(static_cast<double>(rJob.sourceWidth) / rJob.targetWidth)),
         mStepY(static_cast<float>(static_cast<double>(rJob.sourceHeight) / rJob.targetHeight)),
         mNorm(static_cast<float>(1.0 / (static_cast<double>(mStepY) * mStepX))),
-        mSteps(ChooseSteps()),
+        mSteps(ChooseSteps(mostLanes)),
         mPlan(rJob, mStepX),
         mWords(mPlan.padded),
         mNextWords(mPlan.padded) {
@@ -237,8 +237,8 @@ class Resampler {
 
 }  // namespace
 
-void Resample(const ResampleJob& rJob) {
-  Resampler(rJob).Run();
+void Resample(const ResampleJob& rJob, size_t mostLanes) {
+  Resampler(rJob, mostLanes).Run();
 }
 
 }  // namespace orm

@@ -32,7 +32,8 @@ struct ResampleJob {
 };
 
 // Fills the target's rows; the bytes between them stay. All sizes are at least 1. Needs working memory of a
-// few rows beside the job's; throws std::bad_alloc without it.
-void Resample(const ResampleJob& rJob);
+// few rows beside the job's; throws std::bad_alloc without it. Vectors are as wide as the processor has them,
+// but at most `mostLanes` doubles (2, 4 or 8), which only tests and measurements limit.
+void Resample(const ResampleJob& rJob, size_t mostLanes = 8);
 
 }  // namespace orm

@@ -35,7 +35,7 @@ struct ORMUTIL_API StretchInfo {
 
 class ORMUTIL_API Bitmap {
  public:
-  enum TransparencyType {
+  enum TransparencyType : int {
     TRANS_FIRSTPIXEL,  // the colour of the pixel at 0,0, the upper left
     TRANS_COLOR,       // the colour that the caller passes
   };

@@ -1,0 +1,151 @@
+// Drawing plainly and with a transparent colour.
+#include "drawing/Drawing.h"
+
+namespace test {
+namespace {
+
+using BitmapDrawTest = DrawingTest;
+using orm::Bitmap;
+
+constexpr std::uint32_t magenta = 0xFF00FF;
+
+std::uint32_t Spotted(int x, int y) {
+  if ((x == 0 && y == 0) || (x * y) % 5 == 3) return magenta;
+  return static_cast<std::uint32_t>(x * 12) << 16 | static_cast<std::uint32_t>(y * 25) << 8 | 0x80;
+}
+
+std::uint32_t Ground(int x, int y) {
+  return static_cast<std::uint32_t>(x * 7) << 8 | static_cast<std::uint32_t>(y * 9);
+}
+
+void Paint(const Canvas& canvas) {
+  for (int y = 0; y < canvas.height; ++y)
+    for (int x = 0; x < canvas.width; ++x) canvas.At(x, y) = Ground(x, y);
+}
+
+TEST_F(BitmapDrawTest, SizesAndSourcePoints) {
+  Bitmap bitmap;
+  ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
+  const struct {
+    POINT to;
+    SIZE size;
+    POINT from;
+    SIZE drawn;
+  } cases[] = {{{0, 0}, {0, 0}, {0, 0}, {20, 10}},   {{3, 4}, {0, 0}, {5, 5}, {15, 5}},
+               {{2, 2}, {6, 3}, {4, 1}, {6, 3}},     {{1, 1}, {50, 50}, {0, 0}, {20, 10}},
+               {{1, 1}, {0, 0}, {20, 3}, {0, 0}},    {{1, 1}, {0, 0}, {30, 30}, {0, 0}},
+               {{-3, -2}, {0, 0}, {0, 0}, {20, 10}}, {{5, 5}, {0, 3}, {0, 0}, {0, 3}}};
+  for (const auto& c : cases) {
+    const Canvas canvas(30, 24);
+    Paint(canvas);
+    bitmap.Draw(canvas.context, c.to, c.size, c.from);
+    for (int y = 0; y < 24; ++y)
+      for (int x = 0; x < 30; ++x) {
+        const int inX = x - c.to.x, inY = y - c.to.y;
+        const bool inside = inX >= 0 && inX < c.drawn.cx && inY >= 0 && inY < c.drawn.cy;
+        ASSERT_EQ(canvas.At(x, y), inside ? Spotted(inX + c.from.x, inY + c.from.y) : Ground(x, y))
+            << x << "," << y;
+      }
+  }
+}
+
+TEST_F(BitmapDrawTest, TheDestinationShowsThroughOneColour) {
+  for (const int bits : {16, 24, 32}) {
+    Bitmap bitmap;
+    ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
+    const Canvas canvas(30, 20, bits), opaque(30, 20, bits);
+    const auto paint = [](const Canvas& on) {
+      for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 30; ++x)
+          SetPixel(on.context, x, y, RGB(0, static_cast<BYTE>(x * 7), static_cast<BYTE>(y * 9)));
+    };
+    paint(canvas);
+    paint(opaque);
+    const std::vector<std::uint32_t> before = canvas.Colors();
+    bitmap.Draw(opaque.context, {4, 3}, {0, 0}, {0, 0});
+    std::vector<std::uint32_t> first;
+    for (int time = 0; time < 2; ++time) {  // twice gives the same picture
+      bitmap.DrawTransparent(canvas.context, {4, 3}, Bitmap::TRANS_FIRSTPIXEL, 0x123456, {0, 0}, {0, 0});
+      if (time == 0) first = canvas.Colors();
+    }
+    EXPECT_EQ(canvas.Colors(), first);
+    for (int y = 0; y < 20; ++y)
+      for (int x = 0; x < 30; ++x) {
+        const bool inside = x >= 4 && x < 24 && y >= 3 && y < 13;
+        const bool clear = !inside || Spotted(x - 4, y - 3) == magenta;
+        ASSERT_EQ(canvas.Color(x, y), clear ? before[static_cast<size_t>(y * 30 + x)] : opaque.Color(x, y))
+            << bits;
+      }
+    bitmap.Draw(canvas.context, {4, 3}, {0, 0}, {0, 0});
+    EXPECT_EQ(canvas.Color(4, 3), opaque.Color(4, 3)) << "the bitmap itself still has its colour";
+  }
+}
+
+TEST_F(BitmapDrawTest, TransparentByACallersColourAndInParts) {
+  Bitmap bitmap;
+  ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
+  const Canvas canvas(30, 20);
+  Paint(canvas);
+  const COLORREF key = RGB(36, 50, 0x80);  // the pixel at 3,2
+  bitmap.DrawTransparent(canvas.context, {1, 2}, Bitmap::TRANS_COLOR, key, {6, 4}, {0, 0});
+  for (int y = 0; y < 20; ++y)
+    for (int x = 0; x < 30; ++x) {
+      const bool inside = x >= 1 && x < 7 && y >= 2 && y < 6 && !(x - 1 == 3 && y - 2 == 2);
+      ASSERT_EQ(canvas.At(x, y), inside ? Spotted(x - 1, y - 2) : Ground(x, y));
+    }
+  bitmap.DrawTransparent(canvas.context, {1, 2}, static_cast<Bitmap::TransparencyType>(7), key, {6, 4},
+                         {0, 0});
+  EXPECT_THAT(TakeAssertions(),
+              testing::ElementsAre(
+                  "src/shared/Bitmap(550):((transType == TRANS_FIRSTPIXEL) || (transType == TRANS_COLOR))"));
+}
+
+TEST_F(BitmapDrawTest, TracesAndAssertions) {
+  OpenArea("bitmap", "d");
+  Bitmap bitmap;
+  const Canvas canvas(8, 8);
+  Load(bitmap, Resource::Picture(2, 2, Spotted));
+  TakeLines();
+  bitmap.Draw(canvas.context, {0, 0}, {0, 0}, {0, 0});
+  bitmap.DrawTransparent(canvas.context, {0, 0}, Bitmap::TRANS_FIRSTPIXEL, 0, {0, 0}, {0, 0});
+  bitmap.DrawRepeat(canvas.context, {0, 0}, {7, 7}, {}, true);
+  EXPECT_THAT(TakeLines(),
+              testing::ElementsAre("-> Bitmap::Draw()", "<- Bitmap::Draw()", "-> Bitmap::DrawTransparent()",
+                                   "<- Bitmap::DrawTransparent()", "-> Bitmap::DrawRepeat()",
+                                   "<- Bitmap::DrawRepeat()"));
+  // A destination that is dead.
+  const HDC dead = CreateCompatibleDC(nullptr);
+  DeleteDC(dead);
+  char number[9];
+  std::snprintf(number, sizeof number, "%08x", static_cast<unsigned>(reinterpret_cast<uintptr_t>(dead)));
+  bitmap.Draw(dead, {0, 0}, {0, 0}, {0, 0});
+  EXPECT_THAT(TakeAssertions(),
+              testing::ElementsAre("src/shared/Bitmap(446):origDC.CreateCompatibleDC(destDC) != 0"));
+  EXPECT_THAT(TakeLines(),
+              testing::ElementsAre("-> Bitmap::Draw()",
+                                   "failed to (normal) BitBlt(destDC=" + std::string(number) + "), error 6",
+                                   "<- Bitmap::Draw()"));
+  bitmap.DrawRepeat(dead, {0, 0}, {1, 1}, {}, true);
+  EXPECT_THAT(TakeLines(), testing::Contains("failed to (repeat) BitBlt(destDC=" + std::string(number) +
+                                             ", drawDC=00000000), error 6"));
+  bitmap.DrawRepeat(dead, {0, 0}, {9, 9}, {}, true);
+  EXPECT_THAT(TakeLines(), testing::Contains("failed to (transparent2) BitBlt(destDC=" + std::string(number) +
+                                             ", drawDC=00000000), error 6"));
+  bitmap.DrawTransparent(dead, {0, 0}, Bitmap::TRANS_FIRSTPIXEL, 0, {0, 0}, {0, 0});
+  EXPECT_THAT(TakeLines(), testing::Contains("failed to (transparent)BitBlt(destDC=" + std::string(number) +
+                                             ", memDC=00000000), error 6"));
+  EXPECT_THAT(TakeAssertions(), testing::Contains("src/shared/Bitmap(593):memDC.BitBlt(0, 0, bm.bmWidth, "
+                                                  "bm.bmHeight, drawDC, 0, 0, (DWORD)0x00EE0086)"));
+  // No bitmap.
+  const Bitmap empty;
+  empty.Draw(canvas.context, {0, 0}, {0, 0}, {0, 0});
+  EXPECT_THAT(TakeAssertions(), testing::ElementsAre("src/shared/Bitmap(442):mBitmap",
+                                                     testing::StartsWith("src/shared/Bitmap(459):")));
+  empty.DrawTransparent(canvas.context, {0, 0}, Bitmap::TRANS_COLOR, 0, {0, 0}, {0, 0});
+  EXPECT_THAT(TakeAssertions(), testing::Contains("src/shared/Bitmap(501):mBitmap"));
+  empty.DrawRepeat(canvas.context, {0, 0}, {5, 5}, {}, true);
+  EXPECT_THAT(TakeAssertions(), testing::Contains("src/shared/Bitmap(667):mBitmap"));
+}
+
+}  // namespace
+}  // namespace test
