@@ -46,8 +46,4 @@ class WaitOperation {
   uint32_t mLinked = 0;  // nodes up to this one are linked, or were
 };
 
-// Forces the path for kernels without futex_waitv; for tests. ORM_WAIT_FALLBACK in the environment does the
-// same.
-void ForceWaitFallback(bool force) noexcept;
-
 }  // namespace orm::platform

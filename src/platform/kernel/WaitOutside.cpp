@@ -21,14 +21,10 @@ namespace {
 constexpr DWORD kSliceMilliseconds = 2;
 constexpr size_t kMaximumNodes = MAXIMUM_WAIT_OBJECTS + 1;
 
-constinit std::atomic<bool> gsForceFallback{false};
-
+// ORM_WAIT_FALLBACK in the environment behaves like a kernel without the call, for tests.
 bool HasFutexWaitv() noexcept {
-  static const bool has = [] {
-    if (getenv("ORM_WAIT_FALLBACK") != nullptr) return false;
-    return syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) < 0 && errno != ENOSYS;
-  }();
-  return has && !gsForceFallback.load(std::memory_order_relaxed);
+  static const bool has = syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) < 0 && errno != ENOSYS;
+  return has && getenv("ORM_WAIT_FALLBACK") == nullptr;
 }
 
 // The earlier of the deadline and one slice from now.
@@ -72,10 +68,6 @@ bool IsOutside(const WaitNode& node) noexcept {
 }
 
 }  // namespace
-
-void ForceWaitFallback(bool force) noexcept {
-  gsForceFallback.store(force, std::memory_order_relaxed);
-}
 
 // Takes the first outside object that has a signal. True when the wait is over, by that or by another object.
 bool WaitOperation::TakeOutside(WaitResult& result) noexcept {

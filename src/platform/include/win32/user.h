@@ -179,6 +179,8 @@ ORM_PLATFORM_API BOOL DestroyWindow(HWND window) noexcept;
 ORM_PLATFORM_API BOOL IsWindow(HWND window) noexcept;
 ORM_PLATFORM_API HWND GetParent(HWND window) noexcept;
 ORM_PLATFORM_API BOOL GetClientRect(HWND window, RECT* rectangle) noexcept;
+// Turns a point of the client area into one of the screen.
+ORM_PLATFORM_API BOOL ClientToScreen(HWND window, POINT* point) noexcept;
 ORM_PLATFORM_API BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint) noexcept;
 ORM_PLATFORM_API DWORD GetWindowThreadProcessId(HWND window, DWORD* processId) noexcept;
 ORM_PLATFORM_API LRESULT DefWindowProcA(HWND window, UINT message, WPARAM first, LPARAM second) noexcept;
@@ -198,7 +200,8 @@ ORM_PLATFORM_API BOOL OrmTakeUpdateRect(HWND window, RECT* rectangle, BOOL* eras
 ORM_PLATFORM_API UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure) noexcept;
 ORM_PLATFORM_API BOOL KillTimer(HWND window, UINT_PTR id) noexcept;
 
-// --- Message box: asks on the controlling terminal; 0 when the process has none (or it is closed).
+// --- Message box: asks on the controlling terminal; 0 when the process has none (or it is
+// closed, or the process runs in the background there).
 ORM_PLATFORM_API int MessageBoxA(HWND owner, const char* text, const char* caption, UINT style) noexcept;
 
 }  // extern "C"

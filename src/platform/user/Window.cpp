@@ -1,0 +1,358 @@
+// The window classes and the window table, and the calls on windows.
+#include "user/Window.h"
+
+#include <strings.h>
+#include <unistd.h>
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "kernel/ThreadRecord.h"
+#include "user/MessageQueue.h"
+
+namespace orm::platform {
+
+namespace {
+
+struct NameOrder {
+  bool operator()(const std::string& left, const std::string& right) const {
+    return strcasecmp(left.c_str(), right.c_str()) < 0;
+  }
+};
+
+struct Tables {
+  std::mutex lock;
+  std::map<std::string, WNDPROC, NameOrder> classes;
+  std::map<HWND, Window> windows;  // in the order of creation, since handles only grow
+  uintptr_t lastHandle = 0x10000;
+  ATOM lastAtom = 0xC000;
+};
+
+Tables& Get() {
+  static Tables& tables = *new Tables;
+  return tables;
+}
+
+bool IsEmpty(const RECT& rectangle) {
+  return rectangle.right <= rectangle.left || rectangle.bottom <= rectangle.top;
+}
+
+RECT ClientOf(const Window& window) {
+  return {0, 0, window.place.right - window.place.left, window.place.bottom - window.place.top};
+}
+
+RECT Union(const RECT& a, const RECT& b) {
+  if (IsEmpty(a)) return b;
+  if (IsEmpty(b)) return a;
+  return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right),
+          std::max(a.bottom, b.bottom)};
+}
+
+RECT Intersection(const RECT& a, const RECT& b) {
+  const RECT both{std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
+                  std::min(a.bottom, b.bottom)};
+  return IsEmpty(both) ? RECT{} : both;
+}
+
+// What is left of the area: all of it unless the part covers it wholly or from one edge to the other, as for
+// a region that is kept as its bounding rectangle.
+RECT Difference(const RECT& area, const RECT& part) {
+  const RECT both = Intersection(area, part);
+  if (IsEmpty(both)) return area;
+  RECT left = area;
+  if (both.left == area.left && both.right == area.right) {
+    if (both.top == area.top)
+      left.top = both.bottom;
+    else if (both.bottom == area.bottom)
+      left.bottom = both.top;
+  } else if (both.top == area.top && both.bottom == area.bottom) {
+    if (both.left == area.left)
+      left.left = both.right;
+    else if (both.right == area.right)
+      left.right = both.left;
+  }
+  return IsEmpty(left) ? RECT{} : left;
+}
+
+// Runs `use(window)` on the table's entry. False, with the error, for unknown windows.
+template <class Use>
+bool WithWindow(HWND handle, Use&& use) {
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  const auto found = tables.windows.find(handle);
+  if (found == tables.windows.end()) {
+    tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
+    return false;
+  }
+  use(found->second);
+  return true;
+}
+
+// Tells the thread's queue whether anything is left to paint.
+void UpdatePaintState(DWORD threadId) {
+  const bool dirty = FindDirtyWindow(threadId, nullptr) != nullptr;
+  if (const auto queue = MessageQueue::OfThread(threadId)) queue->SetPaintPending(dirty);
+}
+
+std::vector<HWND> ChildrenOf(HWND parent) {
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  std::vector<HWND> children;
+  for (const auto& [handle, window] : tables.windows) {
+    if (window.parent == parent) children.push_back(handle);
+  }
+  return children;
+}
+
+void Destroy(const Window& window) {
+  bool dying = false;
+  if (!WithWindow(window.handle, [&](Window& entry) { dying = std::exchange(entry.dying, true); }) || dying)
+    return;
+  window.procedure(window.handle, WM_DESTROY, 0, 0);
+  for (const HWND child : ChildrenOf(window.handle)) DestroyWindow(child);
+  window.procedure(window.handle, WM_NCDESTROY, 0, 0);
+  {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    tables.windows.erase(window.handle);
+  }
+  if (const auto queue = MessageQueue::OfThread(window.threadId)) queue->ForgetWindow(window.handle);
+  UpdatePaintState(window.threadId);
+}
+
+}  // namespace
+
+Window FindWindowByHandle(HWND handle) {
+  Window copy;
+  WithWindow(handle, [&](const Window& window) { copy = window; });
+  return copy;
+}
+
+bool IsDescendant(HWND ancestor, HWND window) {
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  for (auto found = tables.windows.find(window); found != tables.windows.end();
+       found = tables.windows.find(found->second.parent)) {
+    if (found->second.parent == ancestor) return ancestor != nullptr;
+  }
+  return false;
+}
+
+HWND FindDirtyWindow(DWORD threadId, HWND within) {
+  std::vector<HWND> dirty;
+  {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    for (const auto& [handle, window] : tables.windows) {
+      if (window.threadId == threadId && !IsEmpty(window.update)) dirty.push_back(handle);
+    }
+  }
+  for (const HWND window : dirty) {
+    if (within == nullptr || window == within || IsDescendant(within, window)) return window;
+  }
+  return nullptr;
+}
+
+void DestroyThreadWindows(DWORD threadId) {
+  std::vector<Window> owned;
+  {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    for (const auto& [handle, window] : tables.windows) {
+      if (window.threadId == threadId) owned.push_back(window);
+    }
+  }
+  for (const Window& window : owned) Destroy(window);
+}
+
+}  // namespace orm::platform
+
+using namespace orm::platform;
+
+ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept {
+  if (windowClass == nullptr || windowClass->lpszClassName == nullptr ||
+      windowClass->lpfnWndProc == nullptr) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return 0;
+  }
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  if (!tables.classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second) {
+    tlsLastError = ERROR_CLASS_ALREADY_EXISTS;
+    return 0;
+  }
+  return ++tables.lastAtom;
+}
+
+BOOL UnregisterClassA(const char* name, HINSTANCE) noexcept {
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  if (name != nullptr && tables.classes.erase(name) != 0) return TRUE;
+  tlsLastError = ERROR_CLASS_DOES_NOT_EXIST;
+  return FALSE;
+}
+
+HWND CreateWindowExA(DWORD extendedStyle, const char* className, const char* title, DWORD style, int x, int y,
+                     int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
+                     void* parameter) noexcept {
+  MessageQueue::Current();
+  Window window;
+  {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    const auto found = className != nullptr ? tables.classes.find(className) : tables.classes.end();
+    if (found == tables.classes.end() || (parent != nullptr && !tables.windows.contains(parent))) {
+      tlsLastError =
+          found == tables.classes.end() ? ERROR_CANNOT_FIND_WND_CLASS : ERROR_INVALID_WINDOW_HANDLE;
+      return nullptr;
+    }
+    window.handle = reinterpret_cast<HWND>(tables.lastHandle += 2);
+    window.threadId = GetCurrentThreadId();
+    window.procedure = found->second;
+    window.parent = parent;
+    window.place = {x, y, x + std::max(width, 0), y + std::max(height, 0)};
+    tables.windows.emplace(window.handle, window);
+  }
+  CREATESTRUCTA create{
+      parameter, instance,  menu,         parent, height, width, y, x, static_cast<LONG>(style),
+      title,     className, extendedStyle};
+  const auto second = reinterpret_cast<LPARAM>(&create);
+  if (window.procedure(window.handle, WM_NCCREATE, 0, second) == 0) {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    tables.windows.erase(window.handle);
+    return nullptr;
+  }
+  if (window.procedure(window.handle, WM_CREATE, 0, second) == -1) {
+    Destroy(window);
+    return nullptr;
+  }
+  return window.handle;
+}
+
+BOOL DestroyWindow(HWND handle) noexcept {
+  const Window window = FindWindowByHandle(handle);
+  if (window.handle == nullptr) return FALSE;
+  if (window.threadId != GetCurrentThreadId()) {
+    tlsLastError = ERROR_ACCESS_DENIED;
+    return FALSE;
+  }
+  Destroy(window);
+  return TRUE;
+}
+
+BOOL IsWindow(HWND window) noexcept {
+  return FindWindowByHandle(window).handle != nullptr;
+}
+
+HWND GetParent(HWND window) noexcept {
+  return FindWindowByHandle(window).parent;
+}
+
+BOOL GetClientRect(HWND handle, RECT* rectangle) noexcept {
+  return WithWindow(handle, [&](const Window& window) { *rectangle = ClientOf(window); });
+}
+
+BOOL ClientToScreen(HWND window, POINT* point) noexcept {
+  if (!IsWindow(window)) return FALSE;
+  while (window != nullptr) {
+    const Window at = FindWindowByHandle(window);
+    point->x += at.place.left;
+    point->y += at.place.top;
+    window = at.parent;
+  }
+  return TRUE;
+}
+
+BOOL MoveWindow(HWND handle, int x, int y, int width, int height, BOOL repaint) noexcept {
+  bool resized = false;
+  const bool known = WithWindow(handle, [&](Window& window) {
+    const RECT before = ClientOf(window);
+    window.place = {x, y, x + std::max(width, 0), y + std::max(height, 0)};
+    const RECT after = ClientOf(window);
+    resized = before.right != after.right || before.bottom != after.bottom;
+  });
+  if (!known) return FALSE;
+  if (resized)
+    SendMessageA(handle, WM_SIZE, 0, static_cast<LPARAM>((height & 0xFFFF) << 16 | (width & 0xFFFF)));
+  if (repaint) InvalidateRect(handle, nullptr, TRUE);
+  return TRUE;
+}
+
+DWORD GetWindowThreadProcessId(HWND window, DWORD* processId) noexcept {
+  const DWORD threadId = FindWindowByHandle(window).threadId;
+  if (processId != nullptr && threadId != 0) *processId = GetCurrentProcessId();
+  return threadId;
+}
+
+BOOL InvalidateRect(HWND handle, const RECT* rectangle, BOOL erase) noexcept {
+  DWORD threadId = 0;
+  bool dirty = false;
+  const bool known = WithWindow(handle, [&](Window& window) {
+    const RECT client = ClientOf(window);
+    window.update = Union(window.update, rectangle != nullptr ? Intersection(*rectangle, client) : client);
+    window.erase = window.erase || erase;
+    dirty = !IsEmpty(window.update);
+    threadId = window.threadId;
+  });
+  if (dirty) {
+    if (const auto queue = MessageQueue::OfThread(threadId)) queue->PaintNeeded();
+  }
+  return known;
+}
+
+BOOL ValidateRect(HWND handle, const RECT* rectangle) noexcept {
+  DWORD threadId = 0;
+  const bool known = WithWindow(handle, [&](Window& window) {
+    window.update = rectangle != nullptr ? Difference(window.update, *rectangle) : RECT{};
+    if (IsEmpty(window.update)) window.erase = false;
+    threadId = window.threadId;
+  });
+  if (known) UpdatePaintState(threadId);
+  return known;
+}
+
+BOOL GetUpdateRect(HWND handle, RECT* rectangle, BOOL) noexcept {
+  RECT update{};
+  WithWindow(handle, [&](const Window& window) { update = window.update; });
+  if (rectangle != nullptr) *rectangle = update;
+  return !IsEmpty(update);
+}
+
+BOOL OrmTakeUpdateRect(HWND handle, RECT* rectangle, BOOL* erase) noexcept {
+  DWORD threadId = 0;
+  *rectangle = {};
+  *erase = FALSE;
+  if (!WithWindow(handle, [&](Window& window) {
+        *rectangle = std::exchange(window.update, RECT{});
+        *erase = std::exchange(window.erase, false);
+        threadId = window.threadId;
+      })) {
+    return FALSE;
+  }
+  UpdatePaintState(threadId);
+  return !IsEmpty(*rectangle);
+}
+
+BOOL UpdateWindow(HWND window) noexcept {
+  if (!IsWindow(window)) return FALSE;
+  if (GetUpdateRect(window, nullptr, FALSE)) SendMessageA(window, WM_PAINT, 0, 0);
+  return TRUE;
+}
+
+LRESULT DefWindowProcA(HWND window, UINT message, WPARAM, LPARAM) noexcept {
+  switch (message) {
+    case WM_NCCREATE:
+      return TRUE;
+    case WM_PAINT:
+      ValidateRect(window, nullptr);
+      return 0;
+    case WM_CLOSE:
+      DestroyWindow(window);
+      return 0;
+    default:
+      return 0;
+  }
+}

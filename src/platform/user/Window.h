@@ -1,0 +1,30 @@
+// Windows: a procedure, a place, and what has to be painted. They have no screen of their own; drawing goes
+// to the screen's surface. The table is locked for look-ups only, never while a window procedure runs.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "win32/user.h"
+
+namespace orm::platform {
+
+struct Window {
+  HWND handle = nullptr;
+  DWORD threadId = 0;
+  WNDPROC procedure = nullptr;
+  HWND parent = nullptr;
+  RECT place{};  // within the parent
+  RECT update{};
+  bool erase = false;
+  bool dying = false;
+};
+
+// A copy of what the table holds; an empty handle (and ERROR_INVALID_WINDOW_HANDLE) for unknown windows.
+Window FindWindowByHandle(HWND handle);
+bool IsDescendant(HWND ancestor, HWND window);
+// The first window of the thread that has something to paint, within the filter window when it is not null.
+HWND FindDirtyWindow(DWORD threadId, HWND within);
+void DestroyThreadWindows(DWORD threadId);
+
+}  // namespace orm::platform

@@ -1,0 +1,189 @@
+// Loading, freeing and replacing libraries, and telling them of threads.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "kernel/Export.h"
+#include "kernel/Handle.h"
+#include "win32/kernel.h"
+#include "win32/modules.h"
+#include "win32/nls.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kParts = KERNEL_PARTS;
+
+std::string Ansi(const fs::path& path) {
+  return "Z:" + path.string();
+}
+
+std::string Maps() {
+  std::ifstream file("/proc/self/maps");
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+int Number(HMODULE module) {
+  return orm::test::ExportOf<int (*)()>(module, "PartNumber")();
+}
+
+int Reasons(HMODULE module, unsigned reason) {
+  return orm::test::ExportOf<int (*)(unsigned)>(module, "PartReasons")(reason);
+}
+
+// A folder below the machine's, with one library in it.
+fs::path CopyOf(const char* part, const char* as) {
+  const fs::path copy = fs::path(getenv("ORM_MACHINE")) / as;
+  fs::copy_file(kParts / part, copy, fs::copy_options::overwrite_existing);
+  return copy;
+}
+
+TEST(Modules, TenLibrariesInTurnLeaveNoMapping) {
+  for (int i = 0; i < 10; ++i) {
+    const fs::path path = kParts / ("part" + std::to_string(i) + ".dll");
+    const HMODULE module = LoadLibraryExA(Ansi(path).c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    ASSERT_NE(nullptr, module) << GetLastError();
+    EXPECT_EQ(i, Number(module));
+    EXPECT_NE(std::string::npos, Maps().find(path.filename()));
+    ASSERT_TRUE(FreeLibrary(module));
+    EXPECT_EQ(std::string::npos, Maps().find(path.filename())) << "still mapped";
+    EXPECT_FALSE(FreeLibrary(module));
+    EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
+  }
+}
+
+TEST(Modules, CountsAndNames) {
+  const fs::path path = kParts / "part3.dll";
+  const HMODULE module = LoadLibraryA(Ansi(path).c_str());
+  EXPECT_EQ(module, LoadLibraryA(Ansi(path).c_str()));
+  EXPECT_TRUE(FreeLibrary(module));
+  EXPECT_EQ(3, Number(module));
+  EXPECT_EQ(module, GetModuleHandleA("PART3.dll"));
+  EXPECT_EQ(module, GetModuleHandleA(Ansi(path).c_str()));
+  char name[MAX_PATH];
+  const DWORD length = GetModuleFileNameA(module, name, sizeof(name));
+  EXPECT_TRUE(length > 9 && strcmp(name + length - 9, "part3.dll") == 0) << name;
+  EXPECT_EQ(5u, GetModuleFileNameA(module, name, 5));
+  EXPECT_EQ(4u, strlen(name));
+  EXPECT_NE(0u, GetModuleFileNameA(nullptr, name, sizeof(name)));
+  EXPECT_NE(nullptr, strstr(name, "test_"));
+  MEMORY_BASIC_INFORMATION information;
+  VirtualQuery(reinterpret_cast<const void*>(GetProcAddress(module, "PartNumber")), &information,
+               sizeof(information));
+  EXPECT_EQ(module, information.AllocationBase);
+  // An export of a library that the module uses is not the module's.
+  EXPECT_EQ(nullptr, GetProcAddress(module, "GetTickCount"));
+  EXPECT_EQ(ERROR_PROC_NOT_FOUND, GetLastError());
+  EXPECT_TRUE(FreeLibrary(module));
+  EXPECT_EQ(nullptr, GetModuleHandleA("part3.dll"));
+}
+
+TEST(Modules, ThePlatformAnswersToItsNames) {
+  for (const char* name : {"USER32.DLL", "user32.dll", "Kernel32.dll"}) {
+    const HMODULE module = LoadLibraryExA(name, nullptr, 0);
+    EXPECT_NE(nullptr, GetProcAddress(module, "MessageBoxA")) << name;
+    EXPECT_TRUE(FreeLibrary(module));
+    EXPECT_TRUE(FreeLibrary(module));
+  }
+}
+
+TEST(Modules, WhatCannotBeLoadedSaysWhy) {
+  const fs::path cut = CopyOf("part1.dll", "cut.dll");
+  fs::resize_file(cut, 5000);  // the headers are whole, the segments are not
+  const fs::path empty = fs::path(getenv("ORM_MACHINE")) / "empty.dll";
+  std::ofstream(empty).close();
+  const fs::path text = fs::path(getenv("ORM_MACHINE")) / "text.dll";
+  std::ofstream(text) << "This is no library, whatever its name says, and long enough to hold a header.";
+  const struct {
+    fs::path path;
+    DWORD error;
+  } cases[] = {
+      {kParts / "absent.dll", ERROR_MOD_NOT_FOUND},
+      {cut, ERROR_BAD_EXE_FORMAT},
+      {empty, ERROR_BAD_EXE_FORMAT},
+      {text, ERROR_BAD_EXE_FORMAT},
+      {"/proc/self/exe", ERROR_BAD_EXE_FORMAT},
+      {kParts / "needy.dll", ERROR_PROC_NOT_FOUND},
+      {kParts / "refuses.dll", ERROR_DLL_INIT_FAILED},
+  };
+  for (const auto& one : cases) {
+    SetLastError(0);
+    EXPECT_EQ(nullptr, LoadLibraryExA(Ansi(one.path).c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH))
+        << one.path;
+    EXPECT_EQ(one.error, GetLastError()) << one.path;
+  }
+  EXPECT_EQ(std::string::npos, Maps().find("refuses.dll"));
+}
+
+// Cut at every length of its headers and at many others, a library is refused or loads, and never kills.
+TEST(Modules, CutAnywhere) {
+  const fs::path whole = kParts / "part2.dll";
+  const auto size = fs::file_size(whole);
+  for (uintmax_t length = 0; length < size; length += length < 1024 ? 8 : 977) {
+    const fs::path cut = CopyOf("part2.dll", "some.dll");
+    fs::resize_file(cut, length);
+    if (const HMODULE module = LoadLibraryA(Ansi(cut).c_str())) {
+      EXPECT_EQ(2, Number(module)) << length;
+      FreeLibrary(module);
+    }
+  }
+}
+
+TEST(Modules, AReplacedFileLoadsOnceTheOldOneIsFree) {
+  const fs::path path = CopyOf("part4.dll", "changing.dll");
+  const HMODULE old = LoadLibraryA(Ansi(path).c_str());
+  ASSERT_EQ(4, Number(old));
+  fs::rename(CopyOf("part5.dll", "next.dll"), path);
+  EXPECT_EQ(old, LoadLibraryA(Ansi(path).c_str()));
+  EXPECT_EQ(4, Number(old));
+  FreeLibrary(old);
+  FreeLibrary(old);
+  const HMODULE next = LoadLibraryA(Ansi(path).c_str());
+  EXPECT_EQ(5, Number(next));
+  FreeLibrary(next);
+}
+
+TEST(Modules, HearOfThreadsThatTheLayerMadeAndOfTheEndOfOthers) {
+  const HMODULE module = LoadLibraryA(Ansi(kParts / "part6.dll").c_str());
+  const auto run = [](void*) -> DWORD { return 0; };
+  const orm::test::Handle made(CreateThread(nullptr, 0, run, nullptr, 0, nullptr));
+  WaitForSingleObject(made.get(), INFINITE);
+  EXPECT_EQ(1, Reasons(module, DLL_THREAD_ATTACH));
+  EXPECT_EQ(1, Reasons(module, DLL_THREAD_DETACH)) << "detach comes before the handle is signalled";
+  const orm::test::Handle never(CreateThread(nullptr, 0, run, nullptr, CREATE_SUSPENDED, nullptr));
+  TerminateThread(never.get(), 0);
+  std::thread([] {}).join();
+  EXPECT_EQ(1, Reasons(module, DLL_THREAD_DETACH)) << "a thread that never used the layer";
+  DWORD index = TlsAlloc();
+  std::thread([&] { TlsSetValue(index, &index); }).join();
+  EXPECT_EQ(1, Reasons(module, DLL_THREAD_ATTACH));
+  EXPECT_EQ(2, Reasons(module, DLL_THREAD_DETACH));
+  TlsFree(index);
+  FreeLibrary(module);
+}
+
+// Threads that end while a library is loaded and freed again and again run its code or skip it, and never
+// call what is no longer mapped.
+TEST(Modules, UnloadAgainstThreadEnd) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> makers;
+  for (int i = 0; i < 2; ++i) {
+    makers.emplace_back([&] {
+      while (!stop) std::thread([] { GetCurrentThreadId(); }).join();
+    });
+  }
+  for (int round = 0; round < 300; ++round) {
+    const HMODULE module = LoadLibraryA(Ansi(kParts / "part7.dll").c_str());
+    ASSERT_NE(nullptr, module) << GetLastError();
+    ASSERT_TRUE(FreeLibrary(module));
+  }
+  stop = true;
+  for (auto& maker : makers) maker.join();
+}
+
+}  // namespace

@@ -1,0 +1,262 @@
+// Named mutexes and mappings between processes: who finds what, what a killed process leaves behind.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "kernel/Handle.h"
+#include "support/Child.h"
+#include "win32/files.h"
+#include "win32/kernel.h"
+
+namespace {
+
+using orm::test::Handle;
+using test::Child;
+
+std::string Helper() {
+  return test::Sibling("kernel_helper");
+}
+
+std::string Ask(const char* order, const char* name) {
+  return Child({Helper(), order, name}).ReadLine();
+}
+
+size_t NamedFiles() {
+  const std::filesystem::path folder = std::filesystem::path(getenv("ORM_MACHINE")) / "named";
+  if (!std::filesystem::exists(folder)) return 0;
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+TEST(Named, LivesFromItsFirstToItsLastHandle) {
+  const char* const names[] = {"plain", "c:/logs/a b.logph:tdbg_trace:fileprotect", "..", "%2F/\\\xE9\x01",
+                               ""};
+  for (const char* name : names) {
+    if (*name == '\0') continue;
+    EXPECT_EQ("2", Ask("open-mutex", name)) << name;
+    Handle first(CreateMutexA(nullptr, FALSE, name));
+    ASSERT_TRUE(first) << name;
+    EXPECT_EQ(ERROR_SUCCESS, GetLastError());
+    Handle second(CreateMutexA(nullptr, FALSE, (std::string("Global\\") + name).c_str()));
+    EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError()) << name;
+    first.reset();
+    EXPECT_EQ("open", Ask("open-mutex", name)) << name;
+    second.reset();
+    EXPECT_EQ("2", Ask("open-mutex", name)) << name;
+  }
+  EXPECT_EQ(0u, NamedFiles());
+}
+
+TEST(Named, LongNamesThatBeginAlikeAreDifferent) {
+  const std::string longName(400, '/');
+  const Handle first(CreateMutexA(nullptr, FALSE, (longName + "1").c_str()));
+  const Handle second(CreateMutexA(nullptr, FALSE, (longName + "2").c_str()));
+  EXPECT_TRUE(first);
+  EXPECT_TRUE(second);
+  EXPECT_EQ(ERROR_SUCCESS, GetLastError());
+}
+
+TEST(Named, OneNameIsOneKind) {
+  const Handle mutex(CreateMutexA(nullptr, FALSE, "kind"));
+  const Handle section(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, "kind"));
+  EXPECT_FALSE(section);
+  EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+}
+
+TEST(Named, OnlyANullAccessListOpensTheObjectToOthers) {
+  SECURITY_DESCRIPTOR descriptor;
+  InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+  SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
+  SECURITY_ATTRIBUTES attributes{sizeof(attributes), &descriptor, FALSE};
+  for (const bool open : {false, true}) {
+    const Handle mutex(CreateMutexA(open ? &attributes : nullptr, FALSE, "access"));
+    struct stat status {};
+    const std::string path = std::string(getenv("ORM_MACHINE")) + "/named/n-access";
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    EXPECT_EQ(open ? 0666u : 0600u, status.st_mode & 0777);
+  }
+}
+
+TEST(Named, AMutexIsHandedOnByAnotherProcess) {
+  Child child({Helper(), "hold-mutex", "handed"});
+  ASSERT_EQ("0", child.ReadLine());
+  const Handle mutex(CreateMutexA(nullptr, TRUE, "handed"));
+  EXPECT_EQ(ERROR_ALREADY_EXISTS, GetLastError());
+  EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(mutex.get(), 0));
+  EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(mutex.get(), 5));
+  std::thread waiter([&] {
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), INFINITE));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0));
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+    EXPECT_FALSE(ReleaseMutex(mutex.get()));
+  });
+  child.WriteLine("");
+  EXPECT_EQ("released", child.ReadLine());
+  waiter.join();
+}
+
+TEST(Named, AKilledOwnerLeavesTheMutexToTheNextWaiterOnce) {
+  Child child({Helper(), "hold-mutex", "killed"});
+  ASSERT_EQ("0", child.ReadLine());
+  const Handle mutex(OpenMutexA(SYNCHRONIZE, FALSE, "killed"));
+  ASSERT_TRUE(mutex);
+  std::thread waiter([&] {
+    EXPECT_EQ(WAIT_ABANDONED, WaitForSingleObject(mutex.get(), INFINITE));
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+  });
+  child.Kill();
+  waiter.join();
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex.get(), 0));
+  EXPECT_TRUE(ReleaseMutex(mutex.get()));
+}
+
+TEST(Named, ANameDiesWithItsKilledLastHolder) {
+  Child mutex({Helper(), "hold-mutex", "gone"});
+  Child section({Helper(), "make-section", "gone too"});
+  ASSERT_EQ("0", mutex.ReadLine());
+  ASSERT_EQ("0", section.ReadLine());
+  mutex.Kill();
+  section.Kill();
+  mutex.Finish();
+  section.Finish();
+  EXPECT_EQ(2u, NamedFiles()) << "killed processes remove nothing";
+  const Handle again(CreateMutexA(nullptr, FALSE, "gone"));
+  EXPECT_EQ(ERROR_SUCCESS, GetLastError());
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(again.get(), 0)) << "the dead owner owns a new mutex";
+  EXPECT_TRUE(ReleaseMutex(again.get()));
+  const Handle sectionAgain(OpenFileMappingA(FILE_MAP_READ, FALSE, "gone too"));
+  EXPECT_FALSE(sectionAgain);
+  EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+}
+
+// Processes that are killed at any moment of locking and unlocking leave the mutex usable.
+TEST(Named, KilledAtAnyMoment) {
+  const Handle mutex(CreateMutexA(nullptr, FALSE, "hammer"));
+  for (int round = 0; round < 20; ++round) {
+    Child first({Helper(), "hammer", "hammer"});
+    Child second({Helper(), "hammer", "hammer"});
+    ASSERT_EQ("running", first.ReadLine());
+    ASSERT_EQ("running", second.ReadLine());
+    for (int i = 0; i < 50; ++i) {
+      ASSERT_LE(WaitForSingleObject(mutex.get(), 60000), WAIT_ABANDONED);
+      ReleaseMutex(mutex.get());
+    }
+    first.Kill();
+    second.Kill();
+    ASSERT_LE(WaitForSingleObject(mutex.get(), 60000), WAIT_ABANDONED) << "locked out after a kill";
+    ReleaseMutex(mutex.get());
+  }
+}
+
+// A named mutex among other objects, with and without the system's call for several words.
+TEST(Named, AMutexTogetherWithOtherObjects) {
+  for (const bool fallback : {false, true}) {
+    if (fallback) setenv("ORM_WAIT_FALLBACK", "1", 1);
+    Child child({Helper(), "hold-mutex", "together"});
+    ASSERT_EQ("0", child.ReadLine());
+    const Handle mutex(OpenMutexA(SYNCHRONIZE, FALSE, "together"));
+    const Handle event(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    const HANDLE objects[] = {event.get(), mutex.get()};
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(2, objects, FALSE, 5));
+    std::thread setter([&] { SetEvent(event.get()); });
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, objects, FALSE, INFINITE));
+    setter.join();
+    std::thread killer([&] { child.Kill(); });
+    EXPECT_EQ(WAIT_ABANDONED_0 + 1, WaitForMultipleObjects(2, objects, FALSE, INFINITE));
+    killer.join();
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+    SetEvent(event.get());
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, objects, FALSE, INFINITE));
+    EXPECT_FALSE(ReleaseMutex(mutex.get())) << "an object behind the first was taken";
+  }
+}
+
+TEST(Mapping, TwoProcessesShareItsBytes) {
+  const Handle section(
+      CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 0x10000, "shared"));
+  ASSERT_TRUE(section);
+  auto* const view = static_cast<char*>(MapViewOfFile(section.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
+  ASSERT_NE(nullptr, view);
+  EXPECT_EQ('\0', view[0xFFFF]);
+  strcpy(view, "question");
+  Child child({Helper(), "open-section", "shared"});
+  EXPECT_EQ("question", child.ReadLine());
+  EXPECT_EQ("written", child.ReadLine());
+  EXPECT_STREQ("answer", view);
+  EXPECT_TRUE(UnmapViewOfFile(view));
+  EXPECT_FALSE(UnmapViewOfFile(view));
+  EXPECT_EQ(ERROR_INVALID_ADDRESS, GetLastError());
+}
+
+// A named mapping over a file: the file grows, other processes reach it by name, the view alone keeps the
+// name.
+TEST(Mapping, OverAFile) {
+  const std::string path = std::string(getenv("ORM_MACHINE")) + "/backing";
+  std::string ansi = "Z:" + path;
+  Handle file(CreateFileA(ansi.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                          nullptr, CREATE_ALWAYS, 0, nullptr));
+  ASSERT_NE(INVALID_HANDLE_VALUE, file.get());
+  EXPECT_EQ(nullptr, CreateFileMappingA(file.get(), nullptr, PAGE_READWRITE, 0, 0, nullptr));
+  EXPECT_EQ(ERROR_FILE_INVALID, GetLastError());
+  Handle section(CreateFileMappingA(file.get(), nullptr, PAGE_READWRITE, 0, 0x10000, "backed"));
+  ASSERT_TRUE(section);
+  EXPECT_EQ(0x10000u, std::filesystem::file_size(path));
+  auto* const view = static_cast<char*>(MapViewOfFile(section.get(), FILE_MAP_ALL_ACCESS, 0, 0, 0));
+  ASSERT_NE(nullptr, view);
+  file.reset();
+  section.reset();
+  strcpy(view, "in the file");
+  {
+    Child child({Helper(), "open-section", "backed"});
+    EXPECT_EQ("in the file", child.ReadLine());
+    EXPECT_EQ("written", child.ReadLine());
+  }
+  EXPECT_STREQ("answer", view);
+  EXPECT_TRUE(UnmapViewOfFile(view));
+  EXPECT_EQ("2", Ask("open-section", "backed"));
+}
+
+TEST(Mapping, BadRequestsAreRefused) {
+  const Handle section(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 0x20000, nullptr));
+  struct {
+    DWORD access, offset;
+    SIZE_T bytes;
+    DWORD error;
+  } const cases[] = {
+      {FILE_MAP_ALL_ACCESS, 0, 0, ERROR_ACCESS_DENIED},
+      {FILE_MAP_READ, 4096, 0, ERROR_INVALID_PARAMETER},
+      {FILE_MAP_READ, 0x20000, 0, ERROR_INVALID_PARAMETER},
+      {FILE_MAP_READ, 0x10000, 0x10001, ERROR_INVALID_PARAMETER},
+      {FILE_MAP_READ, 0, ~SIZE_T{0}, ERROR_INVALID_PARAMETER},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(nullptr, MapViewOfFile(section.get(), one.access, 0, one.offset, one.bytes));
+    EXPECT_EQ(one.error, GetLastError());
+  }
+  EXPECT_EQ(nullptr, CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 0, nullptr));
+  EXPECT_EQ(nullptr,
+            CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0xFFFFFFFF, 0, nullptr));
+}
+
+// A damaged file of a name that somebody holds is an error, not a crash.
+TEST(Named, DamagedFilesAreRefused) {
+  Child child({Helper(), "make-section", "damaged"});
+  ASSERT_EQ("0", child.ReadLine());
+  const std::string path = std::string(getenv("ORM_MACHINE")) + "/named/n-damaged";
+  const int descriptor = open(path.c_str(), O_RDWR);
+  ASSERT_GE(descriptor, 0);
+  const uint64_t huge = ~uint64_t{0};
+  ASSERT_EQ(8, pwrite(descriptor, &huge, sizeof(huge), 64));
+  EXPECT_EQ(nullptr, OpenFileMappingA(FILE_MAP_READ, FALSE, "damaged"));
+  EXPECT_EQ(ERROR_INVALID_DATA, GetLastError());
+  ASSERT_EQ(8, pwrite(descriptor, &huge, sizeof(huge), 0));
+  EXPECT_EQ(nullptr, OpenMutexA(SYNCHRONIZE, FALSE, "damaged"));
+  EXPECT_EQ(ERROR_INVALID_DATA, GetLastError());
+  close(descriptor);
+}
+
+}  // namespace

@@ -1,0 +1,242 @@
+// Message queues, windows, timers, the message box, and the debugger output.
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+#include <vector>
+
+#include "kernel/Handle.h"
+#include "support/Child.h"
+#include "win32/debugwatch.h"
+#include "win32/modules.h"
+#include "win32/user.h"
+
+namespace {
+
+using orm::test::Handle;
+
+std::vector<UINT> gsSeen;
+
+LRESULT Record(HWND window, UINT message, WPARAM first, LPARAM second) {
+  gsSeen.push_back(message);
+  if (message == WM_USER) return static_cast<LRESULT>(first) + second;
+  if (message == WM_DESTROY) PostQuitMessage(static_cast<int>(gsSeen.size()));
+  return DefWindowProcA(window, message, first, second);
+}
+
+HWND MakeWindow(HWND parent = nullptr) {
+  WNDCLASSA windowClass{};
+  windowClass.lpfnWndProc = &Record;
+  windowClass.lpszClassName = "Recorder";
+  RegisterClassA(&windowClass);
+  const HWND window =
+      CreateWindowExA(0, "recorder", "title", 0, 10, 20, 100, 50, parent, nullptr, nullptr, nullptr);
+  gsSeen.clear();
+  return window;
+}
+
+DWORD Wait(UINT mask, DWORD time = 0) {
+  return MsgWaitForMultipleObjects(0, nullptr, FALSE, time, mask);
+}
+
+TEST(Queue, WaitsEndOnNewInputOfTheirKindsOnly) {
+  MSG message;
+  const DWORD self = GetCurrentThreadId();
+  EXPECT_FALSE(PostThreadMessageA(self, WM_APP, 0, 0)) << "no queue yet";
+  EXPECT_EQ(ERROR_INVALID_THREAD_ID, GetLastError());
+  EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
+  EXPECT_TRUE(PostThreadMessageA(self, WM_APP, 1, 2));
+  EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_INPUT | QS_PAINT | QS_TIMER));
+  EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_POSTMESSAGE));
+  EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_ALLINPUT)) << "a wait does not look at the input";
+  EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
+  EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_ALLINPUT)) << "what was looked at is not new";
+  EXPECT_EQ(WAIT_OBJECT_0, MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_ALLINPUT, MWMO_INPUTAVAILABLE));
+  EXPECT_TRUE(OrmInjectThreadInput(self, WM_KEYDOWN, 'A', 0));
+  EXPECT_EQ(static_cast<DWORD>((QS_KEY | QS_POSTMESSAGE) << 16 | QS_KEY),
+            GetQueueStatus(QS_KEY | QS_POSTMESSAGE));
+  EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_ALLINPUT));
+  EXPECT_FALSE(OrmInjectThreadInput(self, WM_APP, 0, 0));
+  // Posted messages come before input, and looking at one kind leaves the others.
+  EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE | QS_KEY << 16));
+  EXPECT_EQ(WM_KEYDOWN, message.message);
+  EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
+  EXPECT_EQ(WM_APP, message.message);
+  EXPECT_EQ(1u, message.wParam);
+  EXPECT_EQ(2, message.lParam);
+}
+
+TEST(Queue, IsTheLastObjectOfAWait) {
+  MSG message;
+  PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
+  const Handle event(CreateEventA(nullptr, TRUE, TRUE, nullptr));
+  const HANDLE objects[] = {event.get()};
+  PostThreadMessageA(GetCurrentThreadId(), WM_APP, 0, 0);
+  EXPECT_EQ(WAIT_OBJECT_0, MsgWaitForMultipleObjects(1, objects, FALSE, INFINITE, QS_ALLINPUT));
+  ResetEvent(event.get());
+  EXPECT_EQ(WAIT_OBJECT_0 + 1, MsgWaitForMultipleObjects(1, objects, FALSE, INFINITE, QS_ALLINPUT));
+  PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE);
+  const DWORD self = GetCurrentThreadId();
+  std::thread poster([&] {
+    OrmInjectThreadInput(self, WM_MOUSEMOVE, 0, 0);  // not asked for
+    PostThreadMessageA(self, WM_APP, 0, 0);
+  });
+  EXPECT_EQ(WAIT_OBJECT_0 + 1, MsgWaitForMultipleObjects(1, objects, FALSE, INFINITE, QS_POSTMESSAGE));
+  poster.join();
+}
+
+TEST(Queue, QuitComesAfterWhatWasPosted) {
+  MSG message;
+  PostQuitMessage(7);
+  PostMessageA(nullptr, WM_APP, 0, 0);
+  EXPECT_TRUE(GetMessageA(&message, nullptr, 0, 0));
+  EXPECT_EQ(WM_APP, message.message);
+  EXPECT_FALSE(GetMessageA(&message, nullptr, 0, 0));
+  EXPECT_EQ(7u, message.wParam);
+  EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
+}
+
+TEST(Queue, FullOnesRefuse) {
+  MSG message;
+  PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
+  DWORD posted = 0;
+  while (posted < 20000 && PostThreadMessageA(GetCurrentThreadId(), WM_APP, posted, 0)) ++posted;
+  EXPECT_EQ(10000u, posted);
+  EXPECT_EQ(ERROR_NOT_ENOUGH_QUOTA, GetLastError());
+}
+
+TEST(Windows, AreCreatedPaintedAndDestroyedInOrder) {
+  const HWND window = MakeWindow();
+  ASSERT_NE(nullptr, window);
+  const HWND child = MakeWindow(window);
+  EXPECT_EQ(window, GetParent(child));
+  RECT area;
+  EXPECT_TRUE(GetClientRect(window, &area));
+  EXPECT_EQ(100, area.right);
+  EXPECT_FALSE(GetUpdateRect(window, &area, FALSE));
+  const RECT part{90, 40, 500, 500};
+  EXPECT_TRUE(InvalidateRect(window, &part, TRUE));
+  MSG message;
+  EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_PAINT));
+  ASSERT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
+  EXPECT_EQ(WM_PAINT, message.message);
+  EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) << "painting is asked for until it is done";
+  BOOL erase = FALSE;
+  EXPECT_TRUE(OrmTakeUpdateRect(window, &area, &erase));
+  EXPECT_TRUE(erase);
+  EXPECT_EQ(90, area.left);
+  EXPECT_EQ(100, area.right);
+  EXPECT_EQ(50, area.bottom);
+  EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
+  InvalidateRect(window, nullptr, FALSE);
+  UpdateWindow(window);
+  EXPECT_EQ(std::vector<UINT>{WM_PAINT}, gsSeen);
+  PostMessageA(child, WM_APP, 0, 0);
+  EXPECT_TRUE(DestroyWindow(window));
+  EXPECT_EQ((std::vector<UINT>{WM_PAINT, WM_DESTROY, WM_DESTROY, WM_NCDESTROY, WM_NCDESTROY}), gsSeen);
+  EXPECT_FALSE(IsWindow(child));
+  EXPECT_FALSE(GetMessageA(&message, nullptr, 0, 0)) << "a destroyed window's messages go with it";
+  EXPECT_FALSE(PostMessageA(window, WM_APP, 0, 0));
+  EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
+}
+
+TEST(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {
+  const HWND window = MakeWindow();
+  const DWORD self = GetCurrentThreadId();
+  std::thread caller([&] {
+    EXPECT_EQ(42, SendMessageA(window, WM_USER, 40, 2));
+    EXPECT_FALSE(DestroyWindow(window));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+    PostThreadMessageA(self, WM_QUIT, 0, 0);
+  });
+  MSG message;
+  while (GetMessageA(&message, nullptr, 0, 0)) DispatchMessageA(&message);
+  caller.join();
+  // A window whose thread has ended is gone, and calls to it fail at once.
+  HWND gone = nullptr;
+  std::thread([&] { gone = MakeWindow(); }).join();
+  EXPECT_EQ(0, SendMessageA(gone, WM_USER, 40, 2));
+}
+
+TEST(Windows, TimersEndWaitsAndReachTheirProcedure) {
+  static int calls = 0;
+  const UINT_PTR id = SetTimer(nullptr, 0, 10, [](HWND, UINT, UINT_PTR, DWORD) { ++calls; });
+  EXPECT_NE(0u, id);
+  EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_TIMER, INFINITE));
+  MSG message;
+  ASSERT_TRUE(GetMessageA(&message, nullptr, 0, 0));
+  EXPECT_EQ(WM_TIMER, message.message);
+  DispatchMessageA(&message);
+  EXPECT_EQ(1, calls);
+  EXPECT_TRUE(KillTimer(nullptr, id));
+  EXPECT_FALSE(KillTimer(nullptr, id));
+}
+
+// Runs the helper on a terminal of its own and types the answers.
+int AskOnTerminal(const char* typed, std::string& shown) {
+  int terminal;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    const std::string helper = test::Sibling("kernel_helper");
+    execl(helper.c_str(), helper.c_str(), "ask", "x", nullptr);
+    _exit(127);
+  }
+  EXPECT_EQ(static_cast<ssize_t>(strlen(typed)), write(terminal, typed, strlen(typed)));
+  char buffer[512];
+  for (ssize_t got; (got = read(terminal, buffer, sizeof(buffer))) > 0;)
+    shown.append(buffer, static_cast<size_t>(got));
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(terminal);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(MessageBox, AsksOnTheTerminal) {
+  const struct {
+    const char* typed;
+    int answer;
+  } cases[] = {{"a\n", IDABORT}, {"what?\nr\n", IDRETRY}, {"\n", IDIGNORE}, {"\x04", 0}};
+  for (const auto& one : cases) {
+    std::string shown;
+    EXPECT_EQ(one.answer, AskOnTerminal(one.typed, shown));
+    EXPECT_NE(std::string::npos, shown.find("Caption"));
+    EXPECT_EQ(std::string::npos, shown.find("\x1b[2J")) << "the text drives the terminal";
+  }
+}
+
+TEST(MessageBox, FailsWithoutATerminal) {
+  const pid_t child = fork();
+  if (child == 0) {
+    setsid();
+    _exit(MessageBoxA(nullptr, "text", "caption", MB_ABORTRETRYIGNORE));
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(0, status);
+}
+
+TEST(DebugOutput, ReachesEveryWatcherOfTheMachine) {
+  OutputDebugStringA("nobody watches\n");
+  orm::platform::DebugRecord record;
+  orm::platform::DebugWatch first;
+  ASSERT_TRUE(first.IsOpen());
+  {
+    orm::platform::DebugWatch second;
+    ASSERT_TRUE(second.IsOpen());
+    test::Child child({test::Sibling("kernel_helper"), "debug", "from afar\r\n"});
+    for (auto* watch : {&first, &second}) {
+      ASSERT_TRUE(watch->Read(record, 60000));
+      EXPECT_EQ("from afar\r\n", record.text);
+      EXPECT_EQ(static_cast<DWORD>(child.GetPid()), record.processId);
+    }
+  }
+  OutputDebugStringA("one is left");
+  ASSERT_TRUE(first.Read(record, 60000));
+  EXPECT_EQ("one is left", record.text);
+  EXPECT_EQ(GetCurrentProcessId(), record.processId);
+  EXPECT_FALSE(first.Read(record, 0));
+}
+
+}  // namespace

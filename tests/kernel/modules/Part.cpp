@@ -1,0 +1,34 @@
+// One of many small libraries: real code, a static object with a constructor, and an entry point that counts.
+#include <map>
+#include <string>
+
+#include "win32/modules.h"
+
+namespace {
+
+int gsThreadReasons[4];
+
+BOOL Main(HINSTANCE, DWORD reason, void*) {
+  ++gsThreadReasons[reason & 3];
+#ifdef PART_REFUSES
+  return reason != DLL_PROCESS_ATTACH;
+#else
+  return TRUE;
+#endif
+}
+
+struct Frame {
+  std::map<int, std::string> names{{PART, std::to_string(PART)}};
+  Frame() { OrmAttachModule(&gsThreadReasons, &Main); }
+  ~Frame() { OrmDetachModule(&gsThreadReasons); }
+};
+Frame gsFrame;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int PartNumber() {
+  return std::stoi(gsFrame.names.at(PART));
+}
+extern "C" __attribute__((visibility("default"))) int PartReasons(unsigned reason) {
+  return gsThreadReasons[reason & 3];
+}
