@@ -41,12 +41,25 @@ DWORD Wait(UINT mask, DWORD time = 0) {
   return MsgWaitForMultipleObjects(0, nullptr, FALSE, time, mask);
 }
 
-TEST(Queue, WaitsEndOnNewInputOfTheirKindsOnly) {
+// Takes what an earlier case of the same process left.
+class EmptyQueue : public testing::Test {
+ protected:
+  void SetUp() override {
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+    }
+  }
+};
+class Queue : public EmptyQueue {};
+class Windows : public EmptyQueue {};
+
+TEST_F(Queue, WaitsEndOnNewInputOfTheirKindsOnly) {
   MSG message;
   const DWORD self = GetCurrentThreadId();
-  EXPECT_FALSE(PostThreadMessageA(self, WM_APP, 0, 0)) << "no queue yet";
-  EXPECT_EQ(ERROR_INVALID_THREAD_ID, GetLastError());
-  EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
+  std::thread([] {
+    EXPECT_FALSE(PostThreadMessageA(GetCurrentThreadId(), WM_APP, 0, 0)) << "no queue yet";
+    EXPECT_EQ(ERROR_INVALID_THREAD_ID, GetLastError());
+  }).join();
   EXPECT_TRUE(PostThreadMessageA(self, WM_APP, 1, 2));
   EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_INPUT | QS_PAINT | QS_TIMER));
   EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_POSTMESSAGE));
@@ -68,7 +81,7 @@ TEST(Queue, WaitsEndOnNewInputOfTheirKindsOnly) {
   EXPECT_EQ(2, message.lParam);
 }
 
-TEST(Queue, IsTheLastObjectOfAWait) {
+TEST_F(Queue, IsTheLastObjectOfAWait) {
   MSG message;
   PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
   const Handle event(CreateEventA(nullptr, TRUE, TRUE, nullptr));
@@ -87,7 +100,7 @@ TEST(Queue, IsTheLastObjectOfAWait) {
   poster.join();
 }
 
-TEST(Queue, QuitComesAfterWhatWasPosted) {
+TEST_F(Queue, QuitComesAfterWhatWasPosted) {
   MSG message;
   PostQuitMessage(7);
   PostMessageA(nullptr, WM_APP, 0, 0);
@@ -98,7 +111,7 @@ TEST(Queue, QuitComesAfterWhatWasPosted) {
   EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
 }
 
-TEST(Queue, FullOnesRefuse) {
+TEST_F(Queue, FullOnesRefuse) {
   MSG message;
   PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
   DWORD posted = 0;
@@ -107,7 +120,7 @@ TEST(Queue, FullOnesRefuse) {
   EXPECT_EQ(ERROR_NOT_ENOUGH_QUOTA, GetLastError());
 }
 
-TEST(Windows, AreCreatedPaintedAndDestroyedInOrder) {
+TEST_F(Windows, AreCreatedPaintedAndDestroyedInOrder) {
   const HWND window = MakeWindow();
   ASSERT_NE(nullptr, window);
   const HWND child = MakeWindow(window);
@@ -142,7 +155,7 @@ TEST(Windows, AreCreatedPaintedAndDestroyedInOrder) {
   EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
 }
 
-TEST(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {
+TEST_F(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {
   const HWND window = MakeWindow();
   const DWORD self = GetCurrentThreadId();
   std::thread caller([&] {
@@ -160,7 +173,7 @@ TEST(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {
   EXPECT_EQ(0, SendMessageA(gone, WM_USER, 40, 2));
 }
 
-TEST(Windows, TimersEndWaitsAndReachTheirProcedure) {
+TEST_F(Windows, TimersEndWaitsAndReachTheirProcedure) {
   static int calls = 0;
   const UINT_PTR id = SetTimer(nullptr, 0, 10, [](HWND, UINT, UINT_PTR, DWORD) { ++calls; });
   EXPECT_NE(0u, id);
