@@ -201,6 +201,15 @@ ORM_PLATFORM_API BOOL SetSecurityDescriptorDacl(void* descriptor, BOOL present, 
 
 }  // extern "C"
 
+// --- An extension: whether the process has a single thread, which nobody can interrupt between a load and a
+// store. The C library clears the word before a second thread starts and leaves it so (glibc manual, "Single
+// Threaded"). Good for counters inside the process; memory shared with another process needs the interlocked
+// operations in any case.
+extern "C" char __libc_single_threaded;
+inline bool OrmHasOneThread() noexcept {
+  return __libc_single_threaded != 0;
+}
+
 // --- Interlocked operations, sequentially consistent. Increment, decrement yield the new value; exchange,
 // add and compare-exchange the old one.
 inline LONG InterlockedIncrement(volatile LONG* target) noexcept {
