@@ -30,7 +30,8 @@ std::string SampleProperties() {
 
 std::string SampleValue(const Value& value) {
   Binary stream;
-  WriteArchive(stream) << value;
+  WriteArchive writer(stream);
+  writer << value;
   return Bytes(stream);
 }
 
@@ -65,7 +66,7 @@ TEST(ArchiveReading, EveryTruncationBreaksAtItsEnd) {
       const ArchiveReading reading = ReadArchiveAs(bytes.substr(0, size), RecogniseArchive(bytes).kind);
       EXPECT_FALSE(reading.isSound);
       EXPECT_LE(reading.faultAt, size);
-      if (size >= 4) EXPECT_NE(reading.fault, "");
+      EXPECT_NE(reading.fault, "");
     }
   }
 }

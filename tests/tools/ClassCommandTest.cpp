@@ -71,7 +71,9 @@ TEST(ClassCommand, ProbeFindsWhatHoldsALibrary) {
     const auto json = nlohmann::json::parse(outcome.out);
     EXPECT_EQ(json["meetsContract"], item.meetsContract) << json;
     EXPECT_EQ(json["unloads"], item.unloads) << json;
-    if (*item.reason) EXPECT_THAT(json["reasons"], Contains(HasSubstr(item.reason))) << json;
+    if (*item.reason) {
+      EXPECT_THAT(json["reasons"], Contains(HasSubstr(item.reason))) << json;
+    }
   }
   EXPECT_EQ(RunOrm({"class", "probe", Fixture("good"), "--create"}).code, 0);
   const Outcome text = RunOrm({"class", "probe", WriteFileBytes("text.dll", "no library")});

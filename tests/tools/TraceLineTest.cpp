@@ -16,7 +16,7 @@ struct Case {
 TEST(TraceLine, IsReadByItsFormat) {
   const Case cases[] = {
       {TRACE_DEFAULT_FORMAT, "ormutil |thread  |    12.345|hello | you", true,
-       "ormutil/thread//12.345//hello | you"},
+       "ormutil/thread///12.345//hello | you"},
       {TRACE_FULL_FORMAT, "ormutil |thread  |d| 4d2:  10|    12.345| 5:07 PM|  Thread.cpp| 120|x", true,
        "ormutil/thread/d/4d2/12.345/120/x"},
       {TRACE_DEFAULT_FORMAT, "ormutil |thread  |d| 4d2:  10|    12.345| 5:07 PM|  Thread.cpp| 120|x", false,

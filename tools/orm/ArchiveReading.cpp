@@ -276,8 +276,8 @@ ArchiveReading RecogniseArchive(std::string_view bytes) {
   ArchiveReading best = ReadArchiveAs(bytes, kinds[0].kind);
   for (std::size_t i = 1; i < kinds.size() && !best.isSound; ++i) {
     ArchiveReading reading = ReadArchiveAs(bytes, kinds[i].kind);
-    // The more fields made sense, the likelier the kind; the first of equals.
-    if (reading.isSound || reading.fields.size() > best.fields.size()) best = std::move(reading);
+    // The more bytes made sense, the likelier the kind; the first of equals.
+    if (reading.isSound || reading.faultAt > best.faultAt) best = std::move(reading);
   }
   return best;
 }

@@ -1,7 +1,7 @@
 // Writes settings files.
 //
 // A value is written in the most readable form that reads back to the same bytes: a quoted text, dword:, or a
-// list of bytes. Lists are broken as the original editor breaks them: no line is longer than 78 characters
+// list of bytes. Lists are broken as the original editor breaks them: no line is longer than 80 characters
 // once it has bytes, continuation lines begin with two blanks.
 #include <algorithm>
 #include <cstdio>
@@ -14,7 +14,7 @@ namespace orm::tool {
 
 namespace {
 
-constexpr std::size_t LONGEST_LIST_LINE = 77;  // and then the back slash
+constexpr std::size_t LONGEST_LIST_LINE = 79;  // and then the back slash
 
 class Writer {
  public:
