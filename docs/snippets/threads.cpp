@@ -6,7 +6,7 @@
 
 using namespace orm;
 
-class Counter : public Runnable {
+class Counter final : public Runnable {
  public:
   DWORD AddRef() override { return static_cast<DWORD>(++mReferences); }
   bool Release() override {
