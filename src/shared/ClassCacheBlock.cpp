@@ -39,24 +39,24 @@ bool CacheBlock::HasMagic() const {
   return true;
 }
 
-void CacheBlock::Initialize() const {
+void CacheBlock::StoreSizes() const {
   mBytes.Store32(12, Layout::BLOCK_SIZE);
   mBytes.Store32(16, 0);
   mBytes.Store32(20, Layout::DATA_START);
   mBytes.Store32(24, Layout::CAPACITY);
+}
+
+void CacheBlock::Initialize() const {
+  StoreSizes();
   mBytes.Store32(Layout::LAST_SLOT, 0xFFFFFFFF);
   // Last, so that a block with its magic words has all of its header.
   for (DWORD i = 0; i < 3; ++i) mBytes.Store32(4 * i, MAGIC[i]);
 }
 
 void CacheBlock::RepairIfDamaged() const {
-  const bool header = mBytes.Load32(12) == Layout::BLOCK_SIZE && mBytes.Load32(20) == Layout::DATA_START &&
-                      mBytes.Load32(24) == Layout::CAPACITY;
-  if (!header) {
-    Initialize();
-  } else if (CacheDirectory directory(mBytes); !directory.Load()) {
-    directory.Repair();
-  }
+  StoreSizes();
+  CacheDirectory directory(mBytes);
+  if (!directory.Load()) directory.Repair();
 }
 
 CacheBlock::Place CacheBlock::Find(const CacheKey& key) const {

@@ -41,6 +41,8 @@ class CacheBlock {
   bool Store(const CacheKey& key, ULONGLONG stamp, const Binary& payload, ULONGLONG now) const;
 
  private:
+  // The fields of the header that never change.
+  void StoreSizes() const;
   static std::optional<CacheSlot> MakeRoom(CacheDirectory& directory, CachePosition& position,
                                            ULONGLONG size);
   void WriteRecord(const CacheSlot& slot, const CacheKey& key, ULONGLONG stamp, const Binary& payload,

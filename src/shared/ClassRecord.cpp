@@ -43,6 +43,8 @@ class ClassListReader : private ReadArchive {
   }
 
  private:
+  static constexpr DWORD MAX_TEXT = 0x10000;  // more than the cache's block holds
+
   std::vector<FaceRecord> ReadFaces() {
     std::vector<FaceRecord> faces;
     for (DWORD left = ReadCount(); left > 0; --left) {
@@ -63,12 +65,31 @@ class ClassListReader : private ReadArchive {
   }
 
   HashedId ReadId() {
-    String text;
+    const String text = ReadText();
     DWORD hash = 0;
-    ReadString(text);
     *this >> hash;
     if (hash != GetSimpleStringHash(text.GetBegin())) ThrowInvalid();
     return {hash, text};
+  }
+
+  // A string, as ReadString reads it. That one asserts that the announced bytes are there, which is the
+  // writer's duty; these bytes are nobody's, so it is seen to first.
+  String ReadText() {
+    unsigned char form[4];
+    ReadData(form, sizeof form);
+    const DWORD size = form[0] | form[1] << 8 | form[2] << 16 | static_cast<DWORD>(form[3]) << 24;
+    if (size == 0) return {};
+    if (size > MAX_TEXT) ThrowInvalid();
+    Binary serialized(form, sizeof form);
+    unsigned char* rest = serialized.GetBuffer(sizeof form + 4 + size) + sizeof form;
+    try {
+      ReadData(rest, 4 + size);
+    } catch (const Error&) {
+      ThrowInvalid();
+    }
+    String text;
+    if (text.Deserialize(serialized.GetData(), serialized.GetSize(), 0) == 0) ThrowInvalid();
+    return text;
   }
 
   // Look-ups rely on it.
