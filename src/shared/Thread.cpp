@@ -17,6 +17,16 @@ constexpr DWORD CODE_INTERRUPTED = 0xE72D0002;
 
 constinit DWORD gTlsIndex = TLS_OUT_OF_INDEXES;
 
+namespace {
+constinit DWORD gDetachingThread = 0;
+}
+
+void HoldAfterDetach() {
+  const DWORD detaching = __atomic_load_n(&gDetachingThread, __ATOMIC_ACQUIRE);
+  if (detaching == 0 || detaching == GetCurrentThreadId()) return;
+  for (;;) ::Sleep(INFINITE);
+}
+
 void ThrowInterrupted(const char* text) {
   Error error;
   error.AddLayer(CODE_INTERRUPTED, text, false);
@@ -64,6 +74,7 @@ Thread::~Thread() {
 FacePtr<Thread> Thread::GetSelf() {
   FacePtr<Thread> result(static_cast<Thread*>(TlsGetValue(gTlsIndex)));
   if (!result) [[unlikely]] {
+    HoldAfterDetach();
     ORM_ASSERT(GetLastError() == ERROR_SUCCESS, "result != 0 || ::GetLastError() == ERROR_SUCCESS", FILE_NAME,
                73);
     result = ThreadImpl::MakeForCallingThread();
@@ -203,6 +214,7 @@ bool ThreadAttachDetach(DWORD reason) {
   }
   if (thread) thread->Release();
   if (reason == DLL_PROCESS_DETACH) {
+    __atomic_store_n(&gDetachingThread, GetCurrentThreadId(), __ATOMIC_RELEASE);
     const bool freed = TlsFree(gTlsIndex);
     ORM_ASSERT(freed, "::TlsFree(gTlsIndex)", FILE_NAME, 61);
   }

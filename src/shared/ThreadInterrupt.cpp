@@ -20,6 +20,7 @@ class Registrar {
   class Access {
    public:
     explicit Access(Registrar& rRegistrar) : mRegistrar(rRegistrar) {
+      HoldAfterDetach();
       EnterCriticalSection(&mRegistrar.mLock);
     }
     ~Access() { LeaveCriticalSection(&mRegistrar.mLock); }

@@ -19,7 +19,7 @@ std::vector<std::string> Lines(const std::string& text) {
 }
 
 void TraceInto(const std::string& log) {
-  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9|%10!u!|");
+  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9!s!|%10!u!|");
   SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\" + log);
 }
 

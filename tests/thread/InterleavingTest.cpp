@@ -78,7 +78,7 @@ TEST_F(Interleaving, InterruptAgainstWake) {
     bool woken = false, interrupted = false;
     auto runnable =
         TestRunnable::Make([&] { interrupted = !Caught([&] { woken = event.Wait(INFINITE); }).IsEmpty(); });
-    runnable->CreateThread(true, false);
+    runnable->CreateThread(true, true);
     std::thread setter([&, yields = mDice.Roll()] {
       Dice::Yield(yields);
       event.Set();

@@ -82,7 +82,7 @@ TEST(Runnable, InterruptedBeforeItsStartItRunsNothing) {
 
 // What the end of a body, and of a runnable that never had one, leaves in the trace.
 TEST(Runnable, Traces) {
-  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9|%10!u!|");
+  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9!s!|%10!u!|");
   SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\runnable.log");
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");
   SetRegistryText(TRACE_KEY + "\\ormutil", "thread", "w");

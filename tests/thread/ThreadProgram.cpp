@@ -1,5 +1,6 @@
 // A program of its own for what would end or spoil the test program; the first argument chooses.
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,7 +34,11 @@ int Traces() {
 
 // No room for another stack: the creation fails, with an error, and a later one succeeds.
 int Limit() {
-  const rlimit tight{64 << 20, RLIM_INFINITY};
+  unsigned long pages = 0;
+  std::FILE* file = std::fopen("/proc/self/statm", "r");
+  if (!file || std::fscanf(file, "%lu", &pages) != 1) return 2;
+  std::fclose(file);
+  const rlimit tight{pages * static_cast<unsigned long>(getpagesize()) + (1 << 20), RLIM_INFINITY};
   rlimit before{};
   getrlimit(RLIMIT_AS, &before);
   auto runnable = TestRunnable::Make([] {});
