@@ -22,6 +22,7 @@ TEST(Event, Kinds) {
 TEST(Event, EventBeforeInterruptionBeforeInput) {
   auto runnable = TestRunnable::Make([] {
     Event event(Event::MANUAL);
+    MakeQueue();
     PostThreadMessageA(GetCurrentThreadId(), WM_USER, 0, 0);
     bool message = false;
     EXPECT_TRUE(event.MessageWait(message, INFINITE, QS_POSTMESSAGE));

@@ -77,6 +77,7 @@ TEST(Interrupt, MessagesEndAMessageSleep) {
   Event ready(Event::MANUAL);
   bool pending = false, late = false;
   auto runnable = TestRunnable::Make([&] {
+    MakeQueue();
     PostThreadMessageA(GetCurrentThreadId(), WM_USER, 0, 0);
     Thread::MessageSleep(pending, INFINITE, QS_POSTMESSAGE);
     MSG message;

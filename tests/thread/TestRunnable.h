@@ -46,6 +46,12 @@ inline DWORD GetHandleCount() {
   return count;
 }
 
+// A thread has a message queue from its first look at one; until then nobody can post to it.
+inline void MakeQueue() {
+  MSG message;
+  PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
+}
+
 // The error that the action throws; without layers when it throws none.
 template <class Action>
 orm::Error Caught(Action action) {
