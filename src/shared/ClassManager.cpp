@@ -8,6 +8,7 @@
 #include "ClassManagerImpl.h"
 #include "ClassPathInfo.h"
 #include "ModuleFrame.h"
+#include "ThreadModule.h"
 
 #include <algorithm>
 #include <new>
@@ -50,6 +51,7 @@ void DestroyClassManager() {
 }
 
 ClassManager* GetClassMgr() {
+  if (!gspManager) HoldAfterDetach();
   return ClassManagerImpl::GetCurrent();
 }
 
