@@ -10,8 +10,7 @@ using namespace orm;
 
 int main(int, char** argv) {
   ClassManager* manager = GetClassMgr();
-  const DWORD cookie =
-      manager->Register(argv[1]);  // a folder, a library or a pattern: z:/home/me/parts
+  const DWORD cookie = manager->Register(argv[1]);  // a folder, a library or a pattern: z:/home/me/parts
   {
     const FacePtr<Shape> square("CID_Square", "");  // loads the library now, not before
     assert(square->GetArea() == 4);

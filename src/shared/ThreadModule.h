@@ -16,9 +16,9 @@ void DestroyThreadRegistrar();
 // The thread module's share of DllMain; its result is DllMain's.
 bool ThreadAttachDetach(DWORD reason);
 
-// The platform ends all other threads before a process detaches; where it does not, a thread that still calls the library
-// afterwards is held here for the little while that the process has left. Returns on the detaching thread and
-// before the detach.
+// The platform ends all other threads before a process detaches; where it does not, a thread that still calls
+// the library afterwards is held here for the little while that the process has left. Returns on the
+// detaching thread and before the detach.
 void HoldAfterDetach();
 
 // The error of an interrupted thread.

@@ -7,8 +7,8 @@ namespace orm {
 
 // Increments, decrements and assignments are interlocked; a read is a plain load, good only for the question
 // whether a block has one holder. A counter must lie on a 4-byte boundary: the platform's interlocked
-// operations require it, so each operation checks it first. While the process has one thread, plain arithmetic
-// does the same for a tenth of the cost.
+// operations require it, so each operation checks it first. While the process has one thread, plain
+// arithmetic does the same for a tenth of the cost.
 class AtomicCounter {
  public:
   // Tags a counter of a block that is built at compile time, before any check could report.
