@@ -31,7 +31,6 @@ struct Character {
 
 struct SingleByteReader {
   static constexpr bool isSingleByte = true;
-  static constexpr bool ordersByBytes = true;
   const CodePage& page;
 
   Character Read(const Byte* text) const { return {*text, 1}; }
@@ -41,7 +40,6 @@ struct SingleByteReader {
 
 struct DoubleByteReader {
   static constexpr bool isSingleByte = false;
-  static constexpr bool ordersByBytes = false;  // a lone byte above the lead bytes comes before every pair
   const CodePage& page;
 
   Character Read(const Byte* text) const {
@@ -58,7 +56,6 @@ struct DoubleByteReader {
 
 struct Utf8Reader {
   static constexpr bool isSingleByte = false;
-  static constexpr bool ordersByBytes = true;  // UTF-8 sorts as its characters do
   const CodePage& page;
 
   Character Read(const Byte* text) const {
@@ -289,8 +286,8 @@ size_t _mbclen(const unsigned char* character) {
 }
 
 size_t _mbslen(const unsigned char* text) {
+  if (IsSingleByte()) return std::strlen(Chars(text));
   return WithReader([=](const auto& reader) {
-    if constexpr (reader.isSingleByte) return std::strlen(Chars(text));
     std::size_t count = 0;
     for (const Byte* at = text; *at != 0; ++count) at += reader.Read(at).size;
     return count;
@@ -330,6 +327,8 @@ unsigned char* _mbsdec(const unsigned char* start, const unsigned char* current)
 }
 
 int _mbscmp(const unsigned char* left, const unsigned char* right) {
+  // UTF-8 sorts as its characters do. In a double-byte page a lone byte above the lead bytes comes before
+  // every pair.
   if (AnsiCodePage().kind != Kind::DoubleByte) return Sign(std::strcmp(Chars(left), Chars(right)));
   return CompareExact(left, right, {noLimit, noLimit});
 }
