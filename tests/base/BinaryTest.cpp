@@ -5,6 +5,7 @@
 #include <string>
 
 #include "AssertionLog.h"
+#include "support/TraceConfig.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
@@ -147,11 +148,16 @@ TEST(Binary, MisuseIsAssertedAndHarmsNothing) {
 }
 
 TEST(Binary, ReportsWhatItCannotAllocate) {
+  test::SetRegistryText(test::TRACE_KEY + "\\test_binary", "binary", "e");
   test::AssertionLog log;
   Binary data = Of("abc");
   EXPECT_THROW(data.SetSize(0xFFFFFFFF, true), std::bad_alloc);
-  EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/shared/Binary", 59, "forced assert")));
+  const std::string report =
+      "an attempt to allocate 0 bytes for binary (requested -1 bytes) failed, about to crash now";
+  EXPECT_THAT(log.Take(), ElementsAre(report, test::Failure("src/shared/Binary", 59, "forced assert")));
   EXPECT_THROW(data.Set(0, 0xFFFFFFF0, 0x20), std::bad_alloc);
+  log.Take();
   EXPECT_THROW(Binary("", 0xFFFFFFFF), std::bad_alloc);
+  EXPECT_THAT(log.Take(), ElementsAre(report, test::Failure("src/shared/Binary", 95, "forced assert")));
   EXPECT_EQ(Bytes(data), "abc");
 }
