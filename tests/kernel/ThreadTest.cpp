@@ -158,6 +158,36 @@ TEST(Mutex, PassesOnWhenItsOwnerEnds) {
   }
 }
 
+// The record of the mutex used last does not keep a name alive, and does not stand for another mutex.
+TEST(Mutex, SeveralOwnedAtOnceAndClosedBetween) {
+  Handle first(CreateMutexA(nullptr, TRUE, "first"));
+  Handle second(CreateMutexA(nullptr, TRUE, "second"));
+  const Handle third(CreateMutexA(nullptr, TRUE, nullptr));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(first.get(), 0));
+  EXPECT_TRUE(ReleaseMutex(second.get()));
+  EXPECT_TRUE(ReleaseMutex(first.get()));
+  EXPECT_TRUE(ReleaseMutex(first.get()));
+  EXPECT_FALSE(ReleaseMutex(first.get()));
+  EXPECT_FALSE(ReleaseMutex(second.get()));
+  std::thread([&] {
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(first.get(), 0));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(second.get(), 0));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(third.get(), 0));
+    EXPECT_TRUE(ReleaseMutex(first.get()));
+    EXPECT_TRUE(ReleaseMutex(second.get()));
+  }).join();
+  for (Handle* mutex : {&first, &second}) {
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(mutex->get(), 0));
+    EXPECT_TRUE(ReleaseMutex(mutex->get()));
+    const HANDLE stale = mutex->get();
+    mutex->reset();
+    EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(stale, 0));
+  }
+  EXPECT_EQ(nullptr, OpenMutexA(SYNCHRONIZE, FALSE, "first"));
+  EXPECT_EQ(nullptr, OpenMutexA(SYNCHRONIZE, FALSE, "second"));
+  EXPECT_TRUE(ReleaseMutex(third.get()));
+}
+
 TEST(Mutex, ExcludesUnderLoad) {
   for (const char* name : {static_cast<const char*>(nullptr), "under load"}) {
     const Handle mutex(CreateMutexA(nullptr, FALSE, name));

@@ -83,6 +83,11 @@ void Retire(HandleSlot& slot) {
   object->Release();
 }
 
+void UnpinSlot(HandleSlot& slot) {
+  const uint64_t state = slot.state.fetch_sub(1, std::memory_order_acq_rel) - 1;
+  if ((state & (kOpen | kPinMask)) == 0) Retire(slot);
+}
+
 }  // namespace
 
 HandlePin::HandlePin(HANDLE handle) noexcept {
@@ -106,8 +111,7 @@ HandlePin::HandlePin(HANDLE handle) noexcept {
 }
 
 void HandlePin::Unpin() noexcept {
-  const uint64_t state = mSlot->state.fetch_sub(1, std::memory_order_acq_rel) - 1;
-  if ((state & (kOpen | kPinMask)) == 0) Retire(*mSlot);
+  UnpinSlot(*mSlot);
 }
 
 HANDLE AllocateHandle(Ref<KernelObject> object) noexcept {
@@ -122,6 +126,7 @@ HANDLE AllocateHandle(Ref<KernelObject> object) noexcept {
     return nullptr;
   }
   gsOpenCount.fetch_add(1, std::memory_order_relaxed);
+  object->OnHandleOpened();
   slot->object.store(object.Detach(), std::memory_order_relaxed);
   const uint64_t state = slot->state.load(std::memory_order_relaxed);
   slot->state.store(state | kOpen, std::memory_order_release);
@@ -133,12 +138,14 @@ bool ReleaseHandle(HANDLE handle) noexcept {
   if (parts.slot != nullptr) {
     uint64_t state = parts.slot->state.load(std::memory_order_relaxed);
     while (Names(state, parts.generation)) {
-      if (!parts.slot->state.compare_exchange_weak(state, state & ~kOpen, std::memory_order_acq_rel,
+      // Closed and pinned in one step, so that the object is still there to be told.
+      if (!parts.slot->state.compare_exchange_weak(state, (state & ~kOpen) + 1, std::memory_order_acq_rel,
                                                    std::memory_order_relaxed)) {
         continue;
       }
       gsOpenCount.fetch_sub(1, std::memory_order_relaxed);
-      if ((state & kPinMask) == 0) Retire(*parts.slot);
+      parts.slot->object.load(std::memory_order_relaxed)->OnHandleClosed();
+      UnpinSlot(*parts.slot);
       return true;
     }
   }

@@ -84,6 +84,7 @@ HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char
   const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, existed);
   if (!mutex) return nullptr;
   const HANDLE handle = HandleOf(mutex, initialOwner && !existed);
+  mutex->OnHandleClosed();  // the hold that Create has taken
   if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
   return handle;
 }
@@ -94,13 +95,20 @@ HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
     return nullptr;
   }
   const Ref<NamedMutex> mutex = NamedMutex::Open(name);
-  return mutex ? AllocateHandle(mutex) : nullptr;
+  if (!mutex) return nullptr;
+  const HANDLE handle = AllocateHandle(mutex);
+  mutex->OnHandleClosed();
+  return handle;
 }
 
 BOOL ReleaseMutex(HANDLE handle) noexcept {
   // What the thread owns is kept alive by its record, so the handle is only compared.
-  const KernelObject* const object = PeekHandle(handle);
   ThreadRecord& thread = CurrentThread();
+  if (thread.ownsWarmMutex && IsWarm(thread, handle)) {
+    thread.ownsWarmMutex = !static_cast<OwnableMutex*>(thread.warmMutex.get())->ReleaseOnce();
+    return TRUE;
+  }
+  const KernelObject* const object = PeekHandle(handle);
   auto& owned = thread.ownedMutexes;
   for (auto entry = owned.end(); object != nullptr && entry != owned.begin();) {
     --entry;

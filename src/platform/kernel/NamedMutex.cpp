@@ -22,7 +22,7 @@ constexpr size_t kFileBytes = 4096;
 
 }  // namespace
 
-// Finds the process's object of a name. An object whose last reference is just going is not found.
+// Finds the process's object of a name, as long as it has handles.
 class NamedMutexTable {
  public:
   static NamedMutexTable& Get() {
@@ -30,27 +30,33 @@ class NamedMutexTable {
     return table;
   }
 
-  // Runs `make` for a name that the process does not have open, under the table's lock (recursive, since an
-  // object that could not be made removes itself).
+  // Runs `make` for a name that the process does not have open, under the table's lock.
   template <class Make>
   Ref<NamedMutex> FindOrMake(const std::string& name, Make&& make) {
     const std::lock_guard lock(mLock);
-    if (const auto found = mMutexes.find(name); found != mMutexes.end()) {
-      if (found->second->TryAddRef()) return Ref<NamedMutex>::Adopt(found->second);
-    }
-    Ref<NamedMutex> made = make();
-    if (made) mMutexes[name] = made.get();
-    return made;
+    const auto found = mMutexes.find(name);
+    Ref<NamedMutex> mutex = found != mMutexes.end() ? Ref<NamedMutex>(found->second) : make();
+    if (!mutex) return nullptr;
+    mMutexes[name] = mutex.get();
+    ++mutex->mHandles;
+    return mutex;
   }
 
-  void Remove(const NamedMutex& mutex) {
+  void Opened(NamedMutex& mutex) {
     const std::lock_guard lock(mLock);
-    const auto found = mMutexes.find(mutex.mName);
-    if (found != mMutexes.end() && found->second == &mutex) mMutexes.erase(found);
+    ++mutex.mHandles;
+  }
+
+  // The name goes with the last handle, though the object may be pinned or owned still.
+  void Closed(NamedMutex& mutex) {
+    const std::lock_guard lock(mLock);
+    if (--mutex.mHandles != 0) return;
+    mMutexes.erase(mutex.mName);
+    mutex.mFile.Close();
   }
 
  private:
-  std::recursive_mutex mLock;
+  std::mutex mLock;
   std::map<std::string, NamedMutex*> mMutexes;
 };
 
@@ -87,8 +93,15 @@ bool NamedMutex::Map() noexcept {
   return true;
 }
 
+void NamedMutex::OnHandleOpened() noexcept {
+  NamedMutexTable::Get().Opened(*this);
+}
+
+void NamedMutex::OnHandleClosed() noexcept {
+  NamedMutexTable::Get().Closed(*this);
+}
+
 NamedMutex::~NamedMutex() {
-  NamedMutexTable::Get().Remove(*this);
   if (mShared != nullptr) munmap(reinterpret_cast<std::byte*>(mShared) - kStateOffset, kFileBytes);
 }
 

@@ -15,9 +15,13 @@ class NamedMutex final : public OwnableMutex {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kNamedMutex;
 
-  // Within a process all handles of one name share one object. Null with the last error.
+  // Within a process all handles of one name share one object. Null with the last error. The result counts as
+  // one handle, for the caller to give up with OnHandleClosed when it has made one.
   static Ref<NamedMutex> Create(const char* name, const SECURITY_ATTRIBUTES* security, bool& existed);
   static Ref<NamedMutex> Open(const char* name);
+
+  void OnHandleOpened() noexcept override;
+  void OnHandleClosed() noexcept override;
 
   Acquired TryAcquire(const WaitNode& request) noexcept override;
   bool ReleaseOnce() noexcept override;
@@ -45,7 +49,8 @@ class NamedMutex final : public OwnableMutex {
   std::atomic<uint32_t>& LockWord() noexcept;
 
   const std::string mName;
-  NamedFile mFile;
+  NamedFile mFile;        // held while there are handles
+  uint32_t mHandles = 0;  // guarded by the table's lock
   SharedState* mShared = nullptr;
 };
 

@@ -36,18 +36,14 @@ class KernelObject {
   void Release() const noexcept {
     if (mReferences.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
   }
-  // For tables that find objects without holding a reference: false when the last one has gone already.
-  bool TryAddRef() const noexcept {
-    uint32_t count = mReferences.load(std::memory_order_relaxed);
-    while (count != 0) {
-      if (mReferences.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
-    }
-    return false;
-  }
   ObjectKind Kind() const noexcept { return mKind; }
   bool IsWaitable() const noexcept { return mWaitable; }
   // The descriptor of the file that the object stands for, -1 for other objects; it stays the object's own.
   virtual int FileDescriptor() const noexcept { return -1; }
+  // Told of each handle that the object gets and loses, for objects whose name goes with the last handle and
+  // not with the last reference.
+  virtual void OnHandleOpened() noexcept {}
+  virtual void OnHandleClosed() noexcept {}
 
  protected:
   explicit KernelObject(ObjectKind kind, bool waitable = false) noexcept : mKind(kind), mWaitable(waitable) {}

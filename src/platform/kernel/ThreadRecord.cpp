@@ -27,6 +27,7 @@ void EndThread(void* pointer) {
   if (!record->silent) NotifyThreadDetach();
   if (record->endQueue != nullptr) record->endQueue(*record);
   // A mutex that the thread still owns passes on as abandoned.
+  if (record->ownsWarmMutex) static_cast<OwnableMutex*>(record->warmMutex.get())->Abandon();
   while (!record->ownedMutexes.empty()) {
     const HandlePin pin = std::move(record->ownedMutexes.back());
     record->ownedMutexes.pop_back();
@@ -84,7 +85,12 @@ bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {
 }
 
 void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex) {
-  thread.ownedMutexes.push_back(std::move(mutex));
+  if (thread.ownsWarmMutex) {
+    thread.ownedMutexes.push_back(std::move(mutex));
+    return;
+  }
+  thread.warmMutex = std::move(mutex);
+  thread.ownsWarmMutex = true;
 }
 
 }  // namespace orm::platform

@@ -29,6 +29,10 @@ struct ThreadRecord {
   std::array<TlsSlot, kTlsInlineSlots> slots{};
   std::atomic<TlsSlot*> moreSlots{nullptr};  // the others, allocated at the first use of one
   std::vector<HandlePin> ownedMutexes;       // each keeps its object alive until it is released
+  // The mutex that the thread used last stays pinned after its release, so that taking it again costs no
+  // interlocked step beyond the mutex's own. Its name does not depend on that: it goes with the last handle.
+  HandlePin warmMutex;
+  bool ownsWarmMutex = false;
   Ref<KernelObject> queue;  // the message queue; guarded by the list's lock for other threads
   void (*endQueue)(ThreadRecord&) = nullptr;
   ThreadRecord* next = nullptr;  // the list of all records
@@ -57,5 +61,10 @@ bool VisitThreads(Visit&& visit) {
 
 // Keeps the mutex that the calling thread has just come to own until it is released.
 void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex);
+
+// Whether the handle names the mutex that the thread used last.
+inline bool IsWarm(const ThreadRecord& thread, HANDLE handle) noexcept {
+  return thread.warmMutex && PeekHandle(handle) == thread.warmMutex.get();
+}
 
 }  // namespace orm::platform

@@ -105,20 +105,26 @@ DWORD WaitHandles::Wait(std::span<const HANDLE> handles, bool all, DWORD millise
 using namespace orm::platform;
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
+  ThreadRecord& thread = CurrentThread();
+  WaitNode node;
+  node.thread = &thread;
+  if (IsWarm(thread, object)) {
+    const Acquired outcome = static_cast<Waitable*>(thread.warmMutex.get())->TryAcquire(node);
+    if (outcome >= Acquired::kOwned) thread.ownsWarmMutex = true;
+    if (outcome != Acquired::kNo) return ToWaitCode({0, outcome});
+  }
   HandlePin pin(object);
   if (!pin) return WAIT_FAILED;
   if (!pin.get()->IsWaitable()) {
     tlsLastError = ERROR_INVALID_HANDLE;
     return WAIT_FAILED;
   }
-  WaitNode node;
   node.object = static_cast<Waitable*>(pin.get());
-  node.thread = &CurrentThread();
   WaitResult result{0, node.object->TryAcquire(node)};
   if (result.outcome == Acquired::kNo && milliseconds != 0) {
     result = WaitOperation({&node, 1}).WaitForOne(Deadline(milliseconds));
   }
-  if (result.outcome >= Acquired::kOwned) RecordOwnership(*node.thread, std::move(pin));
+  if (result.outcome >= Acquired::kOwned) RecordOwnership(thread, std::move(pin));
   return ToWaitCode(result);
 }
 

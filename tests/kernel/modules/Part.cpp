@@ -1,4 +1,5 @@
 // One of many small libraries: real code, a static object with a constructor, and an entry point that counts.
+#include <atomic>
 #include <map>
 #include <string>
 
@@ -6,7 +7,7 @@
 
 namespace {
 
-int gsThreadReasons[4];
+std::atomic<int> gsThreadReasons[4];
 
 BOOL Main(HINSTANCE, DWORD reason, void*) {
   ++gsThreadReasons[reason & 3];

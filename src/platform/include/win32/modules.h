@@ -19,7 +19,8 @@ inline constexpr DWORD DLL_PROCESS_ATTACH = 1;
 inline constexpr DWORD DLL_THREAD_ATTACH = 2;
 inline constexpr DWORD DLL_THREAD_DETACH = 3;
 
-// A module's entry point: the module, one of the four reasons, a reserved pointer (null here).
+// A module's entry point: the module, one of the four reasons, a reserved pointer (null here). Threads that
+// begin or end at the same time call it at the same time: no lock of the loader is held.
 using OrmDllMain = BOOL (*)(HINSTANCE module, DWORD reason, void* reserved);
 
 extern "C" {
