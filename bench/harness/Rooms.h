@@ -5,6 +5,7 @@
 
 void AddBaseRows(bench::Table& table);
 void AddFaceRows(bench::Table& table);
+void AddKernelRows(bench::Table& table);
 void AddThreadRows(bench::Table& table);
 void AddTraceRows(bench::Table& table);
 

@@ -138,6 +138,7 @@ int main(int argc, char** argv) {
   AddBaseRows(table);
   AddTraceRows(table);
   AddFaceRows(table);
+  AddKernelRows(table);
   AddThreadRows(table);
   if (list) {
     for (const auto& entry : table.GetRows())
