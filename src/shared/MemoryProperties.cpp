@@ -2,6 +2,8 @@
 #include <ormutil/Error.h>
 #include <ormutil/MemoryProperties.h>
 
+#include <typeinfo>
+
 #include "Areas.h"
 #include "PropertyErrors.h"
 #include "PropertyTable.h"
@@ -115,6 +117,12 @@ std::vector<BaseString<MbcsTraits>> MemoryProperties::EnumProperties() const {
 
 void MemoryProperties::Clear() {
   mTable.Release();
+}
+
+const PropertyTable* GetPropertyTable(const Properties& bag) {
+  if (typeid(bag) != typeid(MemoryProperties)) return nullptr;
+  const auto& table = static_cast<const MemoryProperties&>(bag).mTable;
+  return table.IsNull() ? nullptr : &*table;
 }
 
 }  // namespace orm

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "PropertyErrors.h"
+#include "PropertyTable.h"
 
 namespace orm {
 
@@ -36,9 +37,30 @@ void WriteValue(WriteArchive& archive, const Properties& bag, const String& name
   }
 }
 
+// Room for the fixed parts of an entry and for texts of common length.
+constexpr unsigned kUsualEntry = 48;
+constexpr unsigned kMaxReserve = 1u << 20;
+
+// What WriteBag writes, without asking the bag for one name after the other.
+bool WriteTable(WriteArchive& archive, const PropertyTable& table) {
+  const auto count = static_cast<DWORD>(table.GetSize());
+  archive << count;
+  archive.Reserve(static_cast<unsigned>(std::min<uint64_t>(uint64_t{count} * kUsualEntry, kMaxReserve)));
+  table.ForEach([&archive](const PropertyEntry& entry) {
+    archive << entry.name << static_cast<DWORD>(entry.value.index());
+    std::visit(
+        [&archive](const auto& value) {
+          if constexpr (!std::is_same_v<decltype(value), const std::monostate&>) archive << value;
+        },
+        entry.value);
+  });
+  return count != 0;
+}
+
 // Tells whether the bag has any properties.
 bool WriteBag(WriteArchive& archive, const Properties& bag) {
   archive << kVersion;
+  if (const PropertyTable* table = GetPropertyTable(bag)) return WriteTable(archive, *table);
   const std::vector<String> names = bag.EnumProperties();
   archive << static_cast<DWORD>(names.size());
   for (const String& name : names) {

@@ -88,4 +88,8 @@ class PropertyTable {
   size_t mUnindexed = 0;
 };
 
+// The table of a memory bag that has one; null for every other bag, also for one of a class derived from the
+// memory bag, whose operations may be its own.
+const PropertyTable* GetPropertyTable(const Properties& bag);
+
 }  // namespace orm

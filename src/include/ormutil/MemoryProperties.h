@@ -39,6 +39,8 @@ class ORMUTIL_API MemoryProperties : public Properties {
   ~MemoryProperties() override;
 
  private:
+  friend const PropertyTable* GetPropertyTable(const Properties& bag);
+
   CountedObject<PropertyTable> mTable;
 };
 
