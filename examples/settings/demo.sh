@@ -2,12 +2,12 @@
 # Shows the settings example from beginning to end; called by ./dev demo with the folder of the programs. The
 # machine folder that it works on is one of its own.
 set -eu
-settings=$1/settings
+settings=$1/orm-settings
 ORM_MACHINE=$(mktemp -d) && export ORM_MACHINE
 work=$(mktemp -d)
 trap 'rm -rf "$ORM_MACHINE" "$work"' EXIT
 say() { printf '\n# %s\n' "$*"; }
-run() { printf '$ settings %s\n' "$*"; "$settings" "$@" 2>&1; }
+run() { printf '$ orm-settings %s\n' "$*"; "$settings" "$@" 2>&1; }
 
 say "The machine's owner sets defaults for everyone, a user changes one of them."
 run set --machine Font Courier
@@ -17,7 +17,7 @@ run set --type binary Layout 0102ff
 run list
 
 say "Another program takes them over: all that applies travels as one block of bytes, here through a pipe."
-printf '$ settings export - | settings --bag Other import -\n'
+printf '$ orm-settings export - | orm-settings --bag Other import -\n'
 "$settings" export - | "$settings" --bag Other import -
 run --bag Other list
 

@@ -1,9 +1,10 @@
-// settings: keeps a program's settings, one bag for each user with the machine's defaults merged in, and
+// orm-settings: keeps a program's settings, one bag for each user with the machine's defaults merged in, and
 // carries them from one program to another.
 #include <ormutil/Error.h>
 
 #include <CLI/CLI.hpp>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 
@@ -17,11 +18,11 @@ namespace {
 
 constexpr const char* kExamples = R"(
 Examples:
-  settings set --machine Font Courier        a default for everyone (needs the right to write it)
-  settings set --type number Width 80        a setting of this user
-  settings list                              what applies, and where it comes from
-  settings get WIDTH                         names do not regard letter case
-  settings export - | ssh other settings import -
+  orm-settings set --machine Font Courier        a default for everyone (needs the right to write it)
+  orm-settings set --type number Width 80        a setting of this user
+  orm-settings list                              what applies, and where it comes from
+  orm-settings get WIDTH                         names do not regard letter case
+  orm-settings export - | ssh other orm-settings import -
                                              carry the settings to another machine
 
 Exit codes: 0 done, 1 failed (the error is on the standard error output), 2 the command line is wrong.)";
@@ -61,7 +62,7 @@ Binary Read(const std::string& path) {
 }
 
 void Report(const orm::Error& error, bool details) {
-  std::cerr << "settings: " << error.Format().GetBegin() << '\n';
+  std::cerr << "orm-settings: " << error.Format().GetBegin() << '\n';
   if (!details) return;
   std::cerr << std::hex;
   for (unsigned i = 0; i < error.GetLayerCount(); ++i) {
@@ -125,7 +126,7 @@ void AddCommands(CLI::App& app, Arguments& arguments, std::function<void(Setting
 }  // namespace
 
 int main(int count, char** words) {
-  CLI::App app("Keeps settings for each user, with the machine's defaults merged in.", "settings");
+  CLI::App app("Keeps settings for each user, with the machine's defaults merged in.", "orm-settings");
   app.footer(kExamples);
   app.require_subcommand(1);
   Arguments arguments;
@@ -146,7 +147,7 @@ int main(int count, char** words) {
   } catch (const orm::Error& error) {
     Report(error, arguments.details);
   } catch (const std::exception& error) {
-    std::cerr << "settings: " << error.what() << '\n';
+    std::cerr << "orm-settings: " << error.what() << '\n';
   }
   return 1;
 }
