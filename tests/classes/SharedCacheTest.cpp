@@ -1,0 +1,223 @@
+// Several processes and the class lists that they share; the machine's default paths; trace and assertions.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <win32.h>
+
+#include <fstream>
+
+#include "HostProcess.h"
+#include "Random.h"
+#include "TestFolder.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Lines = std::vector<std::string>;
+
+constexpr size_t BLOCK_SIZE = 65536;
+
+std::string Text(const orm::String& text) {
+  return text.GetBegin();
+}
+
+// The backing file, as the class manager names it.
+std::string GetBackingFile() {
+  char path[1024];
+  return std::string(path, GetTempPathA(sizeof path, path)) + "zrclrg41.tmp";
+}
+
+void WriteBackingFile(const std::string& content) {
+  HANDLE file = CreateFileA(GetBackingFile().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  DWORD written = 0;
+  WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr);
+  CloseHandle(file);
+}
+
+void SetValue(const char* key, const char* name, const std::string& text, DWORD type = REG_SZ) {
+  HKEY handle = nullptr;
+  ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, &handle,
+                            nullptr),
+            0);
+  RegSetValueExA(handle, name, 0, type, reinterpret_cast<const BYTE*>(text.c_str()),
+                 static_cast<DWORD>(text.size() + 1));
+  RegCloseKey(handle);
+}
+
+class SharedCache : public testing::Test {
+ protected:
+  SharedCache() {
+    mFolder.Add("alpha");
+    mFolder.Add("beta");
+  }
+  // Registers the folder in a process of its own; how often that loaded a library.
+  size_t CountLoads(uid_t user = 0) {
+    const size_t before = GetLoads().size();
+    EXPECT_THAT(HostProcess::Run({"register", GetPath(), "classes"}, user),
+                ElementsAre("registered", "CID_Beta", "CID_Alpha"));
+    return GetLoads().size() - before;
+  }
+  std::string GetPath(const char* name = "") const { return Text(mFolder.GetPath(name)); }
+
+  TestFolder mFolder;
+};
+
+TEST_F(SharedCache, TheSecondProcessLoadsNothing) {
+  HostProcess first({"register", GetPath(), "maps", "wait", "create", "CID_Alpha", "maps"});
+  EXPECT_EQ(first.ReadLine(), "registered");
+  EXPECT_EQ(first.ReadLine(), "waiting");
+  EXPECT_EQ(GetLoads().size(), 2u);
+  EXPECT_EQ(CountLoads(), 0u) << "while the first one lives";
+  first.Continue();
+  EXPECT_THAT(first.Finish(), ElementsAre("1", "mapped alpha.dll"));
+  EXPECT_EQ(GetLoads().size(), 3u);
+  EXPECT_EQ(CountLoads(), 0u) << "the list outlives its process";
+  EXPECT_THAT(HostProcess::Run({"register", GetPath(), "maps", "create", "CID_Beta", "maps"}),
+              ElementsAre("registered", "1", "mapped beta.dll"));
+}
+
+TEST_F(SharedCache, ANewVersionIsLoadedOnceMore) {
+  EXPECT_EQ(CountLoads(), 2u);
+  mFolder.Add("alpha_renewed", 500, "alpha.dll");
+  EXPECT_EQ(CountLoads(), 1u);
+  EXPECT_EQ(CountLoads(), 0u);
+}
+
+TEST_F(SharedCache, AKilledHolderOfTheMutexLocksNobodyOut) {
+  EXPECT_EQ(CountLoads(), 2u);
+  HostProcess holder({"hold-mutex"});
+  EXPECT_EQ(holder.ReadLine(), "waiting");
+  HostProcess waiter({"register", GetPath(), "classes"});
+  holder.Kill();
+  EXPECT_THAT(waiter.Finish(), ElementsAre("registered", "CID_Beta", "CID_Alpha"));
+  EXPECT_EQ(CountLoads(), 0u) << "what was finished is there";
+}
+
+TEST_F(SharedCache, AProcessKilledWhileItStoresDoesNoHarm) {
+  Random random(1);
+  EXPECT_EQ(CountLoads(), 2u);
+  // One process stays, so that the mutex is found abandoned; in the other half of the rounds it has gone.
+  for (int round = 0; round < 12; ++round) {
+    HostProcess bystander(round % 2 ? Lines{"wait"} : Lines{"classes"});
+    bystander.ReadLine();
+    HostProcess churn({"churn", GetPath("alpha.dll")});
+    for (unsigned i = 1 + random() % 4; i > 0; --i) EXPECT_EQ(churn.ReadLine(), "stored");
+    for (unsigned spin = random() % 200000; spin > 0; --spin) asm volatile("");
+    churn.Kill();
+    EXPECT_LE(CountLoads(), 1u) << "at most the library whose time is new";
+  }
+}
+
+TEST_F(SharedCache, WithoutItsFileTheBlockLivesAsLongAsItsProcesses) {
+  ASSERT_TRUE(CreateDirectoryA(GetBackingFile().c_str(), nullptr)) << "in the file's place";
+  HostProcess first({"register", GetPath(), "wait"});
+  EXPECT_EQ(first.ReadLine(), "registered");
+  EXPECT_EQ(first.ReadLine(), "waiting");
+  EXPECT_EQ(CountLoads(), 0u);
+  first.Kill();
+  EXPECT_EQ(CountLoads(), 2u);
+}
+
+TEST_F(SharedCache, ABlockOfAnotherFormatIsNotUsed) {
+  for (const std::string& content :
+       {std::string(), std::string(BLOCK_SIZE, '\0'), std::string(BLOCK_SIZE, 'x')}) {
+    WriteBackingFile(content);
+    EXPECT_EQ(CountLoads(), 2u);
+    EXPECT_EQ(CountLoads(), 2u);
+  }
+}
+
+TEST_F(SharedCache, ADamagedBlockIsRepaired) {
+  std::string block(BLOCK_SIZE, '\xA5');
+  block.replace(0, 12, std::string("\x41\0\0\0\x85\xA0\x06\x1D\x8F\x41\x46\x8C", 12));
+  WriteBackingFile(block);
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_EQ(CountLoads(), 0u);
+}
+
+TEST_F(SharedCache, ServesEveryUserOfTheMachine) {
+  if (getuid() != 0) GTEST_SKIP() << "needs root";
+  chmod(std::getenv("ORM_MACHINE"), 0755);
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_EQ(CountLoads(65534), 0u) << "another user reads";
+  mFolder.Add("alpha_renewed", 500, "alpha.dll");
+  const Lines registered = HostProcess::Run({"register", GetPath(), "create", "CID_Alpha"}, 65534);
+  EXPECT_THAT(registered, ElementsAre("registered", "2")) << "and stores";
+  EXPECT_EQ(CountLoads(), 0u);
+}
+
+TEST_F(SharedCache, DefaultPathsAreRegisteredAtTheStart) {
+  constexpr const char* KEY = "Software\\Brightwell\\LibPaths";
+  TestFolder other;
+  other.Add("plain1");
+  TestFolder unreached;
+  unreached.Add("plain2");
+  SetValue(KEY, "1", GetPath("missing"));
+  SetValue(KEY, "2", GetPath("alpha.dll"));
+  SetValue(KEY, "3", GetPath("beta.dll"), REG_EXPAND_SZ);
+  SetValue(KEY, "4", Text(other.GetPath()));
+  SetValue(KEY, "5", std::string(600, 'x'));
+  SetValue(KEY, "6", Text(unreached.GetPath()));
+  EXPECT_THAT(HostProcess::Run({"classes"}), ElementsAre("CID_Alpha", "CID_Plain1"));
+}
+
+class TracedManager : public SharedCache {
+ protected:
+  TracedManager() {
+    const std::string log = std::string(std::getenv("ORM_MACHINE")) + "/trace.log";
+    SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_target", Text(ToPath(log)));
+    SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_format", "%2|%3!c!|");
+    SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_autoassert", "i");
+    for (const char* area : {"ClsMgr", "ClsMgr_LibraryIntl", "ClsMgr_MaskIntl", "ClsMgr_DirectoryIntl",
+                             "ClsMgr_ClassManagerImpl"}) {
+      SetValue("SOFTWARE\\tdbg_trace\\1.0\\ormutil", area, "t");
+    }
+    mLog = log;
+  }
+  Lines GetLog() const {
+    Lines lines;
+    std::ifstream log(mLog);
+    for (std::string line; std::getline(log, line);) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  std::string mLog;
+};
+
+TEST_F(TracedManager, WritesItsScopes) {
+  HostProcess::Run({"register", GetPath(), "create", "CID_Alpha"});
+  const Lines log = GetLog();
+  for (const char* scope :
+       {"ClsMgr_ClassManagerImpl|t|==> Constructor", "ClsMgr_ClassManagerImpl|t|==> Register(Factory)",
+        "ClsMgr_ClassManagerImpl|t|==> RegisterDefaults()", "ClsMgr_ClassManagerImpl|t|==> GetShared()",
+        "ClsMgr_DirectoryIntl|t|==> Register(*.dll) v.1",
+        "ClsMgr_DirectoryIntl|t|==> Register(alpha.dll) v.2", "ClsMgr_MaskIntl|t|==> Register()",
+        "ClsMgr_LibraryIntl|t|==> EnumClasses()", "ClsMgr_LibraryIntl|t|==> CreateInstance(CID_Alpha)",
+        "ClsMgr_ClassManagerImpl|t|==> CreateInstance(CID_Alpha, IID_Numbered)",
+        "ClsMgr_ClassManagerImpl|t|<== CreateInstance(CID_Alpha, IID_Numbered)",
+        "ClsMgr_ClassManagerImpl|t|==> Synchronize()"}) {
+    EXPECT_THAT(log, Contains(scope));
+  }
+  EXPECT_THAT(log, Contains("ClsMgr_LibraryIntl|t|==> Load " + GetPath("alpha.dll")));
+}
+
+TEST_F(TracedManager, ReportsWhatCannotBeLoadedOrFreed) {
+  mFolder.AddFile("text.dll", "no library");
+  mFolder.Add("duplicate_class");
+  HostProcess::Run({"register", GetPath(), "keep", "CID_Alpha"});
+  const Lines log = GetLog();
+  EXPECT_THAT(log,
+              Contains("ClsMgr|e|Failed to load library: '" + GetPath("text.dll") + "', code: 000000c1."));
+  EXPECT_THAT(
+      log,
+      Contains(HasSubstr("src/shared/ClassManager(1308):assert fail:clsids.find(clsid) == clsids.end()")));
+}
+
+}  // namespace
