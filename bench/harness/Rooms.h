@@ -4,6 +4,7 @@
 #include "Bench.h"
 
 void AddBaseRows(bench::Table& table);
+void AddClassRows(bench::Table& table);
 void AddFaceRows(bench::Table& table);
 void AddKernelRows(bench::Table& table);
 void AddThreadRows(bench::Table& table);

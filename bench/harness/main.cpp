@@ -137,6 +137,7 @@ int main(int argc, char** argv) {
   bench::Table table;
   AddBaseRows(table);
   AddTraceRows(table);
+  AddClassRows(table);
   AddFaceRows(table);
   AddKernelRows(table);
   AddThreadRows(table);
