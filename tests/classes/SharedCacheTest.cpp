@@ -20,10 +20,6 @@ using Lines = std::vector<std::string>;
 
 constexpr size_t BLOCK_SIZE = 65536;
 
-std::string Text(const orm::String& text) {
-  return text.GetBegin();
-}
-
 // The backing file, as the class manager names it.
 std::string GetBackingFile() {
   char path[1024];
@@ -61,7 +57,7 @@ class SharedCache : public testing::Test {
                 ElementsAre("registered", "CID_Beta", "CID_Alpha"));
     return GetLoads().size() - before;
   }
-  std::string GetPath(const char* name = "") const { return Text(mFolder.GetPath(name)); }
+  std::string GetPath(const char* name = "") const { return mFolder.GetPathText(name); }
 
   TestFolder mFolder;
 };
@@ -159,9 +155,9 @@ TEST_F(SharedCache, DefaultPathsAreRegisteredAtTheStart) {
   SetValue(KEY, "1", GetPath("missing"));
   SetValue(KEY, "2", GetPath("alpha.dll"));
   SetValue(KEY, "3", GetPath("beta.dll"), REG_EXPAND_SZ);
-  SetValue(KEY, "4", Text(other.GetPath()));
+  SetValue(KEY, "4", other.GetPathText());
   SetValue(KEY, "5", std::string(600, 'x'));
-  SetValue(KEY, "6", Text(unreached.GetPath()));
+  SetValue(KEY, "6", unreached.GetPathText());
   EXPECT_THAT(HostProcess::Run({"classes"}), ElementsAre("CID_Alpha", "CID_Plain1"));
 }
 
@@ -169,7 +165,7 @@ class TracedManager : public SharedCache {
  protected:
   TracedManager() {
     const std::string log = std::string(std::getenv("ORM_MACHINE")) + "/trace.log";
-    SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_target", Text(ToPath(log)));
+    SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_target", ToPath(log));
     SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_format", "%2|%3!c!|");
     SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_autoassert", "i");
     for (const char* area : {"ClsMgr", "ClsMgr_LibraryIntl", "ClsMgr_MaskIntl", "ClsMgr_DirectoryIntl",

@@ -52,14 +52,14 @@ void TestFolder::Remove(const std::string& name) {
   fs::remove(mPath / name);
 }
 
-orm::String TestFolder::GetPath(const std::string& name) const {
+std::string TestFolder::GetPathText(const std::string& name) const {
   return ToPath(name.empty() ? mPath : mPath / name);
 }
 
-orm::String ToPath(const fs::path& path) {
+std::string ToPath(const fs::path& path) {
   std::string text = "z:" + path.string();
   for (char& c : text) c = c == '/' ? '\\' : c;
-  return text.c_str();
+  return text;
 }
 
 bool IsMapped(const std::string& name) {

@@ -22,7 +22,8 @@ class TestFolder {
   void Remove(const std::string& name);
 
   // The path as the class manager takes it.
-  orm::String GetPath(const std::string& name = "") const;
+  std::string GetPathText(const std::string& name = "") const;
+  orm::String GetPath(const std::string& name = "") const { return GetPathText(name).c_str(); }
   std::filesystem::path GetFile(const std::string& name) const { return mPath / name; }
 
  private:
@@ -30,7 +31,7 @@ class TestFolder {
 };
 
 // The class manager's way of writing an absolute Unix path.
-orm::String ToPath(const std::filesystem::path& path);
+std::string ToPath(const std::filesystem::path& path);
 
 // Whether a library of that file name is mapped into this process.
 bool IsMapped(const std::string& name);
