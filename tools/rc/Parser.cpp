@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <stdexcept>
 
+#include "BitmapFile.h"
 #include "kernel/ResourceDirectory.h"
 
 namespace orm::rc {
@@ -25,15 +27,13 @@ std::string Describe(const Token& token) {
   return "'" + token.text + "'";
 }
 
-// What a bitmap file holds after its file header, or an error about the file.
+// A bitmap file as resource data, or an error about the file.
 std::string BitmapData(const Token& name, const std::string& file) {
-  constexpr std::size_t fileHeader = 14;
-  constexpr std::size_t smallestInfo = 12;
-  if (file.size() < 2 || file[0] != 'B' || file[1] != 'M')
-    throw SourceError(name.at, "'" + FileName(name) + "' is no bitmap file");
-  if (file.size() < fileHeader + smallestInfo)
-    throw SourceError(name.at, "the bitmap file '" + FileName(name) + "' is cut short");
-  return file.substr(fileHeader);
+  try {
+    return ResourceFromBitmapFile(file);
+  } catch (const std::invalid_argument& reason) {
+    throw SourceError(name.at, "the file '" + FileName(name) + "' " + reason.what());
+  }
 }
 
 class Parser {

@@ -1,0 +1,106 @@
+// orm draw bitmap: loads a bitmap file the way a resource is loaded and draws it.
+#include "DrawBitmap.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "BitmapFile.h"
+#include "Picture.h"
+
+namespace orm::draw {
+namespace {
+
+constexpr int mostPixels = 16384;  // of a picture's side
+
+StretchInfo ParseScale(const std::string& text) {
+  if (text.empty()) return StretchInfo::GetNotChanging();
+  StretchInfo scale{};
+  int read = 0;
+  if (std::sscanf(text.c_str(), "%d/%d%n", &scale.mMulX, &scale.mDivX, &read) == 2) {
+    scale.mMulY = scale.mMulX;
+    scale.mDivY = scale.mDivX;
+    int more = 0;
+    if (text[static_cast<std::size_t>(read)] == 'x' &&
+        std::sscanf(text.c_str() + read, "x%d/%d%n", &scale.mMulY, &scale.mDivY, &more) == 2)
+      read += more;
+    if (static_cast<std::size_t>(read) == text.size() && scale.mMulX > 0 && scale.mDivX > 0 &&
+        scale.mMulY > 0 && scale.mDivY > 0)
+      return scale;
+  }
+  throw std::invalid_argument("'" + text + "' is no scale: write 120/96, or 3/2x1/2 for width and height");
+}
+
+struct Repeat {
+  SIZE size{};
+  Bitmap::RepeatInfo info;
+};
+
+Repeat ParseRepeat(const std::string& text) {
+  Repeat repeat;
+  Bitmap::RepeatInfo& info = repeat.info;
+  const int fields = std::sscanf(text.c_str(), "%dx%d:%d,%d,%d,%d,%d,%d,%d,%d", &repeat.size.cx,
+                                 &repeat.size.cy, &info.mStartX, &info.mLengthX, &info.mPeriodX,
+                                 &info.mPhaseX, &info.mStartY, &info.mLengthY, &info.mPeriodY, &info.mPhaseY);
+  if (fields >= 2 && repeat.size.cx > 0 && repeat.size.cy > 0 && repeat.size.cx <= mostPixels &&
+      repeat.size.cy <= mostPixels)
+    return repeat;
+  throw std::invalid_argument("'" + text +
+                              "' is no repetition: write WIDTHxHEIGHT, then : and the start, length, period "
+                              "and phase of the columns and of the rows");
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!file || file.bad()) throw std::runtime_error("cannot read " + path);
+  return content;
+}
+
+SIZE SizeOf(const Bitmap& bitmap) {
+  BITMAP description{};
+  GetObjectA(bitmap.GetHandle(), sizeof description, &description);
+  return {description.bmWidth, description.bmHeight};
+}
+
+}  // namespace
+
+COLORREF ParseColor(const std::string& text) {
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(text.c_str(), &end, 16);
+  if (text.size() != 6 || *end != 0) throw std::invalid_argument("'" + text + "' is no colour: write RRGGBB");
+  return RGB(static_cast<BYTE>(value >> 16), static_cast<BYTE>(value >> 8), static_cast<BYTE>(value));
+}
+
+void DrawBitmapFile(const BitmapOptions& options) {
+  const StretchInfo scale = ParseScale(options.scale);
+  const std::optional<Repeat> repeat =
+      options.repeat.empty() ? std::nullopt : std::optional(ParseRepeat(options.repeat));
+  const bool first = options.transparent == "first";
+  const COLORREF color = first || options.transparent.empty() ? 0 : ParseColor(options.transparent);
+  std::string resource;
+  try {
+    resource = rc::ResourceFromBitmapFile(ReadFile(options.file));
+  } catch (const std::invalid_argument& reason) {
+    throw std::runtime_error(options.file + " " + reason.what());
+  }
+  Bitmap bitmap;
+  if (!bitmap.LoadData(resource.data(), resource.size(), scale, options.system) || !bitmap.GetHandle())
+    throw std::runtime_error(options.file + " cannot be loaded");
+  const SIZE size = repeat ? repeat->size : SizeOf(bitmap);
+  const Picture picture(size.cx, size.cy);
+  if (repeat) {
+    bitmap.DrawRepeat(picture.GetContext(), {0, 0}, size, repeat->info, true);
+  } else if (!options.transparent.empty()) {
+    picture.FillCheckered({0, 0, size.cx, size.cy});
+    bitmap.DrawTransparent(picture.GetContext(), {0, 0},
+                           first ? Bitmap::TRANS_FIRSTPIXEL : Bitmap::TRANS_COLOR, color, {0, 0}, {0, 0});
+  } else {
+    bitmap.Draw(picture.GetContext(), {0, 0}, {0, 0}, {0, 0});
+  }
+  picture.Save(options.output);
+}
+
+}  // namespace orm::draw

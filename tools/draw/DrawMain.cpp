@@ -1,0 +1,114 @@
+// The command line of orm draw.
+#include "DrawMain.h"
+
+#include <ormutil/Font.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+
+#include "DrawBitmap.h"
+#include "DrawSheet.h"
+#include "Picture.h"
+
+namespace orm::draw {
+namespace {
+
+struct FontOptions {
+  std::string descriptor;
+  std::string text;
+  std::string output;
+  std::string background = "ffffff";
+  int width = 0;
+};
+
+constexpr int margin = 8;
+
+void DrawFont(const FontOptions& options) {
+  Font font;
+  if (!font.Create(FromUtf8(options.descriptor)) || !font.GetHandle())
+    throw std::invalid_argument(
+        "'" + options.descriptor +
+        "' is no font descriptor: write face;size;colour;weight;style;charset:layers:x,y");
+  const COLORREF background = ParseColor(options.background);
+  const String text = FromUtf8(options.text);
+  const unsigned format = DT_NOPREFIX | DT_EXPANDTABS | (options.width > 0 ? DT_WORDBREAK : 0);
+  const Picture probe(1, 1);
+  // Measured from 0,0: layers to the left and above are at negative places.
+  const RECT room = font.GetSize(probe.GetContext(), RECT{0, 0, std::max(options.width, 0), 0}, text, format);
+  const Picture picture(room.right - room.left + 2 * margin, room.bottom - room.top + 2 * margin);
+  picture.FillAll(background);
+  const LONG left = margin - room.left;
+  const LONG top = margin - room.top;
+  font.DrawFormatted(picture.GetContext(),
+                     RECT{left, top, left + std::max(room.right, options.width), top + room.bottom}, text,
+                     format | DT_NOCLIP);
+  picture.Save(options.output);
+}
+
+void AddOutput(CLI::App& command, std::string& output) {
+  command.add_option("-o,--output", output, "the PNG file to write")->required()->type_name("FILE.png");
+}
+
+void AddFont(CLI::App& app, FontOptions& options) {
+  CLI::App* command = app.add_subcommand("font", "Draw a text in the font of a descriptor");
+  command->add_option("descriptor", options.descriptor, "face;size;colour;weight;style;charset:layers:x,y")
+      ->required();
+  command->add_option("text", options.text, "the text; tabs and line ends count")->required();
+  command->add_option("--background", options.background, "RRGGBB, white unless given");
+  command->add_option("--width", options.width, "break lines at this many pixels")
+      ->check(CLI::Range(1, 8192));
+  AddOutput(*command, options.output);
+  command->footer(
+      "Examples:\n  orm draw font 'DejaVu Sans;24;ffffff;700;0;1:2,2,000000' Ready --background 306090 -o "
+      "ready.png");
+  command->callback([&options] { DrawFont(options); });
+}
+
+void AddBitmap(CLI::App& app, BitmapOptions& options) {
+  CLI::App* command = app.add_subcommand("bitmap", "Load a bitmap file as a resource would be, and draw it");
+  command->add_option("file", options.file, "the bitmap file")->required();
+  command->add_option("--scale", options.scale, "factor, 120/96; or width x height, 3/2x1/2");
+  command->add_flag("--system", options.system, "scale by the system's stretching, not the own resampler");
+  CLI::Option* transparent =
+      command->add_option("--transparent", options.transparent, "first, or the colour RRGGBB");
+  command
+      ->add_option("--repeat", options.repeat,
+                   "WxH:startX,lengthX,periodX,phaseX,startY,lengthY,periodY,phaseY")
+      ->excludes(transparent);
+  AddOutput(*command, options.output);
+  command->footer("Examples:\n  orm draw bitmap frame.bmp --repeat 320x200:8,16,1,0,8,16,1,0 -o frame.png");
+  command->callback([&options] { DrawBitmapFile(options); });
+}
+
+}  // namespace
+
+int DrawMain(int argc, char** argv) {
+  CLI::App app("Draw texts and bitmaps into PNG files", "orm draw");
+  app.require_subcommand(1);
+  FontOptions font;
+  BitmapOptions bitmap;
+  std::string sheet;
+  AddFont(app, font);
+  AddBitmap(app, bitmap);
+  CLI::App* command = app.add_subcommand("sheet", "Show every drawing feature in one picture");
+  AddOutput(*command, sheet);
+  command->callback([&sheet] { DrawSheet(sheet); });
+  try {
+    app.parse(argc, argv);
+    return 0;
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const std::invalid_argument& error) {
+    std::fprintf(stderr, "orm draw: %s\n", error.what());
+    return 2;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "orm draw: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace orm::draw
