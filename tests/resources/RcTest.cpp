@@ -30,7 +30,9 @@ orm::rc::PreprocessorOptions Options(const Files& files) {
 }
 
 std::string Bitmap() {
-  return "BM" + std::string(12, '\0') + std::string("\x0C\0\0\0", 4) + std::string(8, '\1');
+  // A header of 40 bytes for 24 bits per pixel, and no pixels.
+  return "BM" + std::string(8, '\0') + std::string("\x36\0\0\0\x28\0\0\0", 8) + std::string(8, '\0') +
+         std::string("\1\0\x18\0", 4) + std::string(24, '\0');
 }
 
 // The error that the script "a.rc" gets, or what it holds.
@@ -98,8 +100,8 @@ TEST(Rc, Statements) {
   EXPECT_EQ(Compile("LANGUAGE 0x11, 1\nSTRINGTABLE { 1 \"x\" }"), "strings 1, language 1041: 34 bytes\n");
   EXPECT_EQ(Compile("7 BITMAP \"b.bmp\"\nlogo BITMAP LOADONCALL \"b.bmp\"\n\"q\" bitmap \".\\\\b.bmp\"",
                     {{"./b.bmp", Bitmap()}}),
-            "bitmap 7, language 1033: 12 bytes\nbitmap LOGO, language 1033: 12 bytes\nbitmap Q, language "
-            "1033: 12 bytes\n");
+            "bitmap 7, language 1033: 40 bytes\nbitmap LOGO, language 1033: 40 bytes\nbitmap Q, language "
+            "1033: 40 bytes\n");
 }
 
 TEST(Rc, HeadersAreSharedWithThePrograms) {
@@ -143,7 +145,7 @@ TEST(Rc, Errors) {
       {"1 BITMAP b.bmp", "a.rc:1:10: error: expected the name of a bitmap file in quotation marks, not 'b'"},
       {"1 BITMAP \"c.bmp\"", "a.rc:1:10: error: cannot read the file 'c.bmp'"},
       {"1 BITMAP \"a.rc\"", "a.rc:1:10: error: 'a.rc' is no bitmap file"},
-      {"1 BITMAP \"s.bmp\"", "a.rc:1:10: error: the bitmap file 's.bmp' is cut short"},
+      {"1 BITMAP \"s.bmp\"", "a.rc:1:10: error: 's.bmp' is cut short"},
       {"1 BITMAP \"b.bmp\" 1 BITMAP \"b.bmp\"",
        "a.rc:1:18: error: there is a resource '1' of this type already, at a.rc:1:1"},
       {"0 BITMAP \"b.bmp\"", "a.rc:1:1: error: a resource's number lies between 1 and 65535"},

@@ -32,7 +32,7 @@ std::string BitmapData(const Token& name, const std::string& file) {
   try {
     return ResourceFromBitmapFile(file);
   } catch (const std::invalid_argument& reason) {
-    throw SourceError(name.at, "the file '" + FileName(name) + "' " + reason.what());
+    throw SourceError(name.at, "'" + FileName(name) + "' " + reason.what());
   }
 }
 

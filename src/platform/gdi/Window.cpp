@@ -11,7 +11,7 @@ namespace {
 bool PlaceOnWindow(Context& context, HWND window) {
   RECT client{};
   POINT corner{0, 0};
-  if (!GetClientRect(window, &client)) return false;
+  if (!GetClientRect(window, &client) || !ClientToScreen(window, &corner)) return false;
   context.window = window;
   context.offset = corner;
   context.Narrow({SaturatedAdd(client.left, corner.x), SaturatedAdd(client.top, corner.y),

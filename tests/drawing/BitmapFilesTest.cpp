@@ -1,0 +1,90 @@
+// Bitmap files that another program wrote: brought into the form of resources, loaded, and compared with what
+// that program itself reads from them.
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "BitmapFile.h"
+#include "drawing/Drawing.h"
+
+namespace test {
+namespace {
+
+using BitmapFilesTest = DrawingTest;
+using orm::Bitmap;
+using orm::StretchInfo;
+using orm::rc::ResourceFromBitmapFile;
+
+std::string ReadData(const std::string& name) {
+  std::ifstream file(ORM_DRAWING_DATA "/" + name, std::ios::binary);
+  EXPECT_TRUE(file) << name;
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+bool LoadFile(Bitmap& bitmap, std::string_view file) {
+  const std::string resource = ResourceFromBitmapFile(file);
+  return bitmap.LoadData(resource.data(), resource.size(), StretchInfo::GetNotChanging(), false);
+}
+
+TEST_F(BitmapFilesTest, AreReadAsTheirWriterReadsThem) {
+  // Channels of 5 and 6 bits are widened differently by a step at most.
+  const struct {
+    const char* name;
+    int tolerance;
+  } files[] = {{"rgb24", 0}, {"rgb24_v5", 0}, {"argb32", 0}, {"rgb555", 1}, {"rgb565", 1},
+               {"pal8", 0},  {"rle8", 0},     {"pal4", 0},   {"mono", 0}};
+  for (const auto& c : files) {
+    Bitmap bitmap;
+    ASSERT_TRUE(LoadFile(bitmap, ReadData(std::string(c.name) + ".bmp"))) << c.name;
+    const Pixels pixels(bitmap);
+    const std::string expected = ReadData(std::string(c.name) + ".ppm");
+    int width = 0, height = 0, start = 0;
+    ASSERT_EQ(std::sscanf(expected.c_str(), "P6 %d %d 255%n", &width, &height, &start), 2) << c.name;
+    ASSERT_EQ(pixels.width, width);
+    ASSERT_EQ(pixels.height, height);
+    const auto* byte = reinterpret_cast<const BYTE*>(expected.data()) + start + 1;
+    for (const std::uint32_t color : pixels.colors)
+      for (int shift = 16; shift >= 0; shift -= 8)
+        ASSERT_NEAR(static_cast<int>(color >> shift & 0xFF), *byte++, c.tolerance) << c.name;
+  }
+}
+
+// A file with a colour table of three entries for 8 bits, and room before the pixels.
+std::string ShortTable() {
+  Resource file;
+  file.bytes = {'B', 'M'};
+  file.Put32(0).Put32(0).Put32(14 + 40 + 12 + 8);
+  file.PutHeader(4, 1, 8);
+  file.bytes[14 + 32] = 3;
+  file.Put32(0x112233).Put32(0x445566).Put32(0x778899);
+  file.bytes.resize(file.bytes.size() + 8, 0xEE);
+  file.Put32(0x02000102);
+  return {file.bytes.begin(), file.bytes.end()};
+}
+
+TEST_F(BitmapFilesTest, ShortTablesAreFilledUp) {
+  Bitmap bitmap;
+  ASSERT_TRUE(LoadFile(bitmap, ShortTable()));
+  EXPECT_THAT(Pixels(bitmap).colors, testing::ElementsAre(0x778899u, 0x445566u, 0x112233u, 0x778899u));
+}
+
+TEST_F(BitmapFilesTest, EveryTruncationIsRefusedOrLoads) {
+  for (const char* name : {"pal4", "argb32"}) {
+    const std::string whole = ReadData(std::string(name) + ".bmp");
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+      const std::string part = whole.substr(0, size);
+      Bitmap bitmap;
+      try {
+        LoadFile(bitmap, part);
+      } catch (const std::invalid_argument&) {
+      }
+    }
+  }
+  TakeAssertions();
+  EXPECT_THROW(ResourceFromBitmapFile("GIF89a"), std::invalid_argument);
+  EXPECT_THROW(ResourceFromBitmapFile(""), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace test
