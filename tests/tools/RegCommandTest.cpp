@@ -187,6 +187,13 @@ TEST(RegCommand, WatchSeesChangesOfAnotherProcess) {
   EXPECT_EQ(json["after"]["text"], "new");
 }
 
+TEST(RegCommand, WatchSeesTheTraceConfigurationToo) {
+  RunningOrm watch({"reg", "watch", "HKLM", "--count", "1"});
+  EXPECT_THAT(watch.ReadErrorLine(), HasSubstr("watching"));
+  Succeeds({"trace", "set", "ormutil", "thread", "w"});
+  EXPECT_THAT(watch.Finish().out, HasSubstr("\"thread\"  REG_SZ n  ->  REG_SZ w"));
+}
+
 TEST(RegCommand, ChecksTheStore) {
   Succeeds({"reg", "import", WriteFileBytes("in.reg", SAMPLE)});
   const Outcome outcome = RunOrm({"reg", "check"});

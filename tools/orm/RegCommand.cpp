@@ -384,22 +384,17 @@ struct WatchOptions {
   bool json = false;
 };
 
-// Asks for the tree only when the change word has moved.
+// Asks for the tree only when something was committed.
 void Watch(const WatchOptions& options) {
   constexpr DWORD LOOK_EVERY = 20;  // ms
   const RegPath path = PathFromArgument(options.key);
-  const volatile uint64_t* word = OrmRegistryChangeWord(path.root);
-  uint64_t seen = *word;
+  RegChangeMark mark(path);
   RegDocument before = ReadRegTree(path);
   std::fprintf(stderr, "watching %s\n", ToDisplayLine(path.GetName()).c_str());
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
-  for (unsigned printed = 0; options.count == 0 || printed < options.count;) {
+  for (unsigned printed = 0; options.count == 0 || printed < options.count; Sleep(LOOK_EVERY)) {
     if (options.seconds > 0 && std::chrono::steady_clock::now() >= end) return;
-    if (*word == seen) {
-      Sleep(LOOK_EVERY);
-      continue;
-    }
-    seen = *word;
+    if (!mark.HasMoved()) continue;
     RegDocument after = ReadRegTree(path);
     for (const RegDifference& difference : CompareRegTrees(before, after)) {
       if (options.json) {

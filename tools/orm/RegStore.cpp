@@ -104,6 +104,29 @@ std::optional<RegData> RegKey::GetValue(const std::string& name) const {
   }
 }
 
+// The keys of the local machine that every user may write are kept apart and have a word of their own; the
+// trace configuration is one of them, and there since this process loaded the library.
+RegChangeMark::RegChangeMark(const RegPath& path) {
+  const auto add = [&](HKEY key) {
+    const volatile uint64_t* word = OrmRegistryChangeWord(key);
+    mWords.push_back({word, *word});
+  };
+  add(path.root);
+  if (path.root != HKEY_LOCAL_MACHINE) return;
+  if (const RegKey open = RegKey::Open({path.root, "SOFTWARE\\tdbg_trace\\1.0"}, KEY_QUERY_VALUE))
+    add(open.Get());
+}
+
+bool RegChangeMark::HasMoved() {
+  bool moved = false;
+  for (Word& word : mWords) {
+    const uint64_t now = *word.word;
+    moved |= now != word.seen;
+    word.seen = now;
+  }
+  return moved;
+}
+
 bool RegKeyExists(const RegPath& path) {
   return static_cast<bool>(RegKey::Open(path, KEY_QUERY_VALUE));
 }

@@ -43,6 +43,21 @@ class RegKey {
 
 bool RegKeyExists(const RegPath& path);
 
+// Tells whether anything was committed to the part of the registry that holds a key, without a system call.
+class RegChangeMark {
+ public:
+  explicit RegChangeMark(const RegPath& path);
+  // Whether something was since the last call (the first one: since construction).
+  bool HasMoved();
+
+ private:
+  struct Word {
+    const volatile uint64_t* word;
+    uint64_t seen;
+  };
+  std::vector<Word> mWords;
+};
+
 // A string value's text, without its terminator, for reading configuration.
 std::optional<std::string> ReadRegText(const RegPath& path, const std::string& name);
 
