@@ -86,10 +86,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "utility library for component-based programs
- Strings, buffers, layered errors, archives, values, times, property bags,
- threads, a component manager and drawing helpers over a small platform
- layer, and the orm command to look at all of them.")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+  "Reference-counted types, a component manager, property bags in a registry, threads and drawing helpers over a small
+platform layer, and the orm command to look at all of them.")
 file(WRITE ${CMAKE_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
 # Debian wants a changelog of its own form beside ours.
 string(TIMESTAMP today "%a, %d %b %Y 00:00:00 +0000" UTC)
