@@ -116,7 +116,7 @@ TEST_F(PaletteTest, SelectionCountsAndIndices) {
   RealizePalette(mScreen);
   EXPECT_EQ(SetPixel(mScreen, 1, 1, PALETTEINDEX(2)), RGB(2, 9, 253));
   EXPECT_EQ(SelectPalette(mScreen, previous, TRUE), palette);
-  EXPECT_EQ(GetNearestPaletteIndex(palette, RGB(1, 9, 255)), 1u);
+  EXPECT_EQ(GetNearestPaletteIndex(palette, RGB(1, 9, 254)), 1u);
   PALETTEENTRY entries[4]{};
   EXPECT_EQ(GetPaletteEntries(palette, 1, 4, entries), 2u);
   EXPECT_EQ(entries[0].peBlue, 254);
