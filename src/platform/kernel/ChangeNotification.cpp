@@ -1,154 +1,188 @@
 // Change notifications of folders, over inotify.
-#include <errno.h>
+//
+// What happens is queued by the kernel from the moment that the watch exists, so that nothing is missed
+// between two looks, nor between a look and the re-arming. Content that changes through a shared mapping is
+// seen when its writer closes the file.
+#include <dirent.h>
 #include <limits.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
+#include <cerrno>
 #include <map>
+#include <memory>
 #include <mutex>
-#include <string>
 
-#include "kernel/Errno.h"
-#include "kernel/Paths.h"
+#include "kernel/FileDisk.h"
 #include "kernel/Waitable.h"
-#include "win32.h"
+#include "win32/files.h"
 
 namespace orm::platform {
-
 namespace {
 
-constexpr DWORD NAME_CHANGES = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME;
-constexpr DWORD CONTENT_CHANGES = FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
-constexpr uint32_t NAME_EVENTS = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
-constexpr uint32_t FOLDER_EVENTS = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t nameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
+constexpr std::uint32_t selfEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
+constexpr DWORD allFilters = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
+                             FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SIZE |
+                             FILE_NOTIFY_CHANGE_LAST_WRITE;
 
-uint32_t EventsOf(DWORD filter, bool subtree) {
-  uint32_t events = FOLDER_EVENTS | IN_ONLYDIR;
-  if ((filter & NAME_CHANGES) != 0 || subtree) events |= NAME_EVENTS;
-  // A set time stamp comes as a change of attributes.
-  if ((filter & CONTENT_CHANGES) != 0) events |= IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB;
-  if ((filter & FILE_NOTIFY_CHANGE_ATTRIBUTES) != 0) events |= IN_ATTRIB;
-  return events;
-}
-
-// Signalled from the first change until it is re-armed. What happens meanwhile stays in the descriptor and
-// signals the object again at once.
-class ChangeObject final : public Waitable {
+class ChangeNotification final : public Waitable {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kChangeNotification;
 
-  ChangeObject(int descriptor, DWORD filter, bool subtree)
-      : Waitable(kKind), mDescriptor(descriptor), mFilter(filter), mSubtree(subtree) {}
+  ChangeNotification(std::string folder, bool subtree, DWORD filter) noexcept
+      : Waitable(kKind), mFolder(std::move(folder)), mSubtree(subtree), mFilter(filter) {}
 
-  // False with errno when the folder cannot be watched.
-  bool Watch(const std::string& folder) {
-    const int watch = inotify_add_watch(mDescriptor, folder.c_str(), EventsOf(mFilter, mSubtree));
-    if (watch < 0) return false;
-    if (mRoot < 0) mRoot = watch;
-    if (!mSubtree) return true;
-    mFolders[watch] = folder;
-    std::error_code ignored;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
-      if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) (void)Watch(entry.path().string());
+  // Begins to watch; 0 or an errno value.
+  int Start() {
+    mProcess = getpid();
+    mWatched.clear();
+    mQueue = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    return mQueue < 0 ? errno : Watch(mFolder);
+  }
+
+  // False when the folder is gone.
+  bool Rearm() {
+    const std::lock_guard lock(mLock);
+    mIsSignalled = false;
+    return !mIsGone;
+  }
+
+  int PollDescriptor() const noexcept override { return mQueue; }
+
+  // Stays signalled until it is re-armed.
+  Acquired TryAcquire(const WaitNode&) noexcept override {
+    const std::lock_guard lock(mLock);
+    StartAnewAfterFork();
+    while (ReadEvents()) continue;
+    return mIsSignalled ? Acquired::kYes : Acquired::kNo;
+  }
+
+ protected:
+  ~ChangeNotification() override {
+    if (mQueue >= 0) close(mQueue);
+  }
+
+ private:
+  std::uint32_t Mask() const {
+    std::uint32_t mask = nameEvents | selfEvents | IN_ONLYDIR;
+    if ((mFilter & (FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0)
+      mask |= IN_MODIFY | IN_CLOSE_WRITE;
+    if ((mFilter & (FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0) mask |= IN_ATTRIB;
+    return mask;
+  }
+
+  int Watch(const std::string& folder) {
+    const int watch = inotify_add_watch(mQueue, folder.c_str(), Mask());
+    if (watch < 0) return errno;
+    mWatched[watch] = folder;
+    if (mSubtree) WatchBelow(folder);
+    return 0;
+  }
+
+  void WatchBelow(const std::string& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+    if (listing == nullptr) return;
+    while (const dirent* entry = readdir(listing.get())) {
+      const std::string name = entry->d_name;
+      struct stat status {};
+      const std::string path = folder + '/' + name;
+      if (name == "." || name == ".." || lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+        continue;
+      Watch(path);
+    }
+  }
+
+  // The queue is the parent's: reading it would take its events away. What has happened before is not known,
+  // so the handle is signalled.
+  void StartAnewAfterFork() {
+    if (mProcess == getpid()) return;
+    close(mQueue);
+    mIsGone = Start() != 0;
+    mIsSignalled = true;
+  }
+
+  // One buffer full of events; false when there are none.
+  bool ReadEvents() {
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t size = read(mQueue, buffer, sizeof buffer);
+    if (size <= 0) return size < 0 && errno == EINTR;
+    for (ssize_t at = 0; at < size;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+      See(*event);
+      at += static_cast<ssize_t>(sizeof *event + event->len);
     }
     return true;
   }
 
-  Acquired TryAcquire(const WaitNode&) noexcept override {
-    const std::lock_guard lock(mMutex);
-    if (!mChanged) ReadEvents();
-    return mChanged ? Acquired::kYes : Acquired::kNo;
-  }
-  int PollDescriptor() const noexcept override { return mDescriptor; }
-
-  // False when the folder is gone.
-  bool Rearm() {
-    const std::lock_guard lock(mMutex);
-    mChanged = false;
-    return !mGone;
-  }
-
- private:
-  ~ChangeObject() override { close(mDescriptor); }
-
-  void ReadEvents() {
-    alignas(inotify_event) char buffer[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
-    for (ssize_t size; (size = read(mDescriptor, buffer, sizeof buffer)) > 0;) {
-      for (const char* p = buffer; p < buffer + size;) {
-        const auto& event = *reinterpret_cast<const inotify_event*>(p);
-        Take(event);
-        p += sizeof event + event.len;
-      }
-    }
-  }
-
-  void Take(const inotify_event& event) {
+  void See(const inotify_event& event) {
     const bool isFolder = (event.mask & IN_ISDIR) != 0;
-    if ((event.mask & IN_Q_OVERFLOW) != 0) mChanged = true;
-    if ((event.mask & (FOLDER_EVENTS | IN_IGNORED)) != 0 && event.wd == mRoot) mGone = mChanged = true;
-    if ((event.mask & NAME_EVENTS) != 0) {
-      mChanged |= (mFilter & (isFolder ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME)) != 0;
-      // A file that was moved over another one has another content too.
-      if ((event.mask & IN_MOVED_TO) != 0) mChanged |= !isFolder && (mFilter & CONTENT_CHANGES) != 0;
-      if (mSubtree && isFolder && (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0 && event.len != 0) {
-        (void)Watch(mFolders[event.wd] + "/" + event.name);
+    const auto watched = mWatched.find(event.wd);
+    const bool isTop = watched != mWatched.end() && watched->second == mFolder;
+    if ((event.mask & IN_Q_OVERFLOW) != 0) mIsSignalled = true;
+    // Who watches by name is to look where the name leads now.
+    if ((event.mask & (selfEvents | IN_IGNORED)) != 0 && isTop) mIsGone = mIsSignalled = true;
+    if ((event.mask & nameEvents) != 0) {
+      const DWORD kind = isFolder ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME;
+      if ((mFilter & kind) != 0) mIsSignalled = true;
+      const bool comes = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
+      // What was made in the new folder before the watch on it is only seen as the new folder.
+      if (comes && isFolder && mSubtree && watched != mWatched.end()) {
+        Watch(watched->second + '/' + event.name);
+        mIsSignalled = true;
       }
     }
-    if ((event.mask & (IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB)) != 0 && event.len != 0) mChanged = true;
+    if ((event.mask & (IN_MODIFY | IN_CLOSE_WRITE)) != 0) mIsSignalled = true;
+    // The time of a folder's own entry is of no interest unless attributes are.
+    if ((event.mask & IN_ATTRIB) != 0 && (event.len != 0 || (mFilter & FILE_NOTIFY_CHANGE_ATTRIBUTES) != 0))
+      mIsSignalled = true;
+    if ((event.mask & IN_IGNORED) != 0 && watched != mWatched.end()) mWatched.erase(watched);
   }
 
-  const int mDescriptor;
-  const DWORD mFilter;
+  std::mutex mLock;
+  const std::string mFolder;
   const bool mSubtree;
-  std::mutex mMutex;
-  bool mChanged = false;
-  bool mGone = false;
-  int mRoot = -1;
-  std::map<int, std::string> mFolders;  // by watch; for subtrees only
+  const DWORD mFilter;
+  int mQueue = -1;
+  pid_t mProcess = 0;
+  bool mIsSignalled = false;
+  bool mIsGone = false;
+  std::map<int, std::string> mWatched;
 };
 
-HANDLE Fail(DWORD error) {
-  SetLastError(error);
-  return INVALID_HANDLE_VALUE;
-}
-
 }  // namespace
-
 }  // namespace orm::platform
 
 using namespace orm::platform;
 
-extern "C" {
-
 HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter) {
-  if (folder == nullptr || filter == 0) return Fail(ERROR_INVALID_PARAMETER);
-  DWORD error = ERROR_SUCCESS;
-  const std::string path = UnixPath(folder, &error);
-  if (path.empty()) return Fail(error);
-  const int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (descriptor < 0) return Fail(ErrorFromErrno(errno));
-  auto object = MakeRef<ChangeObject>(descriptor, filter, subtree != FALSE);
-  if (!object->Watch(path)) return Fail(ErrorFromErrno(errno));
-  const HANDLE handle = AllocateHandle(std::move(object));
-  return handle != nullptr ? handle : INVALID_HANDLE_VALUE;
+  if (filter == 0 || (filter & ~allFilters) != 0) {
+    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+    return INVALID_HANDLE_VALUE;
+  }
+  const std::string translated = TranslateOrFail(folder);
+  if (translated.empty()) return INVALID_HANDLE_VALUE;
+  const std::string path = ResolveCase(translated);
+  auto change = MakeRef<ChangeNotification>(path, subtree != FALSE, filter);
+  if (const int error = change->Start(); error != 0) {
+    FailWith(error, path);
+    if (error == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
+    if (error == ENOSPC) SetLastErrorCode(ERROR_NO_SYSTEM_RESOURCES);  // the user's limit of watches
+    return INVALID_HANDLE_VALUE;
+  }
+  const HANDLE handle = AllocateHandle(std::move(change));
+  return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
 BOOL FindNextChangeNotification(HANDLE change) {
-  const HandlePin pin(change);
-  auto* object = PinnedAs<ChangeObject>(pin);
-  if (object == nullptr) return FALSE;
+  const auto object = ReferenceHandle<ChangeNotification>(change);
+  if (!object) return FALSE;
   if (object->Rearm()) return TRUE;
-  SetLastError(ERROR_ACCESS_DENIED);
+  SetLastErrorCode(ERROR_ACCESS_DENIED);
   return FALSE;
 }
 
 BOOL FindCloseChangeNotification(HANDLE change) {
-  {
-    const HandlePin pin(change);
-    if (PinnedAs<ChangeObject>(pin) == nullptr) return FALSE;
-  }
-  return ReleaseHandle(change) ? TRUE : FALSE;
+  return ReferenceHandle<ChangeNotification>(change) && ReleaseHandle(change) ? TRUE : FALSE;
 }
-
-}  // extern "C"

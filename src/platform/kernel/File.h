@@ -1,20 +1,20 @@
-// An open file behind a handle.
+// An open file as a kernel object.
 #pragma once
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
+#include <utility>
 
 #include "kernel/Object.h"
 
 namespace orm::platform {
 
-class FileObject final : public KernelObject {
+class File final : public KernelObject {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kFile;
 
-  // Takes over the descriptor; `deleteOnClose` is the path to remove at the end, or empty.
-  FileObject(int descriptor, bool canRead, bool canWrite, std::string deleteOnClose) noexcept
+  File(int descriptor, bool canRead, bool canWrite, std::string deleteOnClose) noexcept
       : KernelObject(kKind),
         mDescriptor(descriptor),
         mCanRead(canRead),
@@ -25,22 +25,17 @@ class FileObject final : public KernelObject {
   bool CanRead() const noexcept { return mCanRead; }
   bool CanWrite() const noexcept { return mCanWrite; }
 
- private:
-  ~FileObject() override;
+ protected:
+  ~File() override {
+    if (!mDeleteOnClose.empty()) unlink(mDeleteOnClose.c_str());
+    close(mDescriptor);
+  }
 
+ private:
   const int mDescriptor;
+  // The descriptor may allow more than was asked for; see ShareMode.h.
   const bool mCanRead, mCanWrite;
   const std::string mDeleteOnClose;
 };
-
-// The platform's number for a failed operation on this path: a missing folder is another error than a missing
-// file.
-DWORD PathError(int error, const std::string& unixPath);
-
-// A disk's time and the platform's: 100 ns units since 1601-01-01 UTC.
-FILETIME FileTimeFromDisk(const timespec& time) noexcept;
-timespec DiskTimeFromFileTime(const FILETIME& time) noexcept;
-
-DWORD AttributesFromMode(mode_t mode) noexcept;
 
 }  // namespace orm::platform

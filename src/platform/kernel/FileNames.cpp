@@ -1,106 +1,113 @@
-// Files and folders by name: attributes, removal, renaming.
-#include <errno.h>
+// Files and folders by name: attributes, deletion, renaming, making folders.
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
-
-#include "kernel/Errno.h"
-#include "kernel/File.h"
-#include "kernel/Paths.h"
-#include "win32.h"
+#include "kernel/FileDisk.h"
+#include "kernel/NamedFile.h"
+#include "kernel/Object.h"
+#include "win32/files.h"
+#include "win32/kernel.h"
 
 namespace orm::platform {
-
 namespace {
 
-BOOL Fail(DWORD error) {
-  SetLastError(error);
+// Runs an operation on a name and turns its result into the platform's.
+template <class Operation>
+BOOL OnName(const char* name, Operation&& operation) {
+  std::string path = TranslateOrFail(name);
+  if (path.empty()) return FALSE;
+  if (WithCase(&path, [&](const std::string& used) { return operation(used.c_str()); }) >= 0) return TRUE;
+  FailWith(errno, path);
   return FALSE;
 }
 
-// Turns the name into a path on disk; false with the last error when it names nothing.
-bool Translate(const char* name, std::string* path) {
-  if (name == nullptr) return Fail(ERROR_INVALID_PARAMETER) != FALSE;
-  DWORD error = ERROR_SUCCESS;
-  *path = UnixPath(name, &error);
-  return !path->empty() || Fail(error) != FALSE;
+void SyncFolderOf(const std::string& path) {
+  const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+  const int folder = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) return;
+  fsync(folder);
+  close(folder);
 }
 
-bool Status(const char* name, struct stat* status) {
-  std::string path;
-  if (!Translate(name, &path)) return false;
-  return stat(path.c_str(), status) == 0 || Fail(PathError(errno, path)) != FALSE;
-}
-
-BOOL Finish(int result, const std::string& path) {
-  return result == 0 ? TRUE : Fail(PathError(errno, path));
+// The name that a rename gives: the target as it is spelled on the disk, unless that is the file itself,
+// whose spelling is to change.
+std::string TargetOf(const std::string& from, const std::string& to) {
+  std::string found = ResolveCase(to);
+  if (found != from) return found;
+  return found.substr(0, found.rfind('/')) + to.substr(to.rfind('/'));
 }
 
 }  // namespace
-
-DWORD AttributesFromMode(mode_t mode) noexcept {
-  const DWORD readOnly = (mode & 0222) == 0 ? FILE_ATTRIBUTE_READONLY : 0;
-  return (S_ISDIR(mode) ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE) | readOnly;
-}
-
 }  // namespace orm::platform
 
 using namespace orm::platform;
 
-extern "C" {
-
 DWORD GetFileAttributesA(const char* name) {
-  struct stat status {};
-  return Status(name, &status) ? AttributesFromMode(status.st_mode) : INVALID_FILE_ATTRIBUTES;
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  return GetFileAttributesExA(name, GetFileExInfoStandard, &data) ? data.dwFileAttributes
+                                                                  : INVALID_FILE_ATTRIBUTES;
 }
 
 BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level, void* data) {
-  if (level != GetFileExInfoStandard || data == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  if (level != GetFileExInfoStandard || data == nullptr) {
+    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
   struct stat status {};
-  if (!Status(name, &status)) return FALSE;
-  const auto size = static_cast<uint64_t>(status.st_size);
-  *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data) = {
-      AttributesFromMode(status.st_mode), FileTimeFromDisk(status.st_ctim), FileTimeFromDisk(status.st_atim),
-      FileTimeFromDisk(status.st_mtim),   static_cast<DWORD>(size >> 32),   static_cast<DWORD>(size)};
+  if (!OnName(name, [&](const char* path) { return stat(path, &status); })) return FALSE;
+  FillAttributes(status, static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data));
   return TRUE;
 }
 
 BOOL DeleteFileA(const char* name) {
-  std::string path;
-  return Translate(name, &path) ? Finish(unlink(path.c_str()), path) : FALSE;
-}
-
-BOOL MoveFileExA(const char* from, const char* to, DWORD flags) {
-  std::string source, target;
-  if (!Translate(from, &source) || !Translate(to, &target)) return FALSE;
-  const unsigned keep = (flags & MOVEFILE_REPLACE_EXISTING) != 0 ? 0 : RENAME_NOREPLACE;
-  if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), keep) == 0) return TRUE;
-  return Fail(errno == EEXIST ? ERROR_ALREADY_EXISTS : PathError(errno, source));
-}
-
-BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes) {
-  std::string path;
-  if (!Translate(name, &path)) return FALSE;
-  if (mkdir(path.c_str(), 0777) != 0)
-    return Fail(errno == EEXIST ? ERROR_ALREADY_EXISTS : PathError(errno, path));
-  const auto* descriptor = attributes == nullptr
-                               ? nullptr
-                               : static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);
-  if (descriptor != nullptr && (descriptor->Control & SE_DACL_PRESENT) != 0 && descriptor->Dacl == nullptr) {
-    (void)chmod(path.c_str(), 01777);
-  }
-  return TRUE;
+  return OnName(name, unlink);
 }
 
 BOOL RemoveDirectoryA(const char* name) {
-  std::string path;
-  if (!Translate(name, &path)) return FALSE;
-  if (rmdir(path.c_str()) == 0) return TRUE;
-  if (errno == ENOTEMPTY || errno == EEXIST) return Fail(ERROR_DIR_NOT_EMPTY);
-  return Fail(errno == ENOTDIR ? ERROR_DIRECTORY : PathError(errno, path));
+  if (OnName(name, rmdir)) return TRUE;
+  const DWORD error = GetLastError();
+  const DWORD attributes = GetFileAttributesA(name);
+  const bool isNoFolder =
+      attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  SetLastErrorCode(isNoFolder ? ERROR_DIRECTORY : error);
+  return FALSE;
 }
 
-}  // extern "C"
+BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes) {
+  const std::string translated = TranslateOrFail(name);
+  if (translated.empty()) return FALSE;
+  // A folder whose name differs by case only is the same folder.
+  const std::string path = ResolveCase(translated);
+  const mode_t mode = IsOpenToAll(attributes) ? 01777 : 0777;
+  if (mkdir(path.c_str(), mode) == 0) {
+    if (mode == 01777) chmod(path.c_str(), mode);
+    return TRUE;
+  }
+  FailWith(errno, path);
+  // What is missing here is the folder in which the new one is to be.
+  if (errno == ENOENT) SetLastErrorCode(ERROR_PATH_NOT_FOUND);
+  return FALSE;
+}
+
+BOOL MoveFileExA(const char* from, const char* to, DWORD flags) {
+  std::string source = TranslateOrFail(from);
+  const std::string target = source.empty() ? source : TranslateOrFail(to);
+  if (source.empty() || target.empty()) return FALSE;
+  source = ResolveCase(source);
+  const std::string path = TargetOf(source, target);
+  const bool replaces = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
+  const unsigned mode = replaces ? 0 : RENAME_NOREPLACE;
+  if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), mode) == 0) {
+    if ((flags & MOVEFILE_WRITE_THROUGH) != 0) SyncFolderOf(path);
+    return TRUE;
+  }
+  const int error = errno;
+  struct stat status {};
+  FailWith(error, lstat(source.c_str(), &status) != 0 ? source : path);
+  if (error == EXDEV) SetLastErrorCode(ERROR_NOT_SAME_DEVICE);
+  // A folder cannot be replaced.
+  if (replaces && (error == EEXIST || error == ENOTEMPTY || error == ENOTDIR))
+    SetLastErrorCode(ERROR_ACCESS_DENIED);
+  return FALSE;
+}

@@ -1,195 +1,146 @@
-// Folder searches: the whole listing is made and sorted by the first call.
+// Searches of folders. The first call lists the whole folder, sorted: the order is the same on every disk,
+// and what happens in the folder meanwhile does not disturb the search.
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <memory>
-#include <string>
-#include <string_view>
+#include <mutex>
 #include <vector>
 
 #include "kernel/CodePage.h"
-#include "kernel/Errno.h"
-#include "kernel/File.h"
-#include "kernel/Paths.h"
-#include "win32.h"
+#include "kernel/FileDisk.h"
+#include "kernel/NameMatch.h"
+#include "kernel/Object.h"
+#include "win32/files.h"
 
 namespace orm::platform {
-
 namespace {
 
 struct Entry {
+  std::u32string folded;
   std::string name;  // UTF-8
-  struct stat status;
+  struct stat status {};
 };
 
-class SearchObject final : public KernelObject {
+class FileSearch final : public KernelObject {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kFileSearch;
-  explicit SearchObject(std::vector<Entry> entries) : KernelObject(kKind), mEntries(std::move(entries)) {}
 
-  // The next entry whose name fits; null at the end.
+  explicit FileSearch(std::vector<WIN32_FIND_DATAA> entries) noexcept
+      : KernelObject(kKind), mEntries(std::move(entries)) {}
+
   bool Next(WIN32_FIND_DATAA* data) {
-    while (mNext < mEntries.size()) {
-      if (Fill(mEntries[mNext++], data)) return true;
-    }
-    return false;
-  }
-
- private:
-  static bool Fill(const Entry& entry, WIN32_FIND_DATAA* data) {
-    const std::string name = AnsiFromUtf8(entry.name);
-    if (name.size() >= sizeof data->cFileName) return false;
-    const auto size = static_cast<uint64_t>(entry.status.st_size);
-    *data = {};
-    data->dwFileAttributes = AttributesFromMode(entry.status.st_mode);
-    data->ftCreationTime = FileTimeFromDisk(entry.status.st_ctim);
-    data->ftLastAccessTime = FileTimeFromDisk(entry.status.st_atim);
-    data->ftLastWriteTime = FileTimeFromDisk(entry.status.st_mtim);
-    data->nFileSizeHigh = static_cast<DWORD>(size >> 32);
-    data->nFileSizeLow = static_cast<DWORD>(size);
-    memcpy(data->cFileName, name.c_str(), name.size() + 1);
+    const std::lock_guard lock(mLock);
+    if (mNext == mEntries.size()) return false;
+    *data = mEntries[mNext++];
     return true;
   }
 
-  const std::vector<Entry> mEntries;
-  size_t mNext = 0;
+ private:
+  std::mutex mLock;
+  std::vector<WIN32_FIND_DATAA> mEntries;
+  std::size_t mNext = 0;
 };
 
-size_t CharacterSize(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text[0]);
-  const size_t size = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  return std::min(size, text.size());
+// `.` and `..` first, then by name.
+bool ComesBefore(const Entry& left, const Entry& right) {
+  const auto rank = [](const Entry& entry) { return entry.name == "." ? 0 : entry.name == ".." ? 1 : 2; };
+  if (rank(left) != rank(right)) return rank(left) < rank(right);
+  const int order = left.folded.compare(right.folded);
+  return order != 0 ? order < 0 : left.name < right.name;
 }
 
-// `*` is any run of characters; `?` is one character, or none at the end of the name or before a full stop.
-// The last star is the only one that need be tried again, so the time is bounded by the product of the
-// lengths.
-bool Matches(std::string_view pattern, std::string_view name) {
-  std::string_view afterStar, retry;
-  bool hasStar = false;
-  while (!name.empty() || !pattern.empty()) {
-    if (!pattern.empty() && pattern[0] == '*') {
-      hasStar = true;
-      pattern.remove_prefix(1);
-      afterStar = pattern;
-      retry = name;
+// Reads the matching entries of a folder. What vanishes while it is read is left out; a link that leads
+// nowhere is listed as itself.
+std::vector<Entry> List(DIR* folder, const NamePattern& pattern) {
+  std::vector<Entry> entries;
+  while (const dirent* item = readdir(folder)) {
+    Entry entry{FoldName(item->d_name), item->d_name, {}};
+    if (!pattern.Matches(entry.folded)) continue;
+    if (fstatat(dirfd(folder), item->d_name, &entry.status, 0) != 0 &&
+        fstatat(dirfd(folder), item->d_name, &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;
     }
-    if (!pattern.empty() && pattern[0] == '?' && (name.empty() || name[0] == '.')) {
-      pattern.remove_prefix(1);
-      continue;
-    }
-    if (!pattern.empty() && !name.empty()) {
-      const size_t p = CharacterSize(pattern), n = CharacterSize(name);
-      if (pattern[0] == '?' || CompareNames(pattern.substr(0, p), name.substr(0, n)) == 0) {
-        pattern.remove_prefix(p);
-        name.remove_prefix(n);
-        continue;
-      }
-    }
-    if (!hasStar || retry.empty()) return false;
-    retry.remove_prefix(CharacterSize(retry));
-    name = retry;
-    pattern = afterStar;
+    entries.push_back(std::move(entry));
   }
-  return true;
+  std::sort(entries.begin(), entries.end(), ComesBefore);
+  return entries;
 }
 
-// Where the last component begins: after the last separator or the drive's colon, double-byte characters
-// whole.
-size_t LastComponent(std::string_view path) {
+std::vector<WIN32_FIND_DATAA> Describe(const std::vector<Entry>& entries) {
+  std::vector<WIN32_FIND_DATAA> described;
+  described.reserve(entries.size());
+  for (const Entry& entry : entries) {
+    const std::string name = AnsiFromUtf8(entry.name);
+    if (name.size() >= MAX_PATH) continue;
+    WIN32_FIND_DATAA data{};
+    FillAttributes(entry.status, &data);
+    memcpy(data.cFileName, name.c_str(), name.size() + 1);
+    described.push_back(data);
+  }
+  return described;
+}
+
+// Splits at the last separator; a trail byte is none. The folder keeps its separator, for "C:\".
+void SplitPattern(std::string_view text, std::string_view* folder, std::string_view* name) {
   const CodePage& page = AnsiCodePage();
-  const auto* begin = reinterpret_cast<const unsigned char*>(path.data());
-  const auto* end = begin + path.size();
-  size_t result = path.size() >= 2 && path[1] == ':' ? 2 : 0;
-  for (const auto* p = begin; p < end; p += page.CharacterSize(p, end)) {
-    if (*p == '\\' || *p == '/') result = static_cast<size_t>(p - begin) + 1;
+  const auto* start = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* end = start + text.size();
+  std::size_t split = 0;
+  for (const unsigned char* current = start; current != end; current += page.CharacterSize(current, end)) {
+    if (*current == '\\' || *current == '/') split = static_cast<std::size_t>(current - start) + 1;
   }
-  return result;
+  *folder = split == 0 ? std::string_view(".") : text.substr(0, split);
+  *name = text.substr(split);
 }
 
-int RankOf(const std::string& name) {
-  return name == "." ? 0 : name == ".." ? 1 : 2;
-}
-
-bool ComesBefore(const Entry& a, const Entry& b) {
-  const int rankA = RankOf(a.name), rankB = RankOf(b.name);
-  if (rankA != rankB || rankA != 2) return rankA < rankB;
-  const int order = CompareNames(a.name, b.name);
-  return order != 0 ? order < 0 : a.name < b.name;
-}
-
-// The matching entries; false with errno when the folder cannot be read.
-bool List(const std::string& folder, const std::string& pattern, std::vector<Entry>* entries) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(folder.c_str()), closedir);
-  if (!stream) return false;
-  const bool matchesAll = pattern == "*" || pattern == "*.*";
-  errno = 0;
-  while (const dirent* found = readdir(stream.get())) {
-    if (!matchesAll && !Matches(pattern, found->d_name)) continue;
-    Entry entry{found->d_name, {}};
-    // A link that leads nowhere is listed as itself.
-    if (fstatat(dirfd(stream.get()), found->d_name, &entry.status, 0) == 0 ||
-        fstatat(dirfd(stream.get()), found->d_name, &entry.status, AT_SYMLINK_NOFOLLOW) == 0) {
-      entries->push_back(std::move(entry));
-    }
-    errno = 0;
-  }
-  if (errno != 0) return false;
-  std::sort(entries->begin(), entries->end(), ComesBefore);
-  return true;
-}
-
-HANDLE Fail(DWORD error) {
-  SetLastError(error);
-  return INVALID_HANDLE_VALUE;
+DWORD Search(const char* text, std::vector<WIN32_FIND_DATAA>* found) {
+  std::string_view folder, name;
+  SplitPattern(text == nullptr ? "" : text, &folder, &name);
+  DWORD error = ERROR_SUCCESS;
+  const std::string path = TranslatePath(folder, &error);
+  if (path.empty()) return error;
+  if (name.empty()) return ERROR_FILE_NOT_FOUND;
+  std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
+  if (listing == nullptr && errno == ENOENT) listing.reset(opendir(ResolveCase(path).c_str()));
+  if (listing == nullptr) return errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno);
+  *found = Describe(List(listing.get(), NamePattern(Utf8FromAnsi(name))));
+  return found->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
 }
 
 }  // namespace
-
 }  // namespace orm::platform
 
 using namespace orm::platform;
 
-extern "C" {
-
 HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) {
-  if (pattern == nullptr || data == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-  const std::string text(pattern);
-  const size_t last = LastComponent(text);
-  if (last == text.size()) return Fail(ERROR_FILE_NOT_FOUND);
-  DWORD error = ERROR_SUCCESS;
-  const std::string folder = last == 0 ? "." : UnixPath(text.substr(0, last).c_str(), &error);
-  if (folder.empty()) return Fail(error);
-  std::vector<Entry> entries;
-  if (!List(folder, Utf8FromAnsi(text.substr(last)), &entries)) {
-    return Fail(errno == ENOENT || errno == ENOTDIR ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno));
+  std::vector<WIN32_FIND_DATAA> found;
+  const DWORD error = data == nullptr ? ERROR_INVALID_PARAMETER : Search(pattern, &found);
+  if (error != ERROR_SUCCESS) {
+    SetLastErrorCode(error);
+    return INVALID_HANDLE_VALUE;
   }
-  auto search = MakeRef<SearchObject>(std::move(entries));
-  if (!search->Next(data)) return Fail(ERROR_FILE_NOT_FOUND);
+  auto search = MakeRef<FileSearch>(std::move(found));
+  search->Next(data);
   const HANDLE handle = AllocateHandle(std::move(search));
-  return handle != nullptr ? handle : INVALID_HANDLE_VALUE;
+  return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
 }
 
 BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data) {
-  const HandlePin pin(search);
-  auto* object = PinnedAs<SearchObject>(pin);
-  if (object == nullptr) return FALSE;
+  const auto object = ReferenceHandle<FileSearch>(search);
+  if (!object) return FALSE;
+  if (data == nullptr) {
+    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
   if (object->Next(data)) return TRUE;
-  SetLastError(ERROR_NO_MORE_FILES);
+  SetLastErrorCode(ERROR_NO_MORE_FILES);
   return FALSE;
 }
 
 BOOL FindClose(HANDLE search) {
-  {
-    const HandlePin pin(search);
-    if (PinnedAs<SearchObject>(pin) == nullptr) return FALSE;
-  }
-  return ReleaseHandle(search) ? TRUE : FALSE;
+  return ReferenceHandle<FileSearch>(search) && ReleaseHandle(search) ? TRUE : FALSE;
 }
-
-}  // extern "C"

@@ -1,81 +1,77 @@
-// The folders that have a name of their own, and full paths.
-#include <errno.h>
+// The folders that have names of their own: temporary, system, current; and whole paths.
+#include <limits.h>
 #include <string.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <string>
-
-#include "kernel/Errno.h"
+#include "kernel/FileDisk.h"
 #include "kernel/Machine.h"
-#include "kernel/Paths.h"
-#include "win32.h"
+#include "kernel/Object.h"
+#include "win32/files.h"
+#include "win32/nls.h"
 
 namespace orm::platform {
-
 namespace {
 
-// The length when the text fits, else the size that it needs with its terminator.
-DWORD CopyOut(const std::string& text, DWORD size, char* buffer) {
+// The platform's rule for texts of unknown length.
+DWORD Deliver(const std::string& text, char* buffer, DWORD size) {
   const auto length = static_cast<DWORD>(text.size());
-  if (length >= size) return length + 1;
-  memcpy(buffer, text.c_str(), text.size() + 1);
+  if (buffer == nullptr || size <= length) return length + 1;
+  memcpy(buffer, text.c_str(), length + 1);
   return length;
 }
 
-DWORD Fail(DWORD error) {
-  SetLastError(error);
+// A folder of drive C, which is the machine's.
+DWORD DeliverMachineFolder(const char* text, char* buffer, DWORD size) {
+  if (!MachineFolder().empty()) return Deliver(text, buffer, size);
+  SetLastErrorCode(ERROR_PATH_NOT_FOUND);
   return 0;
 }
 
-DWORD MachineFolderText(const char* text, DWORD size, char* buffer) {
-  return MachineFolder().empty() ? Fail(ERROR_PATH_NOT_FOUND) : CopyOut(text, size, buffer);
-}
-
 }  // namespace
-
 }  // namespace orm::platform
 
 using namespace orm::platform;
 
-extern "C" {
-
 DWORD GetTempPathA(DWORD size, char* buffer) {
-  return MachineFolderText("C:\\Windows\\Temp\\", size, buffer);
+  return DeliverMachineFolder("C:\\Windows\\Temp\\", buffer, size);
 }
+
 UINT GetSystemDirectoryA(char* buffer, UINT size) {
-  return MachineFolderText("C:\\Windows\\System32", size, buffer);
+  return DeliverMachineFolder("C:\\Windows\\System32", buffer, size);
 }
+
 UINT GetWindowsDirectoryA(char* buffer, UINT size) {
-  return MachineFolderText("C:\\Windows", size, buffer);
+  return DeliverMachineFolder("C:\\Windows", buffer, size);
 }
 
 DWORD GetCurrentDirectoryA(DWORD size, char* buffer) {
-  std::error_code error;
-  const std::string current = std::filesystem::current_path(error).string();
-  return error ? Fail(ErrorFromErrno(error.value())) : CopyOut(AnsiPath(current), size, buffer);
+  char folder[PATH_MAX];
+  if (getcwd(folder, sizeof folder) != nullptr) return Deliver(AnsiPath(folder), buffer, size);
+  SetLastErrorCode(ErrorFromErrno(errno));
+  return 0;
 }
 
 BOOL SetCurrentDirectoryA(const char* name) {
-  if (name == nullptr) return Fail(ERROR_INVALID_PARAMETER) != 0;
-  DWORD error = ERROR_SUCCESS;
-  const std::string path = UnixPath(name, &error);
-  if (path.empty()) return Fail(error) != 0;
-  if (chdir(path.c_str()) == 0) return TRUE;
-  return Fail(errno == ENOENT || errno == ENOTDIR ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno)) != 0;
+  std::string path = TranslateOrFail(name);
+  if (path.empty()) return FALSE;
+  if (WithCase(&path, [](const std::string& used) { return chdir(used.c_str()); }) == 0) return TRUE;
+  FailWith(errno, path);
+  if (errno == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
+  return FALSE;
 }
 
 DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart) {
-  if (name == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-  DWORD error = ERROR_SUCCESS;
-  const std::string path = TranslatePath(name, &error);
-  if (path.empty()) return Fail(error);
-  const DWORD length = CopyOut(AnsiPath(path), size, buffer);
-  if (filePart != nullptr && length < size) {
+  const std::string path = TranslateOrFail(name);
+  if (path.empty()) return 0;
+  std::string text = AnsiPath(path);
+  const std::size_t length = strlen(name);
+  const bool endsOpen =
+      length > 0 && (name[length - 1] == '\\' || name[length - 1] == '/') && text.back() != '\\';
+  if (endsOpen) text += '\\';
+  const DWORD result = Deliver(text, buffer, size);
+  if (filePart != nullptr && result < size) {
     auto* last = reinterpret_cast<char*>(_mbsrchr(reinterpret_cast<unsigned char*>(buffer), '\\'));
     *filePart = last != nullptr && last[1] != 0 ? last + 1 : nullptr;
   }
-  return length;
+  return result;
 }
-
-}  // extern "C"

@@ -14,6 +14,8 @@
 
 #include "kernel/CodePage.h"
 #include "kernel/Machine.h"
+#include "kernel/NameMatch.h"
+#include "kernel/Utf8.h"
 #include "win32/errors.h"
 
 namespace orm::platform {
@@ -97,17 +99,10 @@ std::string FindIgnoringCase(const std::string& folder, const std::string& name)
 
 // Next character of a UTF-8 text; a byte that begins none counts for itself, above every character.
 char32_t NextCharacter(std::string_view* text) {
-  const auto first = static_cast<unsigned char>(text->front());
-  const std::size_t size = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
-  char32_t code = size == 1 ? first : first & (0xFFu >> (size + 1));
-  bool whole = size != 0 && size <= text->size();
-  for (std::size_t i = 1; whole && i < size; ++i) {
-    const auto next = static_cast<unsigned char>((*text)[i]);
-    whole = (next & 0xC0) == 0x80;
-    code = code << 6 | (next & 0x3Fu);
-  }
-  text->remove_prefix(whole ? size : 1);
-  return whole ? code : 0x110000u + first;
+  const auto* start = reinterpret_cast<const unsigned char*>(text->data());
+  const Utf8Character next = ReadUtf8(start, start + text->size());
+  text->remove_prefix(next.valid ? next.size : 1);
+  return next.valid ? next.value : 0x110000u + *start;
 }
 
 char32_t Lower(char32_t code) {
@@ -127,6 +122,13 @@ int CompareNames(std::string_view left, std::string_view right) {
     if (a != b) return a < b ? -1 : 1;
   }
   return static_cast<int>(!left.empty()) - static_cast<int>(!right.empty());
+}
+
+std::u32string FoldName(std::string_view name) {
+  std::u32string folded;
+  folded.reserve(name.size());
+  while (!name.empty()) folded.push_back(Lower(NextCharacter(&name)));
+  return folded;
 }
 
 std::string ResolveCase(const std::string& path) {

@@ -162,7 +162,9 @@ DWORD Hive::PrepareFiles() {
   mIsWritable = data >= 0;
   if (data == -EACCES || data == -EROFS) data = OpenStoreFile(DataFile(), O_RDONLY, 0, mUser, false);
   if (data < 0) return ErrorFromStore(-data);
-  const DWORD head = CheckHead(data);
+  // A writer may be in the middle of a head: a fault that lasts is one.
+  DWORD head = CheckHead(data);
+  for (int attempt = 0; head != ERROR_SUCCESS && attempt < 3; ++attempt) head = CheckHead(data);
   close(data);
   if (head != ERROR_SUCCESS) return head;
 

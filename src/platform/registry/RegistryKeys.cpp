@@ -1,4 +1,5 @@
 // The registry's operations on keys: create, open, close, delete, flush.
+#include "kernel/NamedFile.h"
 #include "registry/KeyPath.h"
 #include "registry/KeyTable.h"
 #include "win32/registry.h"
@@ -21,12 +22,6 @@ DWORD Grant(Hive* hive, REGSAM asked, REGSAM* granted) {
   if ((rights & writingRights) != 0 && !hive->IsWritable()) return ERROR_ACCESS_DENIED;
   *granted = rights;
   return ERROR_SUCCESS;
-}
-
-bool HasNullAccessList(const SECURITY_ATTRIBUTES* attributes) {
-  if (attributes == nullptr || attributes->lpSecurityDescriptor == nullptr) return false;
-  const auto* descriptor = static_cast<const SECURITY_DESCRIPTOR*>(attributes->lpSecurityDescriptor);
-  return (descriptor->Control & SE_DACL_PRESENT) != 0 && descriptor->Dacl == nullptr;
 }
 
 // Where the way begins, and its parts.
@@ -78,7 +73,7 @@ LSTATUS RegCreateKeyExA(HKEY key, const char* subKey, DWORD reserved, char* clas
     return ERROR_INVALID_PARAMETER;
   }
   bool made = false;
-  const DWORD error = CreateKey(key, subKey, className, access, HasNullAccessList(attributes), result, &made);
+  const DWORD error = CreateKey(key, subKey, className, access, IsOpenToAll(attributes), result, &made);
   if (error == ERROR_SUCCESS && disposition != nullptr) {
     *disposition = made ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
   }

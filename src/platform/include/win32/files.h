@@ -112,7 +112,9 @@ ORM_PLATFORM_API BOOL SetFileTime(HANDLE file, const FILETIME* creation, const F
 
 ORM_PLATFORM_API BOOL DeleteFileA(const char* name);
 // Renames a file or folder. Without MOVEFILE_REPLACE_EXISTING an existing target is ERROR_ALREADY_EXISTS
-// (183); with it a file is replaced in one step, so that everybody sees the old file or the new one.
+// (183); with it a file is replaced in one step, so that everybody sees the old file or the new one. 17: the
+// target lies on another disk; nothing is copied. A file may be renamed, replaced or deleted while it is
+// open: who has it open keeps the old content.
 ORM_PLATFORM_API BOOL MoveFileExA(const char* from, const char* to, DWORD flags);
 // A null access list makes a folder in which every user may create and only the owner of an entry remove.
 ORM_PLATFORM_API BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes);

@@ -1,0 +1,156 @@
+// Change notifications: what signals them, what does not, and that nothing is missed.
+#include <thread>
+
+#include "files/Files.h"
+
+using namespace filestest;
+
+namespace {
+
+constexpr DWORD libraryFilter =
+    FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
+
+class Changes : public Files {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(change == INVALID_HANDLE_VALUE || FindCloseChangeNotification(change));
+  }
+  void Watch(DWORD filter = libraryFilter, bool subtree = false) {
+    change = FindFirstChangeNotificationA(folder.c_str(), subtree, filter);
+    ASSERT_NE(change, INVALID_HANDLE_VALUE);
+  }
+  [[nodiscard]] bool IsSignalled() const { return WaitForSingleObject(change, 0) == WAIT_OBJECT_0; }
+
+  HANDLE change = INVALID_HANDLE_VALUE;
+};
+
+TEST_F(Changes, EachKindSignalsUntilItIsRearmed) {
+  Put("there", "content");
+  ASSERT_EQ(mkdir(Disk("sub").c_str(), 0755), 0);
+  Watch();
+  EXPECT_FALSE(IsSignalled());
+  const struct {
+    const char* what;
+    std::function<void()> act;
+    bool signals;
+  } table[] = {
+      {"create", [&] { Put("new"); }, true},
+      {"write", [&] { Put("there", "other"); }, true},
+      {"append", [&] { std::ofstream(Disk("there"), std::ios::app) << "more"; }, true},
+      {"truncate", [&] { ASSERT_EQ(truncate(Disk("there").c_str(), 1), 0); }, true},
+      {"touch", [&] { ASSERT_EQ(utimensat(AT_FDCWD, Disk("there").c_str(), nullptr, 0), 0); }, true},
+      {"rename over", [&] { ASSERT_EQ(rename(Disk("new").c_str(), Disk("there").c_str()), 0); }, true},
+      {"delete", [&] { ASSERT_EQ(unlink(Disk("there").c_str()), 0); }, true},
+      {"moved in",
+       [&] {
+         std::ofstream(disk + "/../outside") << "x";
+         ASSERT_EQ(rename((disk + "/../outside").c_str(), Disk("in").c_str()), 0);
+       },
+       true},
+      {"read", [&] { EXPECT_EQ(Get("in"), "x"); }, false},
+      {"below", [&] { Put("sub/f"); }, false},
+      {"make a folder", [&] { ASSERT_EQ(mkdir(Disk("folder").c_str(), 0755), 0); }, false},
+      {"remove a folder", [&] { ASSERT_EQ(rmdir(Disk("folder").c_str()), 0); }, false},
+  };
+  for (const auto& row : table) {
+    row.act();
+    EXPECT_EQ(IsSignalled(), row.signals) << row.what;
+    EXPECT_EQ(IsSignalled(), row.signals) << row.what << ": it stays so";
+    EXPECT_TRUE(FindNextChangeNotification(change)) << row.what;
+    EXPECT_FALSE(IsSignalled()) << row.what << ": one signal for what was seen";
+  }
+}
+
+TEST_F(Changes, NothingIsMissedBetweenTheLookAndTheRearming) {
+  Watch();
+  Put("a");
+  ASSERT_TRUE(IsSignalled());
+  Put("b");  // after the look
+  ASSERT_TRUE(FindNextChangeNotification(change));
+  EXPECT_TRUE(IsSignalled());
+}
+
+TEST_F(Changes, WakeWhoWaits) {
+  Watch();
+  const HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  std::thread writer([&] {
+    Put("a");
+    // The second wait is ended by the event, the change being the other object.
+  });
+  EXPECT_EQ(WaitForSingleObject(change, INFINITE), WAIT_OBJECT_0);
+  writer.join();
+  while (IsSignalled()) ASSERT_TRUE(FindNextChangeNotification(change));
+  std::thread setter([&] { SetEvent(event); });
+  const HANDLE both[] = {change, event};
+  EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, INFINITE), WAIT_OBJECT_0 + 1);
+  setter.join();
+  std::thread other([&] { Put("b"); });
+  ResetEvent(event);
+  EXPECT_EQ(WaitForMultipleObjects(2, both, FALSE, INFINITE), WAIT_OBJECT_0);
+  other.join();
+  CloseHandle(event);
+}
+
+TEST_F(Changes, ALostFolderIsToldAndCannotBeRearmed) {
+  ASSERT_EQ(mkdir(Disk("lib").c_str(), 0755), 0);
+  for (const bool deletes : {true, false}) {
+    const HANDLE watch = FindFirstChangeNotificationA(Name("lib").c_str(), FALSE, libraryFilter);
+    ASSERT_NE(watch, INVALID_HANDLE_VALUE);
+    ASSERT_EQ(deletes ? rmdir(Disk("lib").c_str()) : rename(Disk("lib").c_str(), Disk("other").c_str()), 0);
+    EXPECT_EQ(WaitForSingleObject(watch, 0), WAIT_OBJECT_0);
+    EXPECT_FALSE(FindNextChangeNotification(watch));
+    EXPECT_EQ(GetLastError(), 5u);
+    EXPECT_TRUE(FindCloseChangeNotification(watch));
+    EXPECT_EQ(FindFirstChangeNotificationA(Name("lib").c_str(), FALSE, libraryFilter), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 2u);
+    ASSERT_EQ(mkdir(Disk("lib").c_str(), 0755), 0);
+  }
+  Put("file");
+  EXPECT_EQ(FindFirstChangeNotificationA(Name("file").c_str(), FALSE, libraryFilter), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), 267u);
+  EXPECT_EQ(FindFirstChangeNotificationA(folder.c_str(), FALSE, 0), INVALID_HANDLE_VALUE);
+  EXPECT_EQ(GetLastError(), 87u);
+}
+
+TEST_F(Changes, ASubtreeIsWatchedAsItGrows) {
+  ASSERT_EQ(mkdir(Disk("one").c_str(), 0755), 0);
+  Watch(FILE_NOTIFY_CHANGE_FILE_NAME, true);
+  Put("one/f");
+  EXPECT_TRUE(IsSignalled());
+  ASSERT_TRUE(FindNextChangeNotification(change));
+  ASSERT_EQ(mkdir(Disk("one/two").c_str(), 0755), 0);
+  EXPECT_TRUE(IsSignalled()) << "files may have come with it";
+  ASSERT_TRUE(FindNextChangeNotification(change));
+  Put("one/two/f");
+  EXPECT_TRUE(IsSignalled());
+}
+
+TEST_F(Changes, AChildDoesNotTakeItsParentsChanges) {
+  Watch();
+  Put("a");
+  EXPECT_EQ(InChild([&]() -> int {
+              if (!IsSignalled() || !FindNextChangeNotification(change))
+                return 1;  // it cannot know what came before
+              if (IsSignalled()) return 2;
+              Put("b");
+              return IsSignalled() ? 0 : 3;
+            }),
+            0);
+  EXPECT_TRUE(IsSignalled());
+}
+
+TEST_F(Changes, NoneIsMissedUnderLoad) {
+  Watch();
+  std::thread writer([&] {
+    for (int i = 0; i < 2000; ++i) Put("f" + std::to_string(i % 50));
+    Put("last");
+  });
+  // What counts is that the end is seen, however many changes were folded into one signal.
+  while (!Exists("last")) {
+    ASSERT_EQ(WaitForSingleObject(change, INFINITE), WAIT_OBJECT_0);
+    ASSERT_TRUE(FindNextChangeNotification(change));
+  }
+  writer.join();
+}
+
+}  // namespace

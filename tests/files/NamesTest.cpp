@@ -1,0 +1,103 @@
+// Files and folders by name, and the folders with names of their own.
+#include "files/Files.h"
+
+#include "kernel/Machine.h"
+
+using namespace filestest;
+
+namespace {
+
+DWORD ErrorOf(BOOL result) {
+  return result ? 0 : GetLastError();
+}
+
+TEST_F(Files, AttributesTellFilesFromFolders) {
+  Put("File");
+  ASSERT_EQ(mkdir(Disk("Folder").c_str(), 0755), 0);
+  Put("readonly");
+  ASSERT_EQ(chmod(Disk("readonly").c_str(), 0444), 0);
+  EXPECT_EQ(GetFileAttributesA(Name("file").c_str()), FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(GetFileAttributesA(Name("READONLY").c_str()), FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_READONLY);
+  EXPECT_EQ(GetFileAttributesA(Name("FOLDER").c_str()), FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_EQ(GetFileAttributesA("C:"), FILE_ATTRIBUTE_DIRECTORY);
+  const struct {
+    std::string name;
+    DWORD error;
+  } table[] = {{Name("none"), 2}, {Name("none\\none"), 3}, {Name("File\\none"), 3}, {"Q:\\x", 3}, {"", 3},
+               {"a<b", 123}};
+  for (const auto& row : table) {
+    EXPECT_EQ(GetFileAttributesA(row.name.c_str()), INVALID_FILE_ATTRIBUTES) << row.name;
+    EXPECT_EQ(GetLastError(), row.error) << row.name;
+  }
+  EXPECT_FALSE(GetFileAttributesExA(Name("File").c_str(), GetFileExInfoStandard, nullptr));
+  EXPECT_EQ(GetLastError(), 87u);
+}
+
+TEST_F(Files, AreMadeMovedAndDeletedInAnyCase) {
+  const auto name = [&](const char* text) { return Name(text); };
+  EXPECT_EQ(ErrorOf(CreateDirectoryA(name("Folder").c_str(), nullptr)), 0u);
+  EXPECT_EQ(ErrorOf(CreateDirectoryA(name("FOLDER").c_str(), nullptr)), 183u);
+  EXPECT_EQ(ErrorOf(CreateDirectoryA(name("none\\x").c_str(), nullptr)), 3u);
+  Put("Folder/one", "1");
+  Put("two", "2");
+  EXPECT_EQ(ErrorOf(RemoveDirectoryA(name("folder").c_str())), 145u);
+  EXPECT_EQ(ErrorOf(RemoveDirectoryA(name("two").c_str())), 267u);
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("TWO").c_str(), name("folder\\ONE").c_str(), 0)), 183u);
+  EXPECT_EQ(Get("Folder/one"), "1");
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("TWO").c_str(), name("folder\\ONE").c_str(),
+                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)),
+            0u);
+  EXPECT_EQ(Get("Folder/one"), "2") << "replaced under the name it had";
+  EXPECT_FALSE(Exists("two"));
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("folder\\one").c_str(), name("folder\\One").c_str(), 0)), 0u);
+  EXPECT_TRUE(Exists("Folder/One")) << "a new spelling of its own name";
+  Put("file");
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("file").c_str(), name("Folder").c_str(), MOVEFILE_REPLACE_EXISTING)),
+            5u);
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("none").c_str(), name("x").c_str(), 0)), 2u);
+  EXPECT_EQ(ErrorOf(MoveFileExA(name("file").c_str(), name("none\\x").c_str(), 0)), 3u);
+  EXPECT_EQ(ErrorOf(DeleteFileA(name("none").c_str())), 2u);
+  EXPECT_EQ(ErrorOf(DeleteFileA(name("folder").c_str())), 5u);
+  EXPECT_EQ(ErrorOf(DeleteFileA(name("FOLDER\\ONE").c_str())), 0u);
+  EXPECT_EQ(ErrorOf(RemoveDirectoryA(name("FOLDER").c_str())), 0u);
+  EXPECT_FALSE(Exists("Folder"));
+}
+
+TEST_F(Files, TheSystemsFoldersAreOnDriveC) {
+  char buffer[300] = "####";
+  EXPECT_EQ(GetTempPathA(sizeof buffer, buffer), 16u);
+  EXPECT_STREQ(buffer, "C:\\Windows\\Temp\\");
+  EXPECT_EQ(GetFileAttributesA(buffer), FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_EQ(GetSystemDirectoryA(buffer, sizeof buffer), 19u);
+  EXPECT_STREQ(buffer, "C:\\Windows\\System32");
+  EXPECT_EQ(GetWindowsDirectoryA(buffer, 11), 10u);
+  EXPECT_STREQ(buffer, "C:\\Windows");
+  EXPECT_EQ(GetSystemDirectoryA(buffer, 19), 20u) << "too small: the size needed, with the terminator";
+  EXPECT_STREQ(buffer, "C:\\Windows");
+  EXPECT_EQ(GetTempPathA(0, nullptr), 17u);
+}
+
+TEST_F(Files, TheCurrentFolderIsFoundAndChanged) {
+  ASSERT_EQ(mkdir(Disk("Sub").c_str(), 0755), 0);
+  Put("Sub/f");
+  char buffer[300];
+  ASSERT_TRUE(SetCurrentDirectoryA(Name("sub").c_str()));
+  EXPECT_EQ(GetCurrentDirectoryA(sizeof buffer, buffer), Name("Sub").size());
+  EXPECT_EQ(buffer, Name("Sub"));
+  EXPECT_EQ(GetCurrentDirectoryA(3, buffer), Name("Sub").size() + 1);
+  EXPECT_EQ(GetFileAttributesA("F"), FILE_ATTRIBUTE_ARCHIVE);
+  EXPECT_EQ(ErrorOf(SetCurrentDirectoryA("none")), 2u);
+  EXPECT_EQ(ErrorOf(SetCurrentDirectoryA("f")), 267u);
+  char* part = nullptr;
+  ASSERT_GT(GetFullPathNameA("..\\x\\.\\y", sizeof buffer, buffer, &part), 0u);
+  EXPECT_EQ(buffer, Name("x\\y"));
+  EXPECT_STREQ(part, "y");
+  ASSERT_GT(GetFullPathNameA("x\\", sizeof buffer, buffer, &part), 0u);
+  EXPECT_EQ(buffer, Name("Sub\\x\\"));
+  EXPECT_EQ(part, nullptr);
+  ASSERT_TRUE(SetCurrentDirectoryA("C:\\Windows"));
+  EXPECT_EQ(GetCurrentDirectoryA(sizeof buffer, buffer), 10u);
+  EXPECT_STREQ(buffer, "C:\\Windows");
+}
+
+}  // namespace
