@@ -77,7 +77,8 @@ class ClassListReader : private ReadArchive {
   String ReadText() {
     unsigned char form[4];
     ReadData(form, sizeof form);
-    const DWORD size = form[0] | form[1] << 8 | form[2] << 16 | static_cast<DWORD>(form[3]) << 24;
+    DWORD size = 0;
+    for (unsigned i = sizeof form; i-- > 0;) size = size << 8 | form[i];
     if (size == 0) return {};
     if (size > MAX_TEXT) ThrowInvalid();
     Binary serialized(form, sizeof form);

@@ -92,7 +92,7 @@ TEST_F(CacheBlockTest, OrdersKeysByHashAndThenText) {
 }
 
 TEST_F(CacheBlockTest, ALackOfSlotsEvictsTheOneLongestUnused) {
-  for (int i = 0; i < 256; ++i) Store("lib" + std::to_string(i), 1, 0, 1000 + i);
+  for (unsigned i = 0; i < 256; ++i) Store("lib" + std::to_string(i), 1, 0, 1000 + i);
   EXPECT_EQ(mMemory.GetCount(), 256u);
   const CacheBlock::Place place = mMemory.GetBlock().Find(CacheKey("lib0"));
   mMemory.GetBlock().ReadPayload(place, 5000);
@@ -102,17 +102,17 @@ TEST_F(CacheBlockTest, ALackOfSlotsEvictsTheOneLongestUnused) {
   EXPECT_EQ(Find("one more"), 9u);
   EXPECT_EQ(Find("lib0"), 1u) << "was used";
   EXPECT_EQ(Find("lib1"), 0u);
-  for (int i = 2; i < 256; ++i) EXPECT_EQ(Find("lib" + std::to_string(i)), 1u) << i;
+  for (unsigned i = 2; i < 256; ++i) EXPECT_EQ(Find("lib" + std::to_string(i)), 1u) << i;
 }
 
 TEST_F(CacheBlockTest, OfEquallyOldOnesTheFirstByKeyGoes) {
-  for (int i = 0; i < 256; ++i) Store("lib" + std::to_string(i), 1, 0, 7);
+  for (unsigned i = 0; i < 256; ++i) Store("lib" + std::to_string(i), 1, 0, 7);
   Store("zzz", 2, 0, 8);
   EXPECT_EQ(Find("lib0"), 0u) << "the smallest sum among the shortest names";
 }
 
 TEST_F(CacheBlockTest, ALackOfBytesEvictsAndMovesTogether) {
-  for (int i = 0; i < 60; ++i) Store("lib" + std::to_string(10 + i), 1, 1000 - 37, 100 + i);
+  for (unsigned i = 0; i < 60; ++i) Store("lib" + std::to_string(10 + i), 1, 1000 - 37, 100 + i);
   const DWORD count = mMemory.GetCount();
   ASSERT_EQ(count, 60u);
   // 60 records of 1008 bytes leave 1952: two must go, and they are not neighbours of the end.
@@ -146,7 +146,7 @@ TEST_F(CacheBlockTest, AForgottenRecordIsFoundForNoVersion) {
 }
 
 TEST_F(CacheBlockTest, RepairKeepsWholeRecords) {
-  for (int i = 0; i < 20; ++i) Store("lib" + std::to_string(i), 1 + i, 50, i);
+  for (unsigned i = 0; i < 20; ++i) Store("lib" + std::to_string(i), 1 + i, 50, i);
   const orm::CacheBytes bytes(mMemory.GetBytes());
   const DWORD damaged = OffsetOf("lib3");
   bytes.Store32(32 + 12 * 4 + 8, 77);                      // a key-order index that no slot has
@@ -156,8 +156,8 @@ TEST_F(CacheBlockTest, RepairKeepsWholeRecords) {
   ASSERT_FALSE(mMemory.IsSound());
   mMemory.GetBlock().RepairIfDamaged();
   EXPECT_TRUE(mMemory.IsSound());
-  for (int i = 0; i < 20; ++i) {
-    const ULONGLONG expected = i == 3 || i == 10 ? 0 : 1 + i;
+  for (unsigned i = 0; i < 20; ++i) {
+    const ULONGLONG expected = i == 3 || i == 10 ? 0 : 1u + i;
     EXPECT_EQ(Find("lib" + std::to_string(i)), expected) << i;
   }
 }
