@@ -109,10 +109,10 @@ int Ask(const Terminal& terminal, const char* text, const char* caption, UINT st
   std::string prompt;
   for (const Answer& answer : answers) prompt += std::string(prompt.empty() ? "" : "/") + answer.label;
   prompt += std::string(" [") + preset.label + "]: ";
-  if (!terminal.Write("\n" + Printable(caption != nullptr ? caption : "Error") + "\n\n" + Printable(text) +
-                      "\n\n")) {
-    return 0;
-  }
+  std::string question = "\n";
+  question.append(Printable(caption != nullptr ? caption : "Error")).append("\n\n");
+  question.append(Printable(text)).append("\n\n");
+  if (!terminal.Write(question)) return 0;
   std::string line;
   while (terminal.Write(prompt) && terminal.ReadLine(line)) {
     if (const Answer* const answer = Choose(answers, line, preset)) return answer->id;
