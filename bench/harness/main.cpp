@@ -141,6 +141,7 @@ int main(int argc, char** argv) {
   AddFaceRows(table);
   AddKernelRows(table);
   AddThreadRows(table);
+  AddRegistryRows(table);
   if (list) {
     for (const auto& entry : table.GetRows())
       std::printf("%s / %s\n", entry.name.c_str(), entry.peer.c_str());
