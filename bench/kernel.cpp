@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -44,13 +45,19 @@ class RobustMutex {
   pthread_mutex_t* mMutex;
 };
 
-void NamedMutexRounds(size_t n) {
-  const HANDLE mutex = CreateMutexA(nullptr, FALSE, "orm-bench");
-  while (n-- != 0) {
-    WaitForSingleObject(mutex, INFINITE);
-    ReleaseMutex(mutex);
-  }
-  CloseHandle(mutex);
+// A handle for as long as the operation that holds it is kept.
+std::shared_ptr<void> Share(HANDLE handle) {
+  return {handle, CloseHandle};
+}
+
+bench::Sides PrepareMutexes() {
+  return {[mutex = Share(CreateMutexA(nullptr, FALSE, "orm-bench"))](size_t n) {
+            while (n-- != 0) {
+              WaitForSingleObject(mutex.get(), INFINITE);
+              ReleaseMutex(mutex.get());
+            }
+          },
+          [mutex = std::make_shared<RobustMutex>()](size_t n) { mutex->LockAndUnlock(n); }};
 }
 
 void SignalledEventRounds(size_t n) {
@@ -125,8 +132,7 @@ void AddKernelRows(bench::Table& table) {
   table.Add({.name = "named mutex, uncontended lock and unlock",
              .peer = "robust process-shared pthread_mutex",
              .goal = 1.5,
-             .ours = NamedMutexRounds,
-             .theirs = [](size_t n) { RobustMutex().LockAndUnlock(n); },
+             .prepare = PrepareMutexes,
              .note = "the peer is the limit: the named mutex locks such a mutex, behind a handle"});
   table.Add({.name = "wait on a signalled event, handle only",
              .peer = "sem_trywait + sem_post",

@@ -8,18 +8,25 @@
 #include <atomic>
 #include <cstdio>
 
+#include "harness/Partner.h"
 #include "harness/Rooms.h"
-#include "support/Child.h"
 #include "support/TraceConfig.h"
 
 namespace {
 
 constinit orm::TraceArea disabled{"bench_off"};
 
-std::atomic<int> level{5};
+std::atomic<int> level{orm::TRACE_NONE};
 
 void WriteDisabledLines(size_t n) {
   while (n--) orm::TraceWrite(disabled, orm::TRACE_DEBUG, false, "bench", 1, "%d bytes", 5);
+}
+
+void CompareLevels(size_t n) {
+  while (n--) {
+    if (level.load(std::memory_order_relaxed) < orm::TRACE_DEBUG) std::puts("never");
+    asm volatile("" ::: "memory");
+  }
 }
 
 constinit orm::TraceArea enabled{"bench_on"};
@@ -37,64 +44,64 @@ void WritePlainLines(size_t n) {
   while (n--) bench::Keep(write(file, LINE, sizeof LINE - 1));
 }
 
-// A second process that writes as many lines at the same time.
-class Partner {
- public:
-  explicit Partner(const char* kind) : mChild({"/proc/self/exe", "--partner", kind}) {}
-  void Run(size_t n, void (*work)(size_t n)) {
-    mChild.WriteLine(std::to_string(n));
-    work(n);
-    mChild.ReadLine();
-  }
-
- private:
-  test::Child mChild;
-};
+void Configure() {
+  const std::string module = test::TRACE_KEY + "\\orm-bench";
+  test::SetRegistryText(module, " option_target", "C:\\Windows\\Temp\\bench.log");
+  test::SetRegistryText(module, "bench_on", "w");
+}
 
 }  // namespace
 
 void AddTraceRows(bench::Table& table) {
-  const std::string module = test::TRACE_KEY + "\\orm-bench";
-  test::SetRegistryText(module, " option_target", "C:\\Windows\\Temp\\bench.log");
-  test::SetRegistryText(module, "bench_on", "w");
-  orm::TraceAreaRegister(disabled);
-  const auto quiet =
-      std::make_shared<spdlog::logger>("quiet", std::make_shared<spdlog::sinks::null_sink_mt>());
-  quiet->set_level(spdlog::level::off);
   table.Add(bench::Row{.name = "trace line on a disabled area",
                        .peer = "spdlog, level off",
                        .goal = 1.0,
-                       .ours = WriteDisabledLines,
-                       .theirs =
-                           [quiet](size_t n) {
-                             while (n--) quiet->debug("{} bytes", 5);
+                       .prepare =
+                           [] {
+                             orm::TraceAreaRegister(disabled);
+                             const auto quiet = std::make_shared<spdlog::logger>(
+                                 "quiet", std::make_shared<spdlog::sinks::null_sink_mt>());
+                             quiet->set_level(spdlog::level::off);
+                             return bench::Sides{WriteDisabledLines, [quiet](size_t n) {
+                                                   while (n--) quiet->debug("{} bytes", 5);
+                                                 }};
                            },
                        .note = "ours also sees a change made by another process before the next line"});
   table.Add(bench::Row{.name = "trace line on a disabled area, against the limit",
                        .peer = "one relaxed atomic load and a compare",
                        .goal = 4.0,
-                       .ours = WriteDisabledLines,
-                       .theirs = [](size_t n) {
-                         while (n--) {
-                           if (level.load(std::memory_order_relaxed) < 2) std::puts("never");
-                           asm volatile("" ::: "memory");
-                         }
-                       }});
-  const auto log = std::make_shared<Partner>("trace");
-  const auto plain = std::make_shared<Partner>("plain");
+                       .prepare =
+                           [] {
+                             orm::TraceAreaRegister(disabled);
+                             return bench::Sides{WriteDisabledLines, CompareLevels};
+                           },
+                       .note = "the peer is the limit: the least that any switch costs"});
   table.Add(bench::Row{.name = "trace line into the shared log file, two processes",
                        .peer = "write on an O_APPEND, O_DSYNC descriptor",
                        .goal = 1.3,
-                       .ours = [log](size_t n) { log->Run(n, WriteLogLines); },
-                       .theirs = [plain](size_t n) { plain->Run(n, WritePlainLines); },
-                       .note = "both wait for the disk at every line"});
+                       .prepare =
+                           [] {
+                             Configure();
+                             const auto log = std::make_shared<bench::Partners>("trace", 1);
+                             const auto plain = std::make_shared<bench::Partners>("plain", 1);
+                             return bench::Sides{[log](size_t n) { log->Run(n, WriteLogLines); },
+                                                 [plain](size_t n) { plain->Run(n, WritePlainLines); }};
+                           },
+                       .note = "the peer is the limit: both wait for the disk at every line"});
+  table.Add(bench::Growth{.name = "write a line into the shared log file",
+                          .unit = "processes",
+                          .sizes = {1, 2, 4, 8},
+                          .prepare =
+                              [](size_t size) {
+                                Configure();
+                                const auto log = std::make_shared<bench::Partners>("trace", size - 1);
+                                return [log](size_t n) { log->Share(n, WriteLogLines); };
+                              },
+                          .operation = "line, of whichever process"});
 }
 
-void RunTracePartner(const std::string& kind) {
-  size_t n = 0;
-  while (std::scanf("%zu", &n) == 1) {
-    kind == "trace" ? WriteLogLines(n) : WritePlainLines(n);
-    std::puts("done");
-    std::fflush(stdout);
-  }
+bool RunTracePartner(const std::string& kind) {
+  if (kind == "trace") bench::Serve(WriteLogLines);
+  if (kind == "plain") bench::Serve(WritePlainLines);
+  return kind == "trace" || kind == "plain";
 }

@@ -1,5 +1,7 @@
-// The rooms that add rows.
+// The rooms that add rows, and what their helper processes do.
 #pragma once
+
+#include <string>
 
 #include "Bench.h"
 
@@ -11,5 +13,7 @@ void AddRegistryRows(bench::Table& table);
 void AddThreadRows(bench::Table& table);
 void AddTraceRows(bench::Table& table);
 
-// The other process of the rows that need one: works for each count that it reads until its input ends.
-void RunTracePartner(const std::string& kind);
+// A row that needs another process starts this program again as `--partner KIND`; the room that did runs the
+// work for the first kind that is its own and says so.
+bool RunClassPartner(const std::string& kind);
+bool RunTracePartner(const std::string& kind);

@@ -1,140 +1,135 @@
-// orm-bench: runs the rows and writes the table.
+// orm-bench: runs the rows, prints the table and writes it.
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "Measure.h"
 #include "Rooms.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using nlohmann::json;
 
-constexpr int SAMPLES = 9;
-constexpr double SAMPLE_NS = 8e6;
+constexpr int MISSED = 1, UNKNOWN_ROW = 2;
 
-double Time(const std::function<void(size_t)>& operation, size_t n) {
-  const auto start = Clock::now();
-  operation(n);
-  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
-}
-
-size_t Calibrate(const std::function<void(size_t)>& operation) {
-  size_t n = 1;
-  for (;;) {
-    const double time = Time(operation, n);
-    if (time >= SAMPLE_NS / 4 || n > (size_t{1} << 40)) {
-      return std::max<size_t>(1,
-                              static_cast<size_t>(static_cast<double>(n) * SAMPLE_NS / std::max(time, 1.0)));
-    }
-    n *= time < SAMPLE_NS / 64 ? 8 : 2;
+// Says on a terminal what is being measured, until the result takes the line's place.
+class Progress {
+ public:
+  explicit Progress(size_t count) : mCount(count) {}
+  void Show(const std::string& name) {
+    ++mNumber;
+    if (!mTerminal) return;
+    std::fprintf(stderr, "\r\x1b[K[%zu/%zu] %s ...", mNumber, mCount, name.c_str());
   }
-}
+  void Clear() const {
+    if (mTerminal) std::fputs("\r\x1b[K", stderr);
+  }
 
-double Median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-  return values[values.size() / 2];
-}
-
-struct Result {
-  double ours;
-  double peer;
-  double ratio;
+ private:
+  const bool mTerminal = isatty(STDERR_FILENO) != 0;
+  const size_t mCount;
+  size_t mNumber = 0;
 };
 
-// The ratio is the median of the pairs' ratios, which a drift of the machine's speed does not move.
-Result Measure(const bench::Row& row) {
-  const size_t nOurs = row.heavy ? 1 : Calibrate(row.ours);
-  const size_t nPeer = row.heavy ? 1 : Calibrate(row.theirs);
-  std::vector<double> ours, peer, ratios;
-  for (int i = 0; i < SAMPLES; ++i) {
-    ours.push_back(Time(row.ours, nOurs) / static_cast<double>(nOurs));
-    peer.push_back(Time(row.theirs, nPeer) / static_cast<double>(nPeer));
-    ratios.push_back(ours.back() / peer.back());
+// The one of this name, else all that contain it.
+template <class Entry>
+std::vector<const Entry*> Choose(const std::vector<Entry>& entries, const std::string& wanted) {
+  std::vector<const Entry*> chosen;
+  for (const Entry& entry : entries) {
+    if (entry.name == wanted) return {&entry};
+    if (entry.name.find(wanted) != std::string::npos) chosen.push_back(&entry);
   }
-  return {Median(ours), Median(peer), Median(ratios)};
+  return chosen;
 }
 
-bool Matches(const std::string& name, const std::string& wanted) {
-  return wanted.empty() || name.find(wanted) != std::string::npos;
-}
-
-nlohmann::json RunRows(const bench::Table& table, const std::string& wanted, bool& rAllHold) {
-  auto results = nlohmann::json::array();
+void PrintRow(const bench::Row& row, const bench::Result& result, bool holds) {
   const bool colour = isatty(STDOUT_FILENO) != 0;
-  std::printf("%-62s %12s  %-46s %12s %8s %6s\n", "row", "ours ns", "peer", "peer ns", "ratio", "goal");
-  for (const bench::Row& row : table.GetRows()) {
-    if (!Matches(row.name, wanted)) continue;
-    const Result result = Measure(row);
-    const bool holds = result.ratio <= row.goal;
-    rAllHold = rAllHold && holds;
-    std::printf("%-62s %12.1f  %-46s %12.1f %8.3f %6.3g %s%s%s\n", row.name.c_str(), result.ours,
-                row.peer.c_str(), result.peer, result.ratio, row.goal,
-                colour ? (holds ? "\x1b[32m" : "\x1b[31m") : "", holds ? "holds" : "MISSES",
-                colour ? "\x1b[0m" : "");
-    if (!row.note.empty()) std::printf("    %s\n", row.note.c_str());
-    std::fflush(stdout);
-    results.push_back({{"row", row.name},
+  std::printf("%-66s %12.1f  %-50s %12.1f %8.3f %6.3g %s%s%s\n", row.name.c_str(), result.ours,
+              row.peer.c_str(), result.peer, result.GetRatio(), row.goal,
+              colour ? (holds ? "\x1b[32m" : "\x1b[31m") : "", holds ? "holds" : "MISSES",
+              colour ? "\x1b[0m" : "");
+  if (!row.note.empty()) std::printf("    %s\n", row.note.c_str());
+  std::fflush(stdout);
+}
+
+json RunRows(const std::vector<const bench::Row*>& rows) {
+  auto results = json::array();
+  Progress progress(rows.size());
+  std::printf("%-66s %12s  %-50s %12s %8s %6s verdict\n", "row", "ours ns", "peer", "peer ns", "ratio",
+              "goal");
+  for (const bench::Row* row : rows) {
+    progress.Show(row->name);
+    const bench::Result result = bench::Measure(*row);
+    const bool holds = result.GetRatio() <= row->goal;
+    progress.Clear();
+    PrintRow(*row, result, holds);
+    results.push_back({{"row", row->name},
                        {"ours_ns", result.ours},
-                       {"peer", row.peer},
+                       {"peer", row->peer},
                        {"peer_ns", result.peer},
-                       {"ratio", result.ratio},
-                       {"goal", row.goal},
+                       {"ratio", result.GetRatio()},
+                       {"goal", row->goal},
                        {"holds", holds}});
   }
   return results;
 }
 
-nlohmann::json RunGrowths(const bench::Table& table, const std::string& wanted) {
-  auto results = nlohmann::json::array();
-  for (const bench::Growth& growth : table.GetGrowths()) {
-    if (!Matches(growth.name, wanted)) continue;
-    std::printf("%s:", growth.name.c_str());
-    auto points = nlohmann::json::array();
-    for (const size_t size : growth.sizes) {
-      const auto operation = growth.prepare(size);
-      const size_t n = Calibrate(operation);
-      std::vector<double> times;
-      for (int i = 0; i < 5; ++i) times.push_back(Time(operation, n) / static_cast<double>(n));
-      std::printf("  %zu: %.1f ns", size, Median(times));
+json RunGrowths(const std::vector<const bench::Growth*>& growths) {
+  auto results = json::array();
+  Progress progress(growths.size());
+  for (const bench::Growth* growth : growths) {
+    auto points = json::array();
+    std::printf("%s, ns by %s:", growth->name.c_str(), growth->unit.c_str());
+    std::fflush(stdout);
+    progress.Show(growth->name);
+    progress.Clear();
+    for (const size_t size : growth->sizes) {
+      const double ns = bench::Measure(growth->prepare(size));
+      std::printf("  %zu: %.1f", size, ns);
       std::fflush(stdout);
-      points.push_back({{"size", size}, {"ns", Median(times)}});
+      points.push_back({{"size", size}, {"ns", ns}});
     }
     std::printf("\n");
-    results.push_back({{"growth", growth.name}, {"points", points}});
+    results.push_back({{"growth", growth->name},
+                       {"unit", growth->unit},
+                       {"operation", growth->operation},
+                       {"points", points}});
   }
   return results;
 }
 
-void WriteJson(const std::string& path, const nlohmann::json& content) {
+// Whoever reads the file meanwhile sees the old table or the new one.
+void WriteJson(const std::string& path, const json& content) {
   const std::string temporary = path + ".tmp";
   std::ofstream(temporary) << content.dump(2) << '\n';
   if (std::rename(temporary.c_str(), path.c_str()) != 0) std::perror(path.c_str());
 }
 
-}  // namespace
+int CountMisses(const json& results) {
+  int misses = 0;
+  for (const json& result : results) misses += !result["holds"];
+  std::printf("%zu rows, %zu hold, %d miss\n", results.size(), results.size() - static_cast<size_t>(misses),
+              misses);
+  return misses;
+}
 
-int main(int argc, char** argv) {
-  CLI::App app{"Runs the benchmark rows, each beside its peer, and prints ours / peer against the goal."};
-  std::string row, output, partner;
-  bool list = false;
-  app.add_option("--row", row, "only the rows whose name contains this text");
-  app.add_option("--output", output, "write the rows as JSON to this file (and the growths beside it)");
-  app.add_flag("--list", list, "list the rows and exit");
-  app.add_option("--partner", partner)->group("");
-  CLI11_PARSE(app, argc, argv);
-  if (!partner.empty()) {
-    RunTracePartner(partner);
-    return 0;
+int Run(const bench::Table& table, const std::string& wanted, bool growth, const std::string& output) {
+  const auto rows = Choose(table.GetRows(), wanted);
+  const auto growths = Choose(table.GetGrowths(), wanted);
+  if (growth ? growths.empty() : rows.empty()) {
+    std::fprintf(stderr, "orm-bench: no row is named like '%s'; --list shows them\n", wanted.c_str());
+    return UNKNOWN_ROW;
   }
+  const json results = growth ? RunGrowths(growths) : RunRows(rows);
+  if (wanted.empty() && !output.empty()) WriteJson(output, results);
+  return !growth && CountMisses(results) > 0 ? MISSED : 0;
+}
 
-  bench::Table table;
+void AddRows(bench::Table& table) {
   AddBaseRows(table);
   AddTraceRows(table);
   AddClassRows(table);
@@ -142,17 +137,34 @@ int main(int argc, char** argv) {
   AddKernelRows(table);
   AddThreadRows(table);
   AddRegistryRows(table);
-  if (list) {
-    for (const auto& entry : table.GetRows())
-      std::printf("%s / %s\n", entry.name.c_str(), entry.peer.c_str());
-    return 0;
-  }
-  bool allHold = true;
-  const auto rows = RunRows(table, row, allHold);
-  const auto growths = RunGrowths(table, row);
-  if (!output.empty() && row.empty()) {
-    WriteJson(output, rows);
-    WriteJson(output.substr(0, output.rfind('.')) + "-growth.json", growths);
-  }
-  return allHold ? 0 : 1;
+}
+
+int RunPartner(const std::string& kind) {
+  return RunTracePartner(kind) || RunClassPartner(kind) ? 0 : UNKNOWN_ROW;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "Measures the rows, each beside its peer in the same run, and prints ours / peer against the goal.\n"
+      "The exit code is 0 when all rows hold, 1 when some miss, 2 when there is no such row."};
+  std::string row, output, partner;
+  bool list = false, growth = false;
+  app.add_option("--row", row,
+                 "only the row of this name, or all whose name contains it; nothing is written");
+  app.add_flag("--growth", growth, "measure costs against sizes instead of the rows");
+  app.add_option("--output", output, "write the whole table as JSON to this file");
+  app.add_flag("--list", list, "list the rows and exit");
+  app.add_option("--partner", partner)->group("");
+  CLI11_PARSE(app, argc, argv);
+  if (!partner.empty()) return RunPartner(partner);
+
+  bench::Table table;
+  AddRows(table);
+  if (!list) return Run(table, row, growth, output);
+  for (const auto& entry : table.GetRows()) std::printf("%s / %s\n", entry.name.c_str(), entry.peer.c_str());
+  for (const auto& entry : table.GetGrowths())
+    std::printf("--growth: %s / %s\n", entry.name.c_str(), entry.unit.c_str());
+  return 0;
 }
