@@ -34,9 +34,12 @@ class FieldReader {
 
   bool Hexadecimal(DWORD& value) {
     char* end = nullptr;
+    constexpr unsigned long long MOST = std::numeric_limits<DWORD>::max();
     const unsigned long long number = std::strtoull(mpAt, &end, 16);
     if (!Advance(end)) return false;
-    value = static_cast<DWORD>(std::min<unsigned long long>(number, std::numeric_limits<DWORD>::max()));
+    // A negative number comes as its complement.
+    const bool fits = number <= MOST || number >= ~MOST;
+    value = fits ? static_cast<DWORD>(number) : std::numeric_limits<DWORD>::max();
     return true;
   }
 
@@ -145,6 +148,7 @@ bool Font::Create(const String& rDescriptor) {
   FontFields fields;
   if (!fields.Read(rDescriptor.GetBegin())) return false;
   const LOGFONTA description = Describe(fields);
+  // All numbers have 32 bits here, so none of them is a `long` to printf.
   TraceWrite(areaFont, TRACE_TRACE, false, FILE_NAME, 81, "creating new font: %s;%d;%06x;%d;%d;0x%02x",
              fields.face, fields.size, fields.color, fields.weight, fields.style & 7, description.lfCharSet);
   std::vector<FontLayer> layers = ReadLayers(rDescriptor, fields.color);

@@ -90,6 +90,11 @@ TEST_F(BitmapLoadTest, ScreenResolution) {
     EXPECT_EQ(Pixels(bitmap).height, 20);
     EXPECT_EQ(bitmap.GetWidth(), 32);
   }
+  orm::Font font;
+  font.Create("Tahoma;10");
+  LOGFONTA description{};
+  GetObjectA(font.GetHandle(), sizeof description, &description);
+  EXPECT_EQ(description.lfHeight, -17) << "16.67 rounded";
 }
 
 TEST_F(BitmapLoadTest, TheSystemStretchesByItsDefaultMode) {
@@ -124,6 +129,23 @@ TEST_F(BitmapLoadTest, TracesItsWay) {
   EXPECT_EQ(bitmap.GetPalette(), nullptr);
   EXPECT_THAT(TakeLines(), testing::ElementsAre("-> Bitmap::Load()", "    Palette already loaded , delete it",
                                                 "    Bitmap already loaded , delete it"));
+  // The resampler refuses what is not there.
+  Resource cut;
+  cut.PutHeader(4, 4, 24);
+  EXPECT_TRUE(Load(bitmap, cut, {2, 1, 2, 1}));
+  EXPECT_THAT(TakeLines(),
+              testing::ElementsAre("-> Bitmap::Load()", "StretchBitmap cannot work with 0 bit image",
+                                   "    Doing the system stretch", testing::StartsWith("    bitmap loaded "),
+                                   "<- Bitmap::Load()"));
+  EXPECT_THAT(
+      TakeAssertions(),
+      testing::ElementsAre(
+          "src/shared/Bitmap(378):mBitmap",
+          "src/shared/Bitmap(382):SetDIBits(dc, mBitmap, 0, (WORD)pBI->bmiHeader.biHeight, pBits, pBI, 0)",
+          "src/shared/Bitmap(56):::GetObjectA(mBitmap, sizeof(BITMAP), &bitmapInfo) == sizeof(BITMAP)"));
+  OpenArea("bitmap", "d");
+  ASSERT_TRUE(Load(bitmap, Indexed(4, 4, 8), {2, 1, 2, 1}, true));
+  EXPECT_THAT(TakeLines(), testing::ElementsAre("-> Bitmap::Load()", "<- Bitmap::Load()"));
 }
 
 TEST_F(BitmapLoadTest, OtherHeadersAndCompressions) {

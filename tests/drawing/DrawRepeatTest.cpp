@@ -108,6 +108,29 @@ TEST_F(Pictures, EveryStartLengthPeriodAndPhase) {
         }
 }
 
+// The phase is taken as it is: only one period is ever added, so that far ones empty the tail or make it
+// longer than the bitmap's, whose missing columns leave the target alone.
+TEST_F(Pictures, PhasesBeyondThePeriod) {
+  for (int phase = -15; phase <= 15; ++phase) {
+    constexpr int width = 30, band = 4, bandWidth = 2, period = 4;
+    int end = width - 6;
+    int shift = phase - (end + bandWidth) % period;
+    if (shift < 0) shift += period;
+    end = std::min(end + shift, width);
+    Bitmap::RepeatInfo info;
+    info.mStartX = band, info.mLengthX = bandWidth, info.mPeriodX = period, info.mPhaseX = phase;
+    mBitmap.DrawRepeat(mCanvas->context, {0, 0}, {width, 1}, info, false);
+    for (int x = 0; x < width; ++x) {
+      const int tail = band + bandWidth + x - end;
+      const std::uint32_t expected = x < band + bandWidth ? Color(x, 0)
+                                     : x < end            ? Color(band + (x - band) % bandWidth, 0)
+                                     : tail < 12          ? Color(tail, 0)
+                                                          : 0;
+      ASSERT_EQ(mCanvas->At(x, 0), expected) << "phase " << phase << " at " << x;
+    }
+  }
+}
+
 TEST_F(Pictures, SizesThatNeedNoRepetition) {
   for (const SIZE size : {SIZE{12, 9}, SIZE{5, 4}, SIZE{-1, -1}, SIZE{0, 0}, SIZE{-7, 3}, SIZE{3, -2},
                           SIZE{-1, 20}, SIZE{30, -1}, SIZE{30, 4}, SIZE{4, 20}, SIZE{0, 20}})

@@ -32,6 +32,10 @@ TEST_F(FontTest, DescriptorFieldsAndTheirDefaults) {
       {"A; 9; 10; 500; 1; 257", "A", -12, 500, 1, 1, 0x10},  // blanks before numbers, the low byte
       {"A;x;10", "A", -11, 400, 0, 1, 0},
       {"A;-9", "A", 12, 400, 0, 1, 0},
+      {"A;8;-2;+700;-1;-1", "A", -11, 700, 7, 255, 0xFFFFFFFE},
+      {"A;8;fffffffff", "A", -11, 400, 0, 1, 0xFFFFFFFF},
+      {"A ;8", "A ", -11, 400, 0, 1, 0},
+      {"A;8 ;700", "A", -11, 400, 0, 1, 0},  // no blank before a semicolon
       {"1234567890123456789012345678901;8", "1234567890123456789012345678901", -11, 400, 0, 1, 0},
   };
   for (const auto& c : cases) {
@@ -109,6 +113,10 @@ TEST_F(FontTest, ASecondCreateAssertsAndReplaces) {
 }
 
 TEST_F(FontTest, TracesWhatItMakes) {
+  OpenArea("font", "d");
+  Font quiet;
+  quiet.Create("Tahoma;10");
+  EXPECT_THAT(TakeLines(), testing::IsEmpty());
   OpenArea("font", "t");
   Font font;
   font.Create("Tahoma;10;00ff80;700;9;204");

@@ -91,6 +91,13 @@ TEST_F(MessageMapTest, PaletteMessages) {
   EXPECT_TRUE(IsInvalid());
   EXPECT_EQ(Process(WM_SIZE, 0), 0);
   EXPECT_EQ(mResult, 77);
+  LONG result = 77;
+  const HWND dead = reinterpret_cast<HWND>(std::uintptr_t{1});
+  EXPECT_EQ(mBackground.ProcessWindowMessage(dead, WM_QUERYNEWPALETTE, 0, 0, result, 0), 1);
+  EXPECT_EQ(result, 1);
+  EXPECT_THAT(TakeAssertions(),
+              testing::ElementsAre("src/shared/Bitmap(822):dc != 0",
+                                   "src/shared/Bitmap(826):dc.RealizePalette() != (0xFFFFFFFFL)"));
   EXPECT_TRUE(DeleteObject(mBackground.palette)) << "it is not selected any more";
 }
 

@@ -8,8 +8,9 @@
 //   bands.mLengthX = bands.mLengthY = 16;
 //   frame.DrawRepeat(context, {0, 0}, {640, 480}, bands, true);
 //
-// A Bitmap is used by one thread at a time while it is loaded; several may draw it at once. Nothing throws
-// but std::bad_alloc: failures of the system are assertions, a failed final copy is a trace line.
+// A Bitmap is used by one thread at a time, for drawing too: its handle is selected into a context while it
+// is drawn, and the system selects a bitmap into one context only. Nothing throws but std::bad_alloc:
+// failures of the system are assertions, a failed final copy is a trace line.
 #pragma once
 
 #include <ormutil/Export.h>
