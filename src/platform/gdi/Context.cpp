@@ -70,7 +70,7 @@ T Peek(HDC handle, T Context::*member, T failure) {
   return context ? (*context).*member : failure;
 }
 
-HGDIOBJ SelectBitmap(Context& context, HGDIOBJ handle, std::shared_ptr<Bitmap> bitmap) {
+HGDIOBJ SelectBitmap(Context& context, HGDIOBJ handle, const std::shared_ptr<Bitmap>& bitmap) {
   if (context.bitmap.Handle() == handle) return handle;
   if (context.origin != Context::Origin::Memory) {
     Fail(ERROR_INVALID_FUNCTION);

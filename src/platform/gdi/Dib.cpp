@@ -90,11 +90,7 @@ class RunDecoder {
       } else if (value == endOfLine) {
         mX = 0;
         ++mY;
-      } else if (value == endOfPicture) {
-        return;
-      } else if (value == delta) {
-        if (!Skip()) return;
-      } else if (!Literal(value)) {
+      } else if (value == endOfPicture || !(value == delta ? Skip() : Literal(value))) {
         return;
       }
     }

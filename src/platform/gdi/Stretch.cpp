@@ -54,6 +54,7 @@ class Axis {
       first = std::int64_t{t} * fromSize / targetSize;
       last = std::int64_t{t + 1} * fromSize / targetSize;
     } else {  // the source pixel under the target pixel's centre
+      // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): there is a target pixel, so the size is not 0
       first = (2 * std::int64_t{t} + 1) * fromSize / (2 * std::int64_t{targetSize});
       last = first + 1;
     }

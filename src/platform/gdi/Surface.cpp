@@ -100,7 +100,7 @@ bool PixelFormat::SameDirect(const PixelFormat& other) const {
 }
 
 std::int64_t Surface::StrideFor(std::int64_t width, int bits, int alignment) {
-  const std::int64_t unit = alignment * 8;
+  const std::int64_t unit = std::int64_t{alignment} * 8;
   return (width * bits + unit - 1) / unit * alignment;
 }
 
@@ -156,7 +156,7 @@ void Surface::Read(int x, int y, int count, std::uint32_t* values) const {
         std::memcpy(&value, row, 4);
         values[i] = value & 0xFFFFFF;
       }
-      if (i < count) values[i] = row[0] | row[1] << 8 | static_cast<std::uint32_t>(row[2]) << 16;
+      if (i < count) values[i] = row[0] | std::uint32_t{row[1]} << 8 | std::uint32_t{row[2]} << 16;
       return;
     }
     default:

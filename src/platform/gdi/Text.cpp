@@ -46,7 +46,7 @@ class Painter {
       std::uint8_t* pixel = mSurface.Row(y) + 3 * static_cast<std::ptrdiff_t>(x);
       for (int i = 0; i < count; ++i, pixel += 3) {
         const Xrgb blended =
-            Blend(pixel[0] | pixel[1] << 8 | static_cast<Xrgb>(pixel[2]) << 16, mColor, coverage[i]);
+            Blend(pixel[0] | Xrgb{pixel[1]} << 8 | Xrgb{pixel[2]} << 16, mColor, coverage[i]);
         pixel[0] = static_cast<std::uint8_t>(blended);
         pixel[1] = static_cast<std::uint8_t>(blended >> 8);
         pixel[2] = static_cast<std::uint8_t>(blended >> 16);
