@@ -25,7 +25,7 @@ int AskUser(const char* condition, const char* file, int line) {
   if (messageBox) {
     char program[TARGET_SIZE] = {};
     GetModuleFileNameA(nullptr, program, sizeof program - 1);
-    char text[4 * TARGET_SIZE];
+    char text[SCOPE_MESSAGE_SIZE + 4 * TARGET_SIZE];
     std::snprintf(text, sizeof text,
                   "Assertion failed!\n\nCondition: %s\n\nProgram: %s\nModule: %s\nFile: %s\nLine: %d\n\n"
                   "(Press 'Retry' for debugging)",

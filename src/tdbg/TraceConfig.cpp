@@ -20,6 +20,8 @@ constexpr const char* OBSOLETE_VALUE = " info_nodynupdate";
 constexpr const char* FULL_FORMAT =
     "%1!-8s!|%2!-8s!|%3!c!|%4!4x!:%5!4x!|%6!6u!.%7!03u!|%8!8s!|%9!12s!|%10!4u!|";
 constexpr const char* DEFAULT_FORMAT = "%1!-8s!|%2!-8s!|%6!6u!.%7!03u!|";
+// Module, area, level, process, thread, seconds, milliseconds, time of day, file, line.
+constexpr const char* HEADER_INSERTS = "ssnnnnnssn";
 
 class Key {
  public:
@@ -142,9 +144,12 @@ void ReadConfiguration() {
   if (!global.CreateOrOpen(HKEY_LOCAL_MACHINE, GLOBAL_KEY)) return;
   ReadGlobalValues(global);
   Key module;
-  if (!module.CreateOrOpen(global.Get(), facility.moduleName)) return;
-  ReadModuleValues(module);
-  facility.moduleKey = module.Detach();
+  if (module.CreateOrOpen(global.Get(), facility.moduleName)) {
+    ReadModuleValues(module);
+    facility.moduleKey = module.Detach();
+  }
+  // The value stays as its author wrote it, for him to mend.
+  if (!InsertsAreSafe(facility.format, HEADER_INSERTS)) std::strcpy(facility.format, DEFAULT_FORMAT);
 }
 
 }  // namespace orm::trace_detail

@@ -25,10 +25,15 @@ bool HasPrefix(const char* text, const char* prefix) {
   return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
+// A trail byte of a double-byte page may look like a backslash.
+const char* NextCharacter(const char* text) {
+  return reinterpret_cast<const char*>(_mbsinc(reinterpret_cast<const unsigned char*>(text)));
+}
+
 // "libormutil.so.4.1.0" is the module ormutil, "client.exe" the module client.
 void TakeModuleName(const char* path) {
   const char* name = path;
-  for (const char* p = path; *p; ++p) {
+  for (const char* p = path; *p; p = NextCharacter(p)) {
     if (*p == '\\' || *p == '/') name = p + 1;
   }
   const char* end = std::strstr(name, ".so");
@@ -37,8 +42,14 @@ void TakeModuleName(const char* path) {
   } else {
     end = std::strrchr(name, '.');
   }
-  size_t length = end && end > name ? static_cast<size_t>(end - name) : std::strlen(name);
-  if (length >= MODULE_NAME_SIZE) length = MODULE_NAME_SIZE - 1;
+  if (!end || end == name) end = name + std::strlen(name);
+  // Cut where a character ends.
+  size_t length = 0;
+  while (name + length < end) {
+    const size_t next = static_cast<size_t>(NextCharacter(name + length) - name);
+    if (next >= MODULE_NAME_SIZE) break;
+    length = next;
+  }
   std::memcpy(facility.moduleName, name, length);
   facility.moduleName[length] = 0;
 }
@@ -59,6 +70,7 @@ void FindModule() {
 }
 
 void ExpandTarget() {
+  if (!InsertsAreSafe(facility.target, "s")) return;
   char expanded[TARGET_SIZE];
   DWORD_PTR arguments[] = {reinterpret_cast<DWORD_PTR>(facility.moduleName)};
   const DWORD length =

@@ -48,6 +48,9 @@ bool EnsureBuilt();
 
 // Reads the configuration from the registry into the facility and leaves the module key open.
 void ReadConfiguration();
+// Whether every insert of a configured text is one of those that `kinds` lists in order, 's' for a text and
+// 'n' for a number or a letter, and is formatted as what it is.
+bool InsertsAreSafe(const char* text, const char* kinds);
 // Opens the log file and its mutex when the target is a file.
 void OpenTarget();
 // Joins the time base that all processes share.

@@ -1,7 +1,11 @@
 // What the facility reads from the registry, and what it leaves there.
 #include <gtest/gtest.h>
 #include <ormutil/Trace.h>
+#include <win32/debugwatch.h>
 
+#include <filesystem>
+
+#include "TraceFacility.h"
 #include "support/Child.h"
 #include "support/TraceConfig.h"
 
@@ -72,6 +76,60 @@ TEST(TraceConfig, ModuleValuesGoBeforeGlobalOnes) {
   Sink sink;
   TraceWrite(area, TRACE_WARNING, false, "a", 1, "x");
   EXPECT_EQ(sink.lines, std::vector<std::string>{"module|x\r\n"});
+}
+
+// What a hand has mistyped must neither be taken for an address nor silence the trace.
+TEST(TraceConfig, InsertsThatAreNotThereAreNotFollowed) {
+  const struct {
+    const char* format;
+    bool isUsed;
+  } cases[] = {
+      {"%1|", true},       {"%1!-8s!|", true},  {"%9!.3s!|", true},    {"%2!hs!|", true},
+      {"%3!c!|", true},    {"%3!u!|", true},    {"%4!08I64x!|", true}, {"100%%|", true},
+      {"%n%t%1%0|", true}, {"%", true},         {"%4|", false},        {"%3!s!|", false},
+      {"%11!u!|", false},  {"%99|", false},     {"%1!ls!|", false},    {"%1!S!|", false},
+      {"%1!ws!|", false},  {"%10!*u!|", false}, {"%1!n!|", false},     {"%1!s!%4!8", false},
+      {"%1!.*s!|", false}, {"%6!s!|", false},   {"%10|", false},       {"%1!", false},
+  };
+  for (const auto& [format, isUsed] : cases) {
+    EXPECT_EQ(trace_detail::InsertsAreSafe(format, "ssnnnnnssn"), isUsed) << format;
+  }
+  SetRegistryText(TRACE_KEY, " option_format", "%4!s!|");
+  SetRegistryText(TRACE_KEY, " option_target", "%2.log");
+  SetRegistryText(MODULE_KEY, "area", "w");
+  Sink sink;
+  TraceWrite(area, TRACE_WARNING, false, "a", 1, "x");
+  ASSERT_EQ(sink.lines.size(), 1u);
+  EXPECT_EQ(sink.lines[0].substr(0, 20), "test_trace|area    |");
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_format"), "%4!s!|") << "left for its author to mend";
+}
+
+TEST(TraceConfig, ATargetIsTheDebuggerInAnyCase) {
+  SetRegistryText(TRACE_KEY, " option_target", "<DbgLog>");
+  SetRegistryText(TRACE_KEY, " option_format", "");
+  SetRegistryText(MODULE_KEY, "area", "w");
+  orm::platform::DebugWatch watch;
+  ASSERT_TRUE(watch.IsOpen());
+  TraceWrite(area, TRACE_WARNING, false, "a", 1, "to the debugger");
+  orm::platform::DebugRecord record;
+  ASSERT_TRUE(watch.Read(record, 60000));
+  EXPECT_EQ(record.text, "to the debugger\r\n");
+}
+
+// Here a trail byte looks like a backslash, and the fifteenth byte leads a character.
+TEST(TraceConfig, ModuleNamesKeepTheirCharactersWhole) {
+  SetRegistryText("SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", "ACP", "932");
+  SetRegistryText(TRACE_KEY, " option_format", "%1|");
+  SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\names.log");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  const std::filesystem::path folder(getenv("ORM_MACHINE"));
+  for (const char* name : {"\u8868x.exe", "12345678901234\u8868", ".hidden"}) {
+    std::filesystem::copy_file(Sibling("trace_writer"), folder / name);
+    EXPECT_EQ(RunProgram({(folder / name).string(), "assert"}).status, 4);
+  }
+  const std::string message = "|src/x(12):assert fail:x > 0";
+  EXPECT_EQ(ReadLog("names.log"), (std::vector<std::string>{"\x95\x5Cx" + message, "12345678901234" + message,
+                                                            ".hidden" + message}));
 }
 
 TEST(TraceConfig, LevelsFollowTheRegistryFromTheNextLineOn) {
