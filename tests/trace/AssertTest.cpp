@@ -1,6 +1,10 @@
 // Failed assertions under each policy.
 #include <gtest/gtest.h>
 #include <ormutil/Trace.h>
+#include <pty.h>
+
+#include <cstring>
+#include <regex>
 
 #include "support/Child.h"
 #include "support/TraceConfig.h"
@@ -30,6 +34,38 @@ TEST(Assert, Policies) {
   } cases[] = {{"r", 3}, {"i", 4}, {"a", 255}, {"d", 3}};
   for (const auto& [policy, status] : cases) EXPECT_EQ(AssertInChild(policy, "").status, status) << policy;
   EXPECT_EQ(ReadLog("assert.log"), std::vector<std::string>(4, "src/x(12):assert fail:x > 0"));
+}
+
+// The dialog, on a terminal of the child's own.
+TEST(Assert, AsksTheUser) {
+  const struct {
+    const char* typed;
+    int status;
+  } cases[] = {{"a\n", 255}, {"r\n", 3}, {"i\n", 4}, {"\n", 4}, {"\x04", 3}};
+  for (const auto& [typed, status] : cases) {
+    int terminal;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+      const std::string writer = Sibling("trace_writer");
+      execl(writer.c_str(), writer.c_str(), "assert", nullptr);
+      _exit(127);
+    }
+    EXPECT_EQ(write(terminal, typed, strlen(typed)), static_cast<ssize_t>(strlen(typed)));
+    std::string shown;
+    char buffer[512];
+    for (ssize_t got; (got = read(terminal, buffer, sizeof buffer)) > 0;)
+      shown.append(buffer, static_cast<size_t>(got));
+    close(terminal);
+    int result = 0;
+    waitpid(child, &result, 0);
+    EXPECT_EQ(WIFEXITED(result) ? WEXITSTATUS(result) : -1, status) << typed;
+    std::erase(shown, '\r');
+    EXPECT_TRUE(std::regex_search(
+        shown, std::regex("TDBG debugging library\n\nAssertion failed!\n\nCondition: x > 0\n\n"
+                          "Program: (.*trace_writer)\nModule: \\1\nFile: src/x\nLine: 12\n\n"
+                          "\\(Press 'Retry' for debugging\\)\n\nAbort/Retry/Ignore \\[Ignore\\]: ")))
+        << shown;
+  }
 }
 
 TEST(Assert, NamesTheFileOnce) {

@@ -59,6 +59,50 @@ TEST_F(TraceLine, FullHeader) {
   EXPECT_NE(mLines[1].find("|        Path|   7|x"), std::string::npos) << mLines[1];
 }
 
+// The moment from which times count, as the processes of the machine share it.
+class TimeBase : public TraceLine {
+ protected:
+  DWORD Seconds() {
+    TraceWrite(area, TRACE_DEBUG, false, "a", 1, "x");
+    return static_cast<DWORD>(std::stoul(mLines.at(mLines.size() - 1)));
+  }
+  HANDLE mhMapping = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(DWORD),
+                                        "ph:tdbg_trace:timebase");
+  DWORD* mpBase = static_cast<DWORD*>(MapViewOfFile(mhMapping, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(DWORD)));
+};
+
+TEST_F(TimeBase, IsThatOfTheFirstProcess) {
+  Configure("%6!u!.%7!03u!|");
+  *mpBase = 1;
+  const DWORD before = GetTickCount();
+  Listen();
+  const DWORD seconds = Seconds();
+  EXPECT_GE(seconds, (before - 1) / 1000);
+  EXPECT_LE(seconds, (GetTickCount() - 1) / 1000);
+  EXPECT_EQ(*mpBase, 1u);
+}
+
+TEST_F(TimeBase, StartsAnewWhenTheClockIsBehindIt) {
+  Configure("%6!u!|");
+  *mpBase = 0xFFFFFFFF;
+  Listen();
+  EXPECT_EQ(Seconds(), 0u);
+  EXPECT_LE(*mpBase, GetTickCount());
+}
+
+TEST_F(TimeBase, IsSetByTheFirstProcess) {
+  UnmapViewOfFile(mpBase);
+  CloseHandle(mhMapping);
+  const DWORD before = GetTickCount();
+  Configure("%6!u!|");
+  Listen();
+  mhMapping = OpenFileMappingA(FILE_MAP_ALL_ACCESS, false, "ph:tdbg_trace:timebase");
+  ASSERT_NE(mhMapping, nullptr);
+  mpBase = static_cast<DWORD*>(MapViewOfFile(mhMapping, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(DWORD)));
+  EXPECT_GE(*mpBase, before);
+  EXPECT_LE(*mpBase, GetTickCount());
+}
+
 TEST_F(TraceLine, IsCutTo253Bytes) {
   Configure("head|");
   Listen();
