@@ -15,6 +15,15 @@ struct Named : BaseFace {
   static constexpr const char* FACE_ID = "IID_Named";
   virtual const char* GetName() = 0;
 };
+struct Colored : Shape {
+  static constexpr const char* FACE_ID = "IID_Colored";
+  using ParentFace = Shape;
+  virtual int GetColor() = 0;
+};
+struct Striped : Colored {
+  static constexpr const char* FACE_ID = "IID_Striped";
+  using ParentFace = Colored;
+};
 struct Absent : BaseFace {
   static constexpr const char* FACE_ID = "IID_Absent";
 };
@@ -72,6 +81,23 @@ TEST_F(Faces, ConvertByAsking) {
   EXPECT_TRUE(FacePtr<Absent>(mShape) == 0);
   EXPECT_TRUE(FacePtr<Absent>(FacePtr<BaseFace>()) == nullptr);
   EXPECT_EQ(FacePtr<Shape>(FacePtr<BaseFace>(named))->GetCorners(), 4);
+}
+
+TEST(Face, AnObjectAnswersTheParentsOfItsFaces) {
+  struct Flag final : FaceObject<Named, Striped> {
+    const char* GetName() override { return "flag"; }
+    int GetCorners() override { return 4; }
+    int GetColor() override { return 7; }
+  };
+  const auto flag = FacePtr<Named>::Adopt(new Flag);
+  const FacePtr<Striped> striped(flag);
+  const FacePtr<Colored> colored(flag);
+  const FacePtr<Shape> shape(flag);
+  ASSERT_TRUE(striped && colored && shape);
+  EXPECT_EQ(colored->GetColor(), 7);
+  EXPECT_EQ(shape->GetCorners(), 4);
+  EXPECT_EQ(shape.Get(), striped.Get());
+  EXPECT_TRUE(FacePtr<Absent>(shape) == 0);
 }
 
 TEST_F(Faces, CountsFollowThePointers) {

@@ -11,6 +11,14 @@
 //   class Circle : public FaceObject<Shape> {
 //     double GetArea() override { ... }
 //   };
+//
+// A face that extends another face names it, so that objects answer both ids:
+//
+//   struct ColoredShape : Shape {
+//     static constexpr const char* FACE_ID = "IID_ColoredShape";
+//     using ParentFace = Shape;
+//     virtual unsigned GetColor() = 0;
+//   };
 #pragma once
 
 #include <ormutil/AtomicCounter.h>
@@ -67,8 +75,9 @@ class FaceId {
 [[noreturn]] ORMUTIL_API void ThrowFaceNotSupportedError(const char* faceId);
 
 // The standard implementation of an object with the given faces, the most derived one first; every face
-// derives from BaseFace alone, so that a face pointer and its BaseFace pointer are one address. Objects are
-// made with `new` and one reference, which the creator's first FacePtr adopts.
+// derives from BaseFace or from one other face alone, so that a face pointer and its BaseFace pointer are one
+// address. Objects are made with `new` and one reference, which the creator's first FacePtr adopts. Any
+// thread may count references and ask for faces.
 template <class First, class... Others>
 class FaceObject : public First, public Others... {
  public:
@@ -100,9 +109,18 @@ class FaceObject : public First, public Others... {
  private:
   template <class Face>
   bool Match(const FaceId& id, BaseFace*& rFace) {
-    if (!id.Names<Face>()) return false;
+    if (!NamesFaceOrParent<Face>(id)) return false;
     rFace = static_cast<Face*>(this);
     return true;
+  }
+  template <class Face>
+  static bool NamesFaceOrParent(const FaceId& id) {
+    if (id.Names<Face>()) return true;
+    if constexpr (requires { typename Face::ParentFace; }) {
+      return NamesFaceOrParent<typename Face::ParentFace>(id);
+    } else {
+      return false;
+    }
   }
 
   AtomicCounter mReferences{1};
