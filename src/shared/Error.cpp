@@ -153,7 +153,8 @@ ReadArchive& operator>>(ReadArchive& archive, Error& error) {
   try {
     Error read;
     read.ReadRecord(archive);
-    if (!read.IsEmpty()) error = read;
+    // A record without layers is kept too, for the bytes that came with it.
+    if (read.mpData) error = read;
   } catch (Error& failure) {
     failure.AddLayer(ERROR_LAYER_BELOW, "Failed to deserialize error description from external data.", true);
     failure.SetSuggestion("Make sure that you are not mixing incompatible versions of this software.", false);

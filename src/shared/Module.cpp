@@ -87,7 +87,12 @@ void TraceObjectRegister(const void* pObject, TraceArea* pArea, const BaseString
   auto& map = TheTracedObjects().mMap;
   ORM_ASSERT(map.find(KeyOf(pObject)) == map.end(),
              "gsTracedObjects.mMap.find(pObj) == gsTracedObjects.mMap.end()", FILE_NAME, 308);
-  map.insert_or_assign(KeyOf(pObject), TracedObject{pArea, className, nullptr});
+  try {
+    map.insert_or_assign(KeyOf(pObject), TracedObject{pArea, className, nullptr});
+  } catch (const std::bad_alloc&) {
+    // The object goes untraced, which its unregistration will say: an aid for finding leaks must not be what
+    // ends a program.
+  }
 }
 
 void TraceObjectUnregister(const void* pObject) {

@@ -155,6 +155,18 @@ TEST(Error, ImportGivesBackWhatWasExported) {
   EXPECT_EQ(read.Export(), error.Export());
 }
 
+TEST(Error, ARecordWithoutLayersBringsItsData) {
+  Binary stream;
+  WriteArchive writer(stream);
+  writer << true << uint32_t{2} << Binary("zz", 2) << "advice" << int32_t{-1} << uint32_t{0};
+  const Error read = Error::Import(stream);
+  EXPECT_TRUE(read.IsEmpty());
+  EXPECT_EQ(read.GetData().GetSize(), 2u);
+  EXPECT_EQ(read.GetSuggestion(), "advice");
+  EXPECT_EQ(Text(read), "");
+  EXPECT_TRUE(read.Export().IsEmpty());
+}
+
 TEST(Error, ImportNamesWhatIsWrong) {
   const Binary valid = Error(5, "x", true).Export();
   struct Row {

@@ -62,6 +62,15 @@ TEST(AtomicCounter, AssertsItsAlignment) {
 }
 #endif
 
+TEST(CountedObject, AccessNeedsARecord) {
+  const auto access = [] {
+    TraceSetSink([](void*, const char* line) { std::fputs(line, stderr); }, nullptr, 'a');
+    (void)*CountedObject<Data>();
+  };
+  EXPECT_EXIT(access(), testing::ExitedWithCode(255),
+              "src/include/CountedObject\\(530\\):assert fail:mpData != 0");
+}
+
 TEST(CountedObject, CopiesBeforeAWrite) {
   CountedObject<Data> a;
   EXPECT_TRUE(a.IsNull());

@@ -58,6 +58,12 @@ TEST(Frame, ReportsLeaksInTheOrderOfTheirAddresses) {
   EXPECT_EQ(lines, (std::vector<std::string>{
                        "Object LEAK: class = First, address = " + addresses[0] + ", ref.cnt. = 3.\r\n",
                        "Object LEAK: class = Third, address = " + addresses[1] + ".\r\n"}));
+
+  SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "n");
+  EXPECT_EQ(RunProgram({Sibling("module_leaker")}).status, 0);
+  for (orm::platform::DebugRecord record; watch.Read(record, 0);) {
+    EXPECT_EQ(record.text.find("LEAK"), std::string::npos) << "an area that is off reports nothing";
+  }
 }
 
 TEST(Frame, MisuseOfTheTracingIsAsserted) {

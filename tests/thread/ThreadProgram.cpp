@@ -53,6 +53,36 @@ int Limit() {
   return clear ? 0 : 1;
 }
 
+// Everything that an assertion guards; each is ignored and must do no harm.
+int Misuse() {
+  Thread::SetData("", nullptr);
+  Thread::GetData("");
+  struct Deaf final : FaceObject<Thread::Interrupter> {
+    void OnInterrupt(const FacePtr<Thread>&) override {}
+  };
+  const auto interrupter = FacePtr<Thread::Interrupter>(FacePtr<Deaf>::Adopt(new Deaf).Get());
+  {
+    const FacePtr<BaseFace> first = Thread::RegisterInterrupter(interrupter);
+    const FacePtr<BaseFace> second = Thread::RegisterInterrupter(interrupter);
+  }
+  bool asExpected = true;
+  const auto expect = [&](const Error& error, DWORD code, const char* text) {
+    asExpected = asExpected && error.GetCode(0) == code && error.GetMessage(0) == text;
+  };
+  auto idle = TestRunnable::Make([] {});
+  idle->ResetInterrupt();
+  idle->Interrupt();
+  idle->Wait();
+  expect(Caught([&] { idle->GetPriority(); }), 0xE72D0001, "Failed to retrieve the thread's priority.");
+  expect(Caught([&] { idle->SetPriority(Thread::PRIORITY_NORMAL); }), 0xE72D0001,
+         "Failed to set the thread's priority.");
+  for (const int priority : {-3, 3}) {
+    const auto set = [&] { Thread::GetSelf()->SetPriority(static_cast<Thread::PriorityType>(priority)); };
+    expect(Caught(set), 0xE7210001, "");
+  }
+  return asExpected ? 0 : 1;
+}
+
 int Foreign() {
   auto runnable = TestRunnable::Make([] { throw 5; });
   runnable->CreateThread(true, false);
@@ -78,6 +108,7 @@ int ExitWhileWorkersRun() {
 int main(int, char** argv) {
   const char* what = argv[1] ? argv[1] : "";
   if (std::strcmp(what, "traces") == 0) return Traces();
+  if (std::strcmp(what, "misuse") == 0) return Misuse();
   if (std::strcmp(what, "limit") == 0) return Limit();
   if (std::strcmp(what, "foreign") == 0) return Foreign();
   if (std::strcmp(what, "exit") == 0) return ExitWhileWorkersRun();

@@ -5,6 +5,8 @@
 #include <thread>
 
 #include "TestRunnable.h"
+#include "support/Child.h"
+#include "support/TraceConfig.h"
 
 using namespace orm;
 using namespace test;
@@ -82,6 +84,33 @@ TEST(Thread, PrioritiesReadBack) {
               self->SetPriority(static_cast<Thread::PriorityType>(2));
             }).GetLayerCount(),
             0u);
+}
+
+TEST(Thread, MisuseIsAsserted) {
+  SetRegistryText(TRACE_KEY, " option_format", "%10!u!|%9!.0s!");
+  SetRegistryText(TRACE_KEY, " option_target", "C:\\Windows\\Temp\\misuse.log");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  EXPECT_EQ(RunProgram({Sibling("thread_program"), "misuse"}).status, 0);
+  const std::pair<int, const char*> assertions[] = {
+      {102, "!rIdent.IsEmpty()"},
+      {117, "!rIdent.IsEmpty()"},
+      {188, "msRegistrar.find(npSelf) == msRegistrar.end()"},
+      {216, "msRegistrar.erase(Thread::GetSelf().Get())"},
+      {535, "mhInterrupt != 0"},
+      {536, "::ResetEvent(mhInterrupt)"},
+      {361, "mhInterrupt != 0"},
+      {362, "::SetEvent(mhInterrupt)"},
+      {368, "mhThread"},
+      {373, "::WaitForSingleObject(mhThread, 0xFFFFFFFF) == ((((DWORD )0x00000000L) ) + 0 )"},
+      {380, "mhThread"},
+      {404, "mhThread"},
+      {429, "forced assert"},
+      {429, "forced assert"},
+  };
+  std::vector<std::string> lines;
+  for (const auto& [line, text] : assertions)
+    lines.push_back(std::to_string(line) + "|*** Assertion failure: " + text);
+  EXPECT_EQ(ReadLog("misuse.log"), lines);
 }
 
 TEST(Thread, NowIsNeverAMark) {

@@ -40,6 +40,7 @@ class CountedObject {
       Release();
       mpData = copy;
     }
+    ORM_ASSERT(mpData != nullptr, "mpData != 0", "src/include/CountedObject", 557);
     return mpData->data;
   }
 
