@@ -24,6 +24,18 @@ const std::string& Font::FaceName() const {
 
 const Glyph& Font::GlyphOf(char32_t character) {
   std::lock_guard lock(mLock);
+  return GlyphLocked(character);
+}
+
+std::vector<const Glyph*> Font::GlyphsOf(std::u32string_view text) {
+  std::vector<const Glyph*> glyphs;
+  glyphs.reserve(text.size());
+  std::lock_guard lock(mLock);
+  for (const char32_t character : text) glyphs.push_back(&GlyphLocked(character));
+  return glyphs;
+}
+
+const Glyph& Font::GlyphLocked(char32_t character) {
   if (character < std::size(mQuick) && mQuick[character]) return *mQuick[character];
   auto& glyph = mGlyphs[character];
   if (!glyph) glyph = std::make_unique<const Glyph>(mpTypeface->Load(character, IsAntialiased()));

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -55,8 +56,11 @@ class Font final : public Object {
 
   // Any thread; the glyph lives as long as the font.
   const Glyph& GlyphOf(char32_t character);
+  // Those of a run, in order.
+  std::vector<const Glyph*> GlyphsOf(std::u32string_view text);
 
  private:
+  const Glyph& GlyphLocked(char32_t character);
   Glyph Load(char32_t character) const;
 
   const LOGFONTA mDescription;

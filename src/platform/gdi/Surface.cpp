@@ -20,18 +20,33 @@ template <int bits>
 void ReadPacked(const std::uint8_t* row, int x, int count, std::uint32_t* values) {
   constexpr int perByte = 8 / bits;
   constexpr std::uint32_t mask = (1u << bits) - 1;
-  for (int i = 0; i < count; ++i, ++x) values[i] = row[x / perByte] >> (8 - bits - x % perByte * bits) & mask;
+  const int end = x + count;
+  const auto one = [&] { *values++ = row[x / perByte] >> (8 - bits - x % perByte * bits) & mask; };
+  for (; x < end && x % perByte != 0; ++x) one();
+  for (; x + perByte <= end; x += perByte, values += perByte) {
+    const std::uint32_t byte = row[x / perByte];
+    for (int i = 0; i < perByte; ++i) values[i] = byte >> (8 - bits - i * bits) & mask;
+  }
+  for (; x < end; ++x) one();
 }
 
 template <int bits>
 void WritePacked(std::uint8_t* row, int x, int count, const std::uint32_t* values) {
   constexpr int perByte = 8 / bits;
   constexpr std::uint32_t mask = (1u << bits) - 1;
-  for (int i = 0; i < count; ++i, ++x) {
+  const int end = x + count;
+  const auto one = [&] {
     const int shift = 8 - bits - x % perByte * bits;
     std::uint8_t& byte = row[x / perByte];
-    byte = static_cast<std::uint8_t>((byte & ~(mask << shift)) | (values[i] & mask) << shift);
+    byte = static_cast<std::uint8_t>((byte & ~(mask << shift)) | (*values++ & mask) << shift);
+  };
+  for (; x < end && x % perByte != 0; ++x) one();
+  for (; x + perByte <= end; x += perByte, values += perByte) {
+    std::uint32_t byte = 0;
+    for (int i = 0; i < perByte; ++i) byte |= (values[i] & mask) << (8 - bits - i * bits);
+    row[x / perByte] = static_cast<std::uint8_t>(byte);
   }
+  for (; x < end; ++x) one();
 }
 
 }  // namespace

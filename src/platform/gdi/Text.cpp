@@ -110,7 +110,7 @@ std::u32string DecodeText(const char* text, std::size_t bytes) {
 
 int MeasureRun(Font& font, std::u32string_view text) {
   std::int64_t width = 0;
-  for (const char32_t character : text) width += font.GlyphOf(character).advance;
+  for (const Glyph* glyph : font.GlyphsOf(text)) width += glyph->advance;
   return static_cast<int>(std::min<std::int64_t>(width, INT32_MAX / 4));
 }
 
@@ -119,13 +119,12 @@ void DrawRun(Context& context, POINT corner, std::u32string_view text, const REC
   Font& font = *context.font;
   const FontMetrics& metrics = font.Metrics();
   const RECT visible = Intersect(clip, context.Clip());
-  std::int64_t width = 0;
-  if (advances)
-    for (const int advance : *advances) width += advance;
-  else
-    width = MeasureRun(font, text);
-  const LONG right =
-      SaturatedAdd(corner.x, static_cast<LONG>(std::clamp<std::int64_t>(width, 0, INT32_MAX / 4)));
+  const std::vector<const Glyph*> glyphs = font.GlyphsOf(text);
+  std::vector<LONG> pens{corner.x};
+  pens.reserve(glyphs.size() + 1);
+  for (std::size_t i = 0; i < glyphs.size(); ++i)
+    pens.push_back(SaturatedAdd(pens.back(), advances ? (*advances)[i] : glyphs[i]->advance));
+  const LONG right = pens.back();
   const LONG baseline = SaturatedAdd(corner.y, metrics.ascent);
   const Xrgb color = context.Resolve(context.textColor);
   Surface& surface = context.Target();
@@ -135,12 +134,7 @@ void DrawRun(Context& context, POINT corner, std::u32string_view text, const REC
                context.Resolve(context.bkColor));
   if (IsEmpty(visible)) return;
   Painter painter(surface, visible, color);
-  LONG pen = corner.x;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const Glyph& glyph = font.GlyphOf(text[i]);
-    painter.Paint(glyph, pen, baseline);
-    pen = SaturatedAdd(pen, advances ? (*advances)[i] : glyph.advance);
-  }
+  for (std::size_t i = 0; i < glyphs.size(); ++i) painter.Paint(*glyphs[i], pens[i], baseline);
   const LOGFONTA& description = font.Description();
   const auto line = [&](LONG top, LONG thickness) {
     FillLocked(surface, {corner.x, top, right, top + thickness}, visible, color);

@@ -52,6 +52,12 @@ void Translation::Apply(std::uint32_t* values, int count) {
     case Kind::Identity:
       return;
     case Kind::Table:
+      if (mTable.size() == 2) {  // without a look-up, so that it is done for many at once
+        const std::uint32_t zero = mTable[0];
+        const std::uint32_t difference = mTable[0] ^ mTable[1];
+        for (int i = 0; i < count; ++i) values[i] = zero ^ (difference & (0 - values[i]));
+        return;
+      }
       for (int i = 0; i < count; ++i) values[i] = mTable[values[i]];
       return;
     case Kind::Compare: {
