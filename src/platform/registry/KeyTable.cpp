@@ -2,6 +2,7 @@
 // not become valid again when its slot is reused, and no handle equals one of the roots.
 #include "registry/KeyTable.h"
 
+#include <array>
 #include <mutex>
 #include <vector>
 

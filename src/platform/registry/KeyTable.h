@@ -1,13 +1,12 @@
 // The handles of open keys, what each of them may do, and what it remembers of its last answers.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
-#include <string_view>
 
 #include "registry/Hive.h"
 #include "registry/Records.h"
+#include "registry/ValueMemory.h"
 #include "registry/WordLock.h"
 #include "win32/registry.h"
 
@@ -19,28 +18,10 @@ struct OpenKey {
   REGSAM access = 0;
 };
 
-// Answers that an open key gave last. They hold as long as the store's commit word is the transaction that
-// they were read in.
+// What an open key remembers of its last answers.
 struct KeyMemory {
-  static constexpr std::uint64_t nothing = ~std::uint64_t{0};
-
-  struct Value {
-    std::uint64_t txn = nothing;
-    DWORD type = 0;
-    std::uint8_t size = 0;
-    std::uint8_t nameSize = 0;
-    std::array<char, 46> name;
-    std::array<BYTE, 64> data;
-  };
-  std::array<Value, 8> values;
+  ValueMemory values;
   Position valuePosition, subKeyPosition;
-
-  Value& For(std::string_view name) {
-    const auto ends = name.empty() ? 0u
-                                   : static_cast<unsigned char>(name.back()) +
-                                         unsigned{3} * static_cast<unsigned char>(name.front());
-    return values[(name.size() + ends) % values.size()];
-  }
 };
 
 struct KeySlot {

@@ -21,27 +21,14 @@ std::string_view NameOrDefault(const char* name) {
 }
 
 // The value as this handle saw it last, when nothing has been committed since; null otherwise.
-const KeyMemory::Value* Remembered(const LockedKey& slot, std::string_view name) {
+const ValueMemory::Value* Remembered(const LockedKey& slot, std::string_view name) {
   const volatile std::uint64_t* word = slot->key.hive->CommitWord();
   if (slot->memory == nullptr || word == nullptr || slot->key.hive->InBatch()) return nullptr;
-  const KeyMemory::Value& value = slot->memory->For(name);
-  const bool isIt = value.txn == *word && value.nameSize == name.size() &&
-                    std::memcmp(value.name.data(), name.data(), name.size()) == 0;
-  return isIt ? &value : nullptr;
-}
-
-void Fill(const ValueRecord& found, std::string_view name, std::uint64_t txn, KeyMemory::Value* value) {
-  if (name.size() > value->name.size() || found.data.size() > value->data.size()) return;
-  value->txn = txn;
-  value->type = found.type;
-  value->size = static_cast<std::uint8_t>(found.data.size());
-  value->nameSize = static_cast<std::uint8_t>(name.size());
-  std::memcpy(value->name.data(), name.data(), name.size());
-  std::memcpy(value->data.data(), found.data.data(), found.data.size());
+  return slot->memory->values.Find(name, *word);
 }
 
 DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
-  KeyMemory::Value fresh;
+  ValueMemory::Value fresh;
   const DWORD result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
     ValueRecord value;
     const DWORD error = GetValue(txn, open.id, name, &value);
@@ -50,11 +37,11 @@ DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* ty
       return alive == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : alive;
     }
     if (error != ERROR_SUCCESS) return error;
-    if (!open.hive->InBatch()) Fill(value, name, mdb_txn_id(txn), &fresh);
+    if (!open.hive->InBatch()) fresh = {mdb_txn_id(txn), name, value.type, value.data};
     return DeliverValue(value.type, value.data, type, data, size);
   });
-  if (fresh.txn != KeyMemory::nothing) {
-    if (const LockedKey slot(key); slot) slot.Memory().For(name) = fresh;
+  if (fresh.txn != ValueMemory::noTransaction) {
+    if (const LockedKey slot(key); slot) slot.Memory().values.Store(fresh);
   }
   return result;
 }
@@ -63,9 +50,8 @@ DWORD Query(HKEY key, std::string_view name, DWORD* type, BYTE* data, DWORD* siz
   OpenKey open;
   if (const LockedKey slot(key); slot) {
     if ((slot->key.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
-    if (const KeyMemory::Value* value = Remembered(slot, name)) {
-      return DeliverValue(value->type, {reinterpret_cast<const char*>(value->data.data()), value->size}, type,
-                          data, size);
+    if (const ValueMemory::Value* value = Remembered(slot, name)) {
+      return DeliverValue(value->type, value->Data(), type, data, size);
     }
     open = slot->key;
   } else if (const DWORD error = FindKey(key, &open); error != ERROR_SUCCESS) {
