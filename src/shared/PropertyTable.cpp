@@ -1,9 +1,10 @@
-// The table of a memory bag: comparing names, and the index over the map.
+// The table of a memory bag: comparing names, the index over the entries, and their order.
 #include "PropertyTable.h"
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
+#include <string>
+#include <utility>
 
 namespace orm {
 
@@ -45,6 +46,18 @@ uint64_t LoadLower(const char* text, size_t pos, size_t length) {
 
 const unsigned char* Bytes(const char* text) {
   return reinterpret_cast<const unsigned char*>(text);
+}
+
+// The lower-case form of a name that is not plain when that form is; else the empty text. Only such a name
+// can equal a plain one.
+String FoldToPlain(const String& name) {
+  std::string folded;
+  for (const unsigned char* pos = Bytes(name.GetBegin()); *pos != 0; pos += _mbclen(pos)) {
+    const unsigned lower = _mbctolower(_mbsnextc(pos));
+    if (lower >= 0x80) return String();
+    folded.push_back(static_cast<char>(lower));
+  }
+  return folded.c_str();
 }
 
 }  // namespace
@@ -89,78 +102,129 @@ bool PropertyNameKey::operator<(const PropertyNameKey& other) const {
   return mLength < other.mLength;
 }
 
-PropertyTable::PropertyTable(const PropertyTable& other) : mEntries(other.mEntries) {
+PropertyTable::PropertyTable(const PropertyTable& other) {
+  other.ForEach([this](const PropertyEntry& entry) { Append(PropertyNameKey(entry.name), entry); });
   Rebuild();
 }
+
+// ---- Finding
 
 PropertyTable::Cell* PropertyTable::FindCell(const PropertyNameKey& key) const {
   if (mIndex.empty() || !key.IsPlain()) return nullptr;
   Cell* cell = &mIndex[key.GetHash() & mMask];
   for (Cell* end = cell + kWindow; cell != end; ++cell) {
-    if (cell->hash == key.GetHash() && cell->pItem && cell->pItem->first.IsEqual(key)) return cell;
+    if (cell->hash == key.GetHash() && cell->pItem && cell->pItem->key.IsEqual(key)) return cell;
   }
   return nullptr;
 }
 
-PropertyTable::Map::value_type* PropertyTable::FindItem(const PropertyNameKey& key) const {
-  if (const Cell* cell = FindCell(key)) return cell->pItem;
-  // A plain name may also equal one that is not plain: that is for the code page to say.
-  if (mUnindexed == 0 && key.IsPlain()) return nullptr;
-  const auto found = mEntries.find(key);
-  return found != mEntries.end() ? const_cast<Map::value_type*>(&*found) : nullptr;
+PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key, const String& name) const {
+  const Cell* cell = FindCell(key);
+  if (!cell && !key.IsPlain()) {
+    const String folded = FoldToPlain(name);
+    if (!folded.IsEmpty()) cell = FindCell(PropertyNameKey(folded));
+  }
+  if (cell) return cell->pItem;
+  if (mOthers.empty()) return nullptr;
+  const auto found = mOthers.find(key);
+  return found != mOthers.end() ? found->second : nullptr;
 }
 
 const PropertyValue* PropertyTable::Find(const String& name) const {
-  const Map::value_type* item = FindItem(PropertyNameKey(name));
-  return item ? &item->second.value : nullptr;
+  const Item* item = FindItem(PropertyNameKey(name), name);
+  return item ? &item->entry.value : nullptr;
 }
+
+// ---- Changing
 
 PropertyValue& PropertyTable::FindOrInsert(const String& name) {
   const PropertyNameKey key(name);
-  if (auto* item = FindItem(key)) return item->second.value;
-  // A bag is often filled in ascending order, from the enumeration of another one. The key may point into the
-  // caller's string, since the entry shares its text.
-  const bool last = mEntries.empty() || mEntries.rbegin()->first < key;
-  const auto where = last ? mEntries.end() : mEntries.lower_bound(key);
-  Map::value_type& item = *mEntries.emplace_hint(where, key, PropertyEntry{name, {}});
-  if (mEntries.size() * 2 > mMask) {
+  if (Item* item = FindItem(key, name)) return item->entry.value;
+  Append(key, PropertyEntry{name, {}});
+  if (mItems.size() * 2 > mMask) {
     Rebuild();
   } else {
-    Index(item);
+    Index(mItems.back());
   }
-  return item.second.value;
+  return mItems.back().entry.value;
+}
+
+// The key may point into the caller's string, since the entry shares its text.
+void PropertyTable::Append(const PropertyNameKey& key, const PropertyEntry& entry) {
+  mItems.push_back({key, entry});
 }
 
 void PropertyTable::Delete(const String& name) {
-  const Map::value_type* item = FindItem(PropertyNameKey(name));
+  Item* item = FindItem(PropertyNameKey(name), name);
   if (!item) return;
-  if (Cell* cell = FindCell(item->first)) {
+  if (Cell* cell = FindCell(item->key)) {
     *cell = {};
   } else {
-    --mUnindexed;
+    mOthers.erase(item->key);
   }
-  mEntries.erase(item->first);
+  // The name stays: the order still looks at it.
+  item->entry.value = {};
+  item->dead = true;
+  if (++mDead > kMostDead && mDead > GetSize()) Compact();
 }
 
-void PropertyTable::Index(Map::value_type& item) {
-  if (item.first.IsPlain()) {
-    Cell* begin = &mIndex[item.first.GetHash() & mMask];
+void PropertyTable::Index(Item& item) {
+  if (item.key.IsPlain()) {
+    Cell* begin = &mIndex[item.key.GetHash() & mMask];
     Cell* free = std::find_if(begin, begin + kWindow, [](const Cell& cell) { return !cell.pItem; });
     if (free != begin + kWindow) {
-      *free = {item.first.GetHash(), &item};
+      *free = {item.key.GetHash(), &item};
       return;
     }
   }
-  ++mUnindexed;
+  mOthers.emplace(item.key, &item);
 }
 
 void PropertyTable::Rebuild() {
-  size_t cells = 16;
-  while (cells < mEntries.size() * 4) cells *= 2;
+  size_t cells = kFewestCells;
+  while (cells < mItems.size() * 2) cells *= 2;
   mMask = cells - 1;
   mIndex.assign(cells + kWindow - 1, Cell{});
-  mUnindexed = 0;
-  for (auto& item : mEntries) Index(item);
+  mOthers.clear();
+  for (Item& item : mItems) {
+    if (!item.dead) Index(item);
+  }
+}
+
+void PropertyTable::Compact() {
+  const std::deque<Item> old = std::exchange(mItems, {});
+  for (const Item& item : old) {
+    if (!item.dead) Append(item.key, item.entry);
+  }
+  mDead = 0;
+  mOrder.clear();
+  mOrdered = 0;
+  Rebuild();
+}
+
+// ---- The order
+
+const PropertyTable::Order& PropertyTable::GetOrder() const {
+  if (mOrdered.load(std::memory_order_acquire) != mItems.size()) MakeOrder();
+  return mOrder;
+}
+
+// Brings the items that came since the last time into the order. They are often in order themselves, having
+// been copied from another bag.
+void PropertyTable::MakeOrder() const {
+  const std::lock_guard lock(mOrdering);
+  size_t next = mOrdered.load(std::memory_order_relaxed);
+  if (next == mItems.size()) return;
+  const auto known = static_cast<std::ptrdiff_t>(next);
+  mOrder.reserve(mItems.size());
+  while (next < mItems.size()) mOrder.push_back(&mItems[next++]);
+  const auto before = [](const Item* a, const Item* b) { return a->key < b->key; };
+  const auto added = mOrder.begin() + known;
+  if (!std::is_sorted(added, mOrder.end(), before)) std::sort(added, mOrder.end(), before);
+  if (known > 0 && before(*added, *std::prev(added))) {
+    std::inplace_merge(mOrder.begin(), added, mOrder.end(), before);
+  }
+  mOrdered.store(mItems.size(), std::memory_order_release);
 }
 
 }  // namespace orm

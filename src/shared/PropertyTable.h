@@ -1,17 +1,20 @@
-// The contents of a memory bag: an ordered map of names to values, with an index for finding them.
+// The contents of a memory bag: the entries in the order in which they came, an index for finding them, and
+// their order by name, which is made when somebody asks for it.
 //
-// The map alone would do: it decides which names are equal and in which order they stand, by the multibyte
-// comparison without regard to case. Walking it costs several comparisons a search, so names made of ASCII
-// characters, nearly all there are, are found through a hash index of their lower-case form first. The index
-// only ever answers "here it is" or "not among what I hold"; whatever it could not take is looked for in the
-// map. A probe of the index is of bounded length, so that names chosen to collide cost no more than the map.
+// The multibyte comparison without regard to case decides which names are equal and in which order they
+// stand. Names made of ASCII characters, nearly all there are, are found through a hash index of their
+// lower-case form. Whatever the index cannot take, because it is not plain or because too many names have
+// its hash, is in an ordered map: names chosen to collide cost no more than the map.
 #pragma once
 
 #include <ormutil/BaseString.h>
 #include <ormutil/Binary.h>
 #include <ormutil/Properties.h>
 
+#include <atomic>
+#include <deque>
 #include <map>
+#include <mutex>
 #include <variant>
 #include <vector>
 
@@ -28,7 +31,7 @@ class PropertyNameKey {
   uint32_t GetHash() const { return mHash; }
   // Both plain.
   bool IsEqual(const PropertyNameKey& other) const;
-  // The order of the map.
+  // The order of enumeration.
   bool operator<(const PropertyNameKey& other) const;
 
  private:
@@ -47,6 +50,7 @@ struct PropertyEntry {
   PropertyValue value;
 };
 
+// Reading is for several threads at once.
 class PropertyTable {
  public:
   PropertyTable() = default;
@@ -59,33 +63,54 @@ class PropertyTable {
   PropertyValue& FindOrInsert(const String& name);
   void Delete(const String& name);
 
-  size_t GetSize() const { return mEntries.size(); }
+  size_t GetSize() const { return mItems.size() - mDead; }
   // Calls `visit(const PropertyEntry&)` for each property in order.
   template <class Visit>
   void ForEach(Visit visit) const {
-    for (const auto& [key, entry] : mEntries) visit(entry);
+    for (const Item* item : GetOrder()) {
+      if (!item->dead) visit(item->entry);
+    }
   }
 
  private:
-  using Map = std::map<PropertyNameKey, PropertyEntry>;
+  struct Item {
+    PropertyNameKey key;
+    PropertyEntry entry;
+    bool dead = false;  // deleted, but still a place in the order
+  };
   struct Cell {
     uint32_t hash = 0;
-    Map::value_type* pItem = nullptr;
+    Item* pItem = nullptr;
   };
+  using Order = std::vector<const Item*>;
   // A name lies in one of this many cells, beginning with the one that its hash names.
   static constexpr size_t kWindow = 8;
+  static constexpr size_t kFewestCells = 32;
+  // Dead items are put up with until they are more than this and more than the others.
+  static constexpr size_t kMostDead = 16;
 
   Cell* FindCell(const PropertyNameKey& key) const;
-  Map::value_type* FindItem(const PropertyNameKey& key) const;
-  void Index(Map::value_type& item);
+  Item* FindItem(const PropertyNameKey& key, const String& name) const;
+  void Append(const PropertyNameKey& key, const PropertyEntry& entry);
+  void Index(Item& item);
   void Rebuild();
+  void Compact();
+  const Order& GetOrder() const;
+  void MakeOrder() const;
 
-  Map mEntries;
-  // A power of two of cells that hashes name, and kWindow - 1 more at the end.
+  std::deque<Item> mItems;
+  // A power of two of cells that hashes name, at least twice as many as there are items, and kWindow - 1
+  // more.
   mutable std::vector<Cell> mIndex;
   size_t mMask = 0;
-  // Names that the map has and the index has not.
-  size_t mUnindexed = 0;
+  std::map<PropertyNameKey, Item*> mOthers;
+  size_t mDead = 0;
+
+  // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under the
+  // lock.
+  mutable std::mutex mOrdering;
+  mutable std::atomic<size_t> mOrdered{0};
+  mutable Order mOrder;
 };
 
 // The table of a memory bag that has one; null for every other bag, also for one of a class derived from the
