@@ -6,11 +6,13 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "harness/Rooms.h"
 #include "win32.h"
+#include "win32/registryx.h"
 
 namespace {
 
@@ -138,9 +140,88 @@ void Write(const Store& store, size_t n) {
   while (n--) store.Set(name, number++);
 }
 
+// A key with this many values and as many subkeys, for the life of this object.
+class LargeKey {
+ public:
+  explicit LargeKey(DWORD size) : mPath("Bench\\Growth" + std::to_string(size)) {
+    RegCreateKeyExA(HKEY_CURRENT_USER, mPath.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &mKey, nullptr);
+    OrmRegBeginTransaction(mKey, std::uint64_t{size} * 1024);
+    for (DWORD i = 0; i < size; ++i) {
+      mNames.push_back("name" + std::to_string(i));
+      RegSetValueExA(mKey, mNames.back().c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&i), sizeof i);
+      HKEY subkey = nullptr;
+      RegCreateKeyExA(mKey, mNames.back().c_str(), 0, nullptr, 0, KEY_READ, nullptr, &subkey, nullptr);
+      RegCloseKey(subkey);
+    }
+    OrmRegCommitTransaction(mKey);
+  }
+  ~LargeKey() {
+    OrmRegBeginTransaction(mKey, std::uint64_t{mNames.size()} * 1024);
+    for (const std::string& name : mNames) RegDeleteKeyA(mKey, name.c_str());
+    OrmRegCommitTransaction(mKey);
+    RegCloseKey(mKey);
+    RegDeleteKeyA(HKEY_CURRENT_USER, mPath.c_str());
+  }
+  LargeKey(const LargeKey&) = delete;
+  LargeKey& operator=(const LargeKey&) = delete;
+
+  void OpenOne(size_t i) const {
+    HKEY subkey = nullptr;
+    RegOpenKeyExA(mKey, Name(i), 0, KEY_READ, &subkey);
+    RegCloseKey(subkey);
+  }
+  void ReadOne(size_t i) const {
+    DWORD number = 0, size = sizeof number;
+    RegQueryValueExA(mKey, Name(i), nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size);
+    bench::Keep(number);
+  }
+  void EnumValue(size_t i) const {
+    char name[64];
+    DWORD size = sizeof name;
+    RegEnumValueA(mKey, static_cast<DWORD>(i % mNames.size()), name, &size, nullptr, nullptr, nullptr,
+                  nullptr);
+    bench::Keep(size);
+  }
+  void EnumSubkey(size_t i) const {
+    char name[64];
+    DWORD size = sizeof name;
+    RegEnumKeyExA(mKey, static_cast<DWORD>(i % mNames.size()), name, &size, nullptr, nullptr, nullptr,
+                  nullptr);
+    bench::Keep(size);
+  }
+
+ private:
+  const char* Name(size_t i) const { return mNames[i * 7 % mNames.size()].c_str(); }
+
+  std::string mPath;
+  std::vector<std::string> mNames;
+  HKEY mKey = nullptr;
+};
+
+void AddGrowths(bench::Table& table) {
+  const auto add = [&table](const char* name, const char* unit, const char* operation,
+                            void (LargeKey::*work)(size_t) const) {
+    table.Add(bench::Growth{.name = name,
+                            .unit = unit,
+                            .sizes = {10, 100, 1'000, 10'000},
+                            .prepare = [work](size_t size) -> bench::Operation {
+                              return [key = std::make_shared<LargeKey>(static_cast<DWORD>(size)),
+                                      work](size_t n) {
+                                for (size_t i = 0; i < n; ++i) ((*key).*work)(i);
+                              };
+                            },
+                            .operation = operation});
+  };
+  add("registry: open a subkey", "subkeys", "open", &LargeKey::OpenOne);
+  add("registry: read a value", "values", "read", &LargeKey::ReadOne);
+  add("registry: enumerate values", "values", "value", &LargeKey::EnumValue);
+  add("registry: enumerate subkeys", "subkeys", "subkey", &LargeKey::EnumSubkey);
+}
+
 }  // namespace
 
 void AddRegistryRows(bench::Table& table) {
+  AddGrowths(table);
   table.Add(
       bench::Row{.name = "registry value read, warm",
                  .peer = "mdb_get in an open transaction (LMDB)",

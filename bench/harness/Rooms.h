@@ -7,8 +7,10 @@
 
 void AddBaseRows(bench::Table& table);
 void AddClassRows(bench::Table& table);
+void AddDrawingRows(bench::Table& table);
 void AddFaceRows(bench::Table& table);
 void AddKernelRows(bench::Table& table);
+void AddPropertyRows(bench::Table& table);
 void AddRegistryRows(bench::Table& table);
 void AddThreadRows(bench::Table& table);
 void AddTraceRows(bench::Table& table);

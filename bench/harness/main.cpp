@@ -135,6 +135,8 @@ void AddRows(bench::Table& table) {
   AddClassRows(table);
   AddFaceRows(table);
   AddKernelRows(table);
+  AddPropertyRows(table);
+  AddDrawingRows(table);
   AddThreadRows(table);
   AddRegistryRows(table);
 }
