@@ -46,7 +46,8 @@ void WriteToFile(const char* line, DWORD length) {
 void Output(const char* line, size_t length) {
   if (facility.sink) {
     facility.sink(facility.sinkContext, line);
-  } else if (TargetIsDebugger()) {
+  } else if (facility.state == TORN_DOWN || TargetIsDebugger()) {
+    // The file is closed by then; the end of the module is told to the debugger whatever the target was.
     OutputDebugStringA(line);
   } else {
     WriteToFile(line, static_cast<DWORD>(length));

@@ -1,6 +1,8 @@
 // Headers, cutting, the log file, and the two halves of a line.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <ormutil/Trace.h>
+#include <win32/debugwatch.h>
 
 #include <map>
 #include <regex>
@@ -146,8 +148,12 @@ TEST_F(TraceLine, LastBreathsReachTheDebuggerOnly) {
   TraceWrite(area, TRACE_DEBUG, false, "a", 1, "before");
   TraceFacilityTearDown();
   EXPECT_FALSE(TraceBegin(area, TRACE_DEBUG, "a", 1));
+  platform::DebugWatch watch;
   TraceWrite(area, TRACE_DEBUG, false, "a", 1, "after");
   EXPECT_EQ(ReadLog("end.log"), std::vector<std::string>{"before"});
+  platform::DebugRecord record;
+  EXPECT_TRUE(watch.Read(record, 0));
+  EXPECT_THAT(record.text, testing::EndsWith("after\r\n"));
 }
 
 TEST_F(TraceLine, TwoProcessesShareOneLog) {
