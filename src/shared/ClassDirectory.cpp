@@ -85,9 +85,11 @@ bool DirectoryIntl::Unregister(DWORD cookie) {
   const auto place = std::find_if(mMasks.begin(), mMasks.end(),
                                   [cookie](const auto& mask) { return mask->GetCookie() == cookie; });
   if (place == mMasks.end()) return false;
-  const FacePtr<MaskIntl> mask = *place;
-  if (!mask->DropUse()) return false;
-  std::erase(mMasks, mask);
+  {
+    const FacePtr<MaskIntl> mask = *place;
+    if (!mask->DropUse()) return false;
+    std::erase(mMasks, mask);
+  }
   for (const auto& library : std::vector(mLibraries)) {
     if (!library->IsUsed() && library->Unload(false) >= 0) std::erase(mLibraries, library);
   }

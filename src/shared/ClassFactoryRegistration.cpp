@@ -9,7 +9,8 @@ namespace orm {
 
 void FactoryRegistration::Register() {
   std::vector<ClassDescription> descriptions;
-  CallSource([&] { mpFactory->EnumClasses(descriptions); });
+  // An empty pointer is an assertion of whoever passed it on; ignored, it is a factory without classes.
+  if (mpFactory) CallSource([&] { mpFactory->EnumClasses(descriptions); });
   const std::vector<ClassRecord> records = NormalizeClasses(descriptions);
   if (records.empty()) throw Error(ERROR_NO_CLASSES, "The factory doesn't export any class.");
   mrManager.RegisterClasses(records, this, nullptr, mRegistrations);

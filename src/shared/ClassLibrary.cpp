@@ -88,7 +88,10 @@ void LibraryIntl::Load(const CacheEntry* pCacheEntry) {
 std::vector<ClassRecord> LibraryIntl::EnumClasses(const CacheEntry* pCacheEntry) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "EnumClasses()");
   std::vector<ClassDescription> descriptions;
-  CallSource([&] { mpEnum(descriptions); });
+  {
+    const Creation listed(*this);
+    CallSource([&] { mpEnum(descriptions); });
+  }
   std::vector<ClassRecord> records = NormalizeClasses(descriptions);
   if (pCacheEntry) mrManager.GetSharedCache().Store(*pCacheEntry, records);
   if (records.empty()) throw Error(ERROR_NO_CLASSES, "The library doesn't export any class.");
@@ -175,6 +178,8 @@ int LibraryIntl::Unload(bool force) {
   if (mLockCount != 0) return -1;
   bool canUnload = false;
   try {
+    // What it calls meanwhile must not free it under its own feet.
+    const Creation asked(*this);
     CallSource([&] { canUnload = mpCanUnload(force); });
   } catch (const Error&) {
     return -1;  // nobody knows whether it is in use

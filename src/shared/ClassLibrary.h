@@ -64,7 +64,8 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   // Time of the file version whose classes are registered; 0 while none are.
   ULONGLONG GetRegisteredStamp() const { return mRegisteredStamp; }
 
-  // An object creation in progress: the module stays. Made and destroyed under the lock.
+  // An object creation, or another call into the library, in progress: the module stays. Made and destroyed
+  // under the lock.
   class Creation {
    public:
     explicit Creation(LibraryIntl& rLibrary) : mrLibrary(rLibrary) { ++mrLibrary.mLockCount; }
@@ -95,7 +96,7 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   ULONGLONG mRegisteredStamp = 0;
   ULONGLONG mLoadedStamp = 0;  // of the file as it was just after the module was loaded
   DWORD mUseCount = 0;         // masks that include the library
-  DWORD mLockCount = 0;        // creations in progress
+  DWORD mLockCount = 0;        // creations and other calls in progress
   bool mOutdated = false;      // the file is newer than the loaded module whose classes are registered
   RegistrationSet mRegistrations;
   ModuleHandle mModule;

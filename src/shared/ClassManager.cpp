@@ -59,11 +59,14 @@ ClassManagerImpl* ClassManagerImpl::GetCurrent() {
   return gspManager;
 }
 
-ClassManagerImpl::ClassManagerImpl() : mRegistry(GetTickCount()) {
+ClassManagerImpl::ClassManagerImpl() {
   gspManager = this;
   InitializeCriticalSection(&mLock);
   mShared.Open();
-  mLastSynchronization = mLastUnload = mRegistry.GetStamp();
+  // After the cache, for which the process may have had to wait.
+  const DWORD now = GetTickCount();
+  mRegistry.SetStamp(now);
+  mLastSynchronization = mLastUnload = now;
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Constructor");
   Register(FacePtr<ClassFactory>::Adopt(new PathInfo()));
   RegisterDefaults();
@@ -187,7 +190,8 @@ DWORD ClassManagerImpl::GetRegistrationStamp() {
 void ClassManagerImpl::RegisterClasses(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
                                        LibraryIntl* pLibrary, RegistrationSet& rSet) {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "RegisterClasses()");
-  mRegistry.Register(records, pFactory, pLibrary, rSet);
+  RegistrationSet former = mRegistry.Register(records, pFactory, pLibrary, rSet);
+  if (!former.items.empty()) UnregisterClasses(former);
 }
 
 void ClassManagerImpl::UnregisterClasses(RegistrationSet& rSet) {

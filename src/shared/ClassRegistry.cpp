@@ -23,8 +23,9 @@ Registrations::iterator ClassEntry::FindPlace(const LibraryIntl* pLibrary) {
   return std::find_if(mRegistrations.begin(), mRegistrations.end(), isNotNewer);
 }
 
-void ClassRegistry::Register(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
-                             LibraryIntl* pLibrary, RegistrationSet& rSet) {
+RegistrationSet ClassRegistry::Register(const std::vector<ClassRecord>& records,
+                                        FactoryRegistration* pFactory, LibraryIntl* pLibrary,
+                                        RegistrationSet& rSet) {
   RegistrationSet former;
   std::swap(former.items, rSet.items);
   rSet.items.reserve(records.size());
@@ -39,11 +40,9 @@ void ClassRegistry::Register(const std::vector<ClassRecord>& records, FactoryReg
     const auto position = entry.mRegistrations.insert(entry.FindPlace(pLibrary), std::move(registration));
     rSet.items.push_back({FacePtr<ClassEntry>(&entry), position});
   }
-  if (!former.items.empty()) {
-    Unregister(former);
-  } else if (!records.empty()) {
-    ++mStamp;
-  }
+  // One step of the stamp for one change: what is unregistered next takes it.
+  if (former.items.empty() && !records.empty()) ++mStamp;
+  return former;
 }
 
 void ClassRegistry::Unregister(RegistrationSet& rSet) {

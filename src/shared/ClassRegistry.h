@@ -66,12 +66,11 @@ class ClassRegistry {
  public:
   using Entries = std::map<HashedId, FacePtr<ClassEntry>>;
 
-  explicit ClassRegistry(DWORD stamp) : mStamp(stamp) {}
-
-  // Adds the source's classes, then removes what `rSet` held before: a class that the source still offers
-  // never drops out in between. `rSet` holds the new registrations afterwards.
-  void Register(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory, LibraryIntl* pLibrary,
-                RegistrationSet& rSet);
+  // Adds the source's classes to the registry and to `rSet`, which then holds them alone. Gives back what it
+  // held before, for the caller to unregister: a class that the source still offers never drops out in
+  // between.
+  RegistrationSet Register(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
+                           LibraryIntl* pLibrary, RegistrationSet& rSet);
   void Unregister(RegistrationSet& rSet);
 
   // Null when the class has no source.
@@ -92,6 +91,7 @@ class ClassRegistry {
     if (mStamp == 0) mStamp = 1;
     return mStamp;
   }
+  void SetStamp(DWORD stamp) { mStamp = stamp; }
 
  private:
   ClassEntry& FindOrAdd(const HashedId& id);
@@ -101,7 +101,7 @@ class ClassRegistry {
   // The same entries by text, for look-ups: ids of one length and the same letters share their hash, so the
   // order of ids is a poor index. The keys are the entries' own texts.
   std::unordered_map<std::string_view, ClassEntry*> mIndex;
-  DWORD mStamp;
+  DWORD mStamp = 0;
 };
 
 }  // namespace orm

@@ -9,6 +9,7 @@
 #include "ErrorText.h"
 #include "TestClock.h"
 #include "TestFactory.h"
+#include "support/ModuleTrace.h"
 
 namespace {
 
@@ -221,6 +222,13 @@ TEST(ClassManager, ServesManyThreads) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST(ClassManager, RegistersNoFactoryThatIsNotThere) {
+  test::ModuleTrace trace("assert", 'e');
+  EXPECT_EQ(Thrown([] { GetClassMgr()->Register(FacePtr<ClassFactory>()); }),
+            "e7230003 Cannot register class factory.; e7230003 The factory doesn't export any class.");
+  EXPECT_THAT(trace.Take(), ElementsAre("src/shared/ClassManager(2132):assert fail:rpFactory != 0"));
+}
+
 TEST(ClassManager, HasTheAgreedSlots) {
   // Component libraries call the manager by slot; an added, removed or moved operation breaks them.
   const auto factory = TestFactory::Make({{"CID_A", {}, {}}});
@@ -235,6 +243,8 @@ TEST(ClassManager, HasTheAgreedSlots) {
   void** infoSlots = *reinterpret_cast<void***>(info.Get());
   using IsSupported = bool (*)(orm::ClassInfo*, const String&);
   EXPECT_FALSE(reinterpret_cast<IsSupported>(infoSlots[5])(info.Get(), "IID_X"));
+  const FacePtr<BaseFace> same = info;
+  EXPECT_TRUE(same && FacePtr<orm::ClassInfo>(same)) << "it answers its two faces";
 }
 
 TEST(ZRServer, NamesItsBinding) {

@@ -149,6 +149,25 @@ TEST(ComponentLibrary, FoldersAreLookedAtEveryThreeSeconds) {
   EXPECT_FALSE(IsRegistered("CID_Beta"));
 }
 
+TEST(ComponentLibrary, AFolderThatIsMadeAnewIsFoundAgain) {
+  TestFolder folder;
+  folder.Add("alpha");
+  GetClassMgr()->Register(folder.GetPath());
+  std::filesystem::remove_all(folder.GetFile(""));
+  LetFoldersBeLookedAt();
+  EXPECT_FALSE(IsRegistered("CID_Alpha"));
+  EXPECT_THAT(GetPaths(false), ElementsAre(folder.GetPath().GetBegin())) << "the cookie stays valid";
+  LetFoldersBeLookedAt();
+  EXPECT_FALSE(IsRegistered("CID_Alpha")) << "there is nothing to watch";
+  std::filesystem::create_directory(folder.GetFile(""));
+  folder.Add("alpha");
+  LetFoldersBeLookedAt();
+  EXPECT_TRUE(IsRegistered("CID_Alpha"));
+  folder.Add("beta");
+  LetFoldersBeLookedAt();
+  EXPECT_TRUE(IsRegistered("CID_Beta")) << "the new folder is watched";
+}
+
 TEST(ComponentLibrary, AReplacedFileTakesEffectWhenTheOldOneIsFreed) {
   TestFolder folder;
   folder.Add("alpha", 100);
@@ -229,6 +248,15 @@ TEST(ComponentLibrary, AChainOfHoldersIsFreedInOneCall) {
   EXPECT_FALSE(IsMapped("calling_back.dll"));
 }
 
+TEST(ComponentLibrary, MayUnloadOthersWhileItIsAskedItself) {
+  TestFolder folder;
+  folder.Add("calling_back");
+  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
+  EXPECT_EQ(NumberOf("CID_CallingBack"), 1);
+  GetClassMgr()->Unregister(cookie);  // its answer must find its code still there
+  EXPECT_FALSE(IsMapped("calling_back.dll"));
+}
+
 struct BadLibrary {
   const char* fixture;
   const char* first;   // error of the registration
@@ -277,9 +305,11 @@ TEST(ComponentLibrary, FilesThatAreNoLibrariesAreRefused) {
   const std::string bytes{std::istreambuf_iterator<char>(whole), {}};
   folder.AddFile("head.dll", bytes.substr(0, 64));
   folder.AddFile("half.dll", bytes.substr(0, 6000));
+  const UINT mode = SetErrorMode(SEM_NOOPENFILEERRORBOX);
   for (const char* name : {"text.dll", "empty.dll", "head.dll", "half.dll"}) {
     EXPECT_THAT(RegisterError(folder.GetPath(name)), HasSubstr("000000c1 Cannot register")) << name;
   }
+  EXPECT_EQ(SetErrorMode(mode), SEM_NOOPENFILEERRORBOX) << "the process's own mode is back";
   EXPECT_EQ(RegisterError(folder.GetPath()), "nothing");
   EXPECT_TRUE(IsRegistered("CID_Alpha"));
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <win32.h>
+#include <win32/debugwatch.h>
 
 #include <fstream>
 
@@ -74,6 +75,15 @@ TEST_F(SharedCache, TheSecondProcessLoadsNothing) {
   EXPECT_EQ(CountLoads(), 0u) << "the list outlives its process";
   EXPECT_THAT(HostProcess::Run({"register", GetPath(), "maps", "create", "CID_Beta", "maps"}),
               ElementsAre("registered", "1", "mapped beta.dll"));
+}
+
+TEST_F(SharedCache, PathsOfOneFileShareOneList) {
+  EXPECT_EQ(CountLoads(), 2u);
+  std::string path = GetPath();
+  for (char& c : path) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  EXPECT_THAT(HostProcess::Run({"register", path, "classes"}),
+              ElementsAre("registered", "CID_Beta", "CID_Alpha"));
+  EXPECT_EQ(GetLoads().size(), 2u) << "whatever the case";
 }
 
 TEST_F(SharedCache, ANewVersionIsLoadedOnceMore) {
@@ -161,6 +171,24 @@ TEST_F(SharedCache, DefaultPathsAreRegisteredAtTheStart) {
   EXPECT_THAT(HostProcess::Run({"classes"}), ElementsAre("CID_Alpha", "CID_Plain1"));
 }
 
+TEST_F(SharedCache, DefaultPathsEndAtOneThatIsTooLong) {
+  constexpr const char* KEY = "Software\\Brightwell\\LibPaths";
+  // The same file by a roundabout way of that many characters.
+  const auto padded = [this](const char* name, size_t length) {
+    const std::string tail = std::string("\\") + name;
+    std::string path = GetPath();
+    while (path.size() + tail.size() + 2 <= length) path += "\\.";
+    while (path.size() + tail.size() < length) path += "\\";
+    return path + tail;
+  };
+  SetValue(KEY, std::string(255, 'a').c_str(), padded("alpha.dll", 515));
+  SetValue(KEY, "b", padded("beta.dll", 516));
+  EXPECT_THAT(HostProcess::Run({"classes"}), ElementsAre("CID_Alpha")) << "516 bytes with the terminator";
+  SetValue(KEY, "b", GetPath("beta.dll"));
+  SetValue(KEY, std::string(256, 'a').c_str(), GetPath("alpha.dll"));
+  EXPECT_THAT(HostProcess::Run({"classes"}), ElementsAre("CID_Alpha")) << "a name of 256 characters";
+}
+
 class TracedManager : public SharedCache {
  protected:
   TracedManager() {
@@ -187,21 +215,54 @@ class TracedManager : public SharedCache {
   std::string mLog;
 };
 
+// The host calls each operation once; what was entered, in order.
 TEST_F(TracedManager, WritesItsScopes) {
-  HostProcess::Run({"register", GetPath(), "create", "CID_Alpha"});
-  const Lines log = GetLog();
-  for (const char* scope :
-       {"ClsMgr_ClassManagerImpl|t|==> Constructor", "ClsMgr_ClassManagerImpl|t|==> Register(Factory)",
-        "ClsMgr_ClassManagerImpl|t|==> RegisterDefaults()", "ClsMgr_ClassManagerImpl|t|==> GetShared()",
-        "ClsMgr_DirectoryIntl|t|==> Register(*.dll) v.1",
-        "ClsMgr_DirectoryIntl|t|==> Register(alpha.dll) v.2", "ClsMgr_MaskIntl|t|==> Register()",
-        "ClsMgr_LibraryIntl|t|==> EnumClasses()", "ClsMgr_LibraryIntl|t|==> CreateInstance(CID_Alpha)",
-        "ClsMgr_ClassManagerImpl|t|==> CreateInstance(CID_Alpha, IID_Numbered)",
-        "ClsMgr_ClassManagerImpl|t|<== CreateInstance(CID_Alpha, IID_Numbered)",
-        "ClsMgr_ClassManagerImpl|t|==> Synchronize()"}) {
-    EXPECT_THAT(log, Contains(scope));
+  mFolder.Remove("beta.dll");
+  EXPECT_THAT(HostProcess::Run({"call-each", GetPath(), "CID_Alpha"}), ElementsAre());
+  const std::string manager = "ClsMgr_ClassManagerImpl|t|", folder = "ClsMgr_DirectoryIntl|t|",
+                    mask = "ClsMgr_MaskIntl|t|", library = "ClsMgr_LibraryIntl|t|";
+  const Lines known = {folder + "Register(*.dll) v.1", mask + "Register()",
+                       folder + "Register(alpha.dll) v.2", library + "Register()"};
+  const auto called = [&](const std::string& operation) {
+    return Lines{manager + operation, manager + "Synchronize()"};
+  };
+  const Lines parts[] = {
+      {manager + "Constructor", manager + "Register(Factory)", manager + "RegisterClasses()",
+       manager + "GetNewCookie()", manager + "RegisterDefaults()"},
+      {manager + "Register(" + GetPath() + ")"},
+      known,
+      {manager + "GetShared()", library + "Load " + GetPath("alpha.dll"), library + "EnumClasses()",
+       manager + "RegisterClasses()", mask + "Unregister()", manager + "GetNewCookie()"},
+      // A newer file: its classes come before the old ones go.
+      {manager + "Register(" + GetPath() + ")"},
+      known,
+      {manager + "GetShared()", library + "Load " + GetPath("alpha.dll"), library + "EnumClasses()",
+       manager + "RegisterClasses()", manager + "UnregisterClasses()", mask + "Unregister()"},
+      called("CreateInstance(CID_Alpha, IID_BaseFace)"),
+      {library + "Load " + GetPath("alpha.dll"), library + "CreateInstance(CID_Alpha)"},
+      called("IsClassRegistered(CID_Alpha)"),
+      called("EnumClasses() v.3"),
+      called("EnumClasses(IID_Numbered) v.2"),
+      called("EnumClasses() v.1"),
+      called("GetRegistrationStamp()"),
+      called("GetClassInfo(CID_Alpha)"),
+      {manager + "Synchronize()"},  // of the ClassInfo
+      {manager + "UnloadLibraries(0)", folder + "UnloadLibraries(0)", library + "Unload(0)",
+       folder + "UnloadLibraries(0)", library + "Unload(0)"},
+      {manager + "Unregister(2)", folder + "Unregister(2)"},
+      {manager + "Unregister(2)", folder + "Unregister(2)", mask + "Unregister()", library + "Unregister()",
+       manager + "UnregisterClasses()"},
+      // The mask goes, the library, and with them the folder.
+      {mask + "Unregister()", library + "Unload(0)", library + "Unregister()", folder + "UnloadLibraries(1)"},
+  };
+  Lines expected;
+  for (const Lines& part : parts) expected.insert(expected.end(), part.begin(), part.end());
+  Lines entered;
+  for (std::string line : GetLog()) {
+    if (const size_t mark = line.find("==> "); mark != std::string::npos)
+      entered.push_back(line.erase(mark, 4));
   }
-  EXPECT_THAT(log, Contains("ClsMgr_LibraryIntl|t|==> Load " + GetPath("alpha.dll")));
+  EXPECT_EQ(entered, expected);
 }
 
 TEST_F(TracedManager, ReportsWhatCannotBeLoadedOrFreed) {
@@ -214,6 +275,28 @@ TEST_F(TracedManager, ReportsWhatCannotBeLoadedOrFreed) {
   EXPECT_THAT(
       log,
       Contains(HasSubstr("src/shared/ClassManager(1308):assert fail:clsids.find(clsid) == clsids.end()")));
+}
+
+// When the manager ends, the trace facility has ended before it: only the debugger hears of it.
+TEST_F(TracedManager, NamesTheLibraryThatStaysAtItsEnd) {
+  orm::platform::DebugWatch watch;
+  HostProcess host({"register", GetPath(), "create", "CID_Beta", "keep", "CID_Alpha"});
+  std::string line;
+  for (orm::platform::DebugRecord record; line.empty() && watch.Read(record, 20'000);) {
+    if (const size_t begin = record.text.find("ClassManager termination"); begin != std::string::npos)
+      line = record.text.substr(begin, record.text.find_last_not_of("\r\n") + 1 - begin);
+  }
+  EXPECT_EQ(line,
+            "ClassManager termination: library 'alpha.dll' was not unloaded. Not all object were released or "
+            "possible lock counting error.");
+}
+
+// A file that no path can name is an assertion, and passed over like other files that are no libraries.
+TEST_F(TracedManager, PassesOverAFileThatNoPathCanName) {
+  mFolder.Add("plain1", 0, ".hidden.dll");
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_THAT(GetLog(),
+              Contains(HasSubstr("src/shared/ClassManager(423):assert fail:mPath.Set(rDirectory, rName)")));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 //   create CLASS    prints the object's number           maps       prints the mapped component libraries
 //   keep CLASS      creates an object and never drops it  wait      prints "waiting", goes on at a line of
 //   input hold-mutex      takes the cache's mutex and waits     churn PATH  stores into the cache for ever
+//   call-each PATH CLASS  every operation of the manager once
 #include <fcntl.h>
 #include <ormutil/ClassManager.h>
 #include <sys/stat.h>
@@ -54,14 +55,44 @@ void Wait() {
   std::getline(std::cin, line);
 }
 
+// The file of a path with the drive that is the whole file system.
+std::string ToFile(const std::string& path) {
+  std::string file = path.substr(2);
+  for (char& c : file) c = c == '\\' ? '/' : c;
+  return file;
+}
+
+void SetTime(const std::string& file, time_t second) {
+  const timespec times[2] = {{second, 0}, {second, 0}};
+  utimensat(AT_FDCWD, file.c_str(), times, 0);
+}
+
 // Gives the library a new time and registers it, over and over.
-[[noreturn]] void Churn(const std::string& file, const char* path) {
+[[noreturn]] void Churn(const char* path) {
   for (time_t second = 1'600'000'000;; ++second) {
-    const timespec times[2] = {{second, 0}, {second, 0}};
-    utimensat(AT_FDCWD, file.c_str(), times, 0);
+    SetTime(ToFile(path), second);
     GetClassMgr()->Register(path);
     Print("stored");
   }
+}
+
+// The folder holds alpha.dll alone, which offers the class.
+void CallEach(const std::string& path, const char* classId) {
+  orm::ClassManager* manager = GetClassMgr();
+  const DWORD cookie = manager->Register(path.c_str());
+  SetTime(ToFile(path) + "/alpha.dll", 1'600'000'000);
+  manager->Register(path.c_str());
+  manager->CreateInstance(classId, "IID_BaseFace");
+  manager->IsClassRegistered(classId);
+  std::vector<orm::String> ids;
+  manager->EnumClasses(std::vector<orm::String>{"IID_Numbered"}, ids);
+  manager->EnumClasses("IID_Numbered", ids);
+  manager->EnumClasses(ids);
+  manager->GetRegistrationStamp();
+  manager->GetClassInfo(classId)->GetClassData();
+  manager->UnloadLibraries(false);
+  manager->Unregister(cookie);
+  manager->Unregister(cookie);
 }
 
 // Runs one command; `argument` is the word after it. Returns how many words it took.
@@ -77,11 +108,7 @@ int Run(const std::string& command, const char* argument) {
     WaitForSingleObject(mutex, INFINITE);
     return Wait(), 1;
   }
-  if (command == "churn") {
-    std::string file = std::string(argument).substr(2);
-    for (char& c : file) c = c == '\\' ? '/' : c;
-    Churn(file, argument);
-  }
+  if (command == "churn") Churn(argument);
   Print("what is " + command + "?");
   return 1;
 }
@@ -90,6 +117,8 @@ int Run(const std::string& command, const char* argument) {
 
 int main(int count, char** arguments) {
   try {
+    if (count == 4 && std::string(arguments[1]) == "call-each")
+      return CallEach(arguments[2], arguments[3]), 0;
     for (int i = 1; i < count;) i += Run(arguments[i], i + 1 < count ? arguments[i + 1] : "");
     return 0;
   } catch (const orm::Error& error) {
