@@ -1,6 +1,7 @@
 // Layered errors: display text, layers, sharing, and the archived form.
 #include <ormutil/Error.h>
 
+#include <random>
 #include <string>
 
 #include "AssertionLog.h"
@@ -203,4 +204,36 @@ TEST(Error, ImportNamesWhatIsWrong) {
     EXPECT_TRUE(target.IsEmpty());
     EXPECT_EQ(Text(copy), "old");
   }
+}
+
+TEST(Error, SurvivesRandomMutations) {
+  test::AssertionLog log;  // a string that announces more than there is asserts
+  Error error(5, "first", true);
+  error.AddLayer(0xE7210001, "top");
+  error.SetSuggestion("advice");
+  error.SetData(Binary("data", 4));
+  const Binary valid = error.Export();
+  std::mt19937 random(23);
+  int refused = 0;
+  for (int round = 0; round < 20000; ++round) {
+    Binary data = valid;
+    for (auto changes = 1 + random() % 3; changes > 0; --changes) {
+      data.Set(static_cast<unsigned char>(random()), static_cast<unsigned>(random()) % data.GetSize(), 1);
+    }
+    if (random() % 4 == 0) data.SetSize(1 + static_cast<unsigned>(random()) % data.GetSize(), true);
+    try {
+      // What was taken in is an error like any other.
+      const Error read = Error::Import(data);
+      const Binary again = read.Export();
+      ASSERT_EQ(Error::Import(again).Export(), again);
+      ASSERT_LT(read.GetMarkedLayer(), static_cast<int>(read.GetLayerCount()) + (read.IsEmpty() ? 1 : 0));
+      Text(read);
+    } catch (const Error& failure) {
+      ++refused;
+      ASSERT_EQ(failure.GetMessage(0), kImportFailed);
+      ASSERT_EQ(failure.GetLayerCount(), 2u);
+    }
+  }
+  EXPECT_GT(refused, 5000);
+  EXPECT_LT(refused, 20000);
 }
