@@ -33,6 +33,35 @@ TEST(Frame, TracesAttachAndDetach) {
                                                             "dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH"}));
 }
 
+// The library comes and goes with its trace facility and everything else that it builds.
+TEST(Frame, MayBeLoadedAgainAndAgain) {
+  TraceInto("rounds.log");
+  SetRegistryText(TRACE_KEY + "\\ormutil", "dllmain", "d");
+  EXPECT_EQ(RunProgram({Sibling("module_loader"), "rounds", ORMUTIL_PATH}).status, 0);
+  std::vector<std::string> lines;
+  for (int round = 0; round < 3; ++round) {
+    lines.push_back("dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH");
+    lines.push_back("dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH");
+  }
+  EXPECT_EQ(ReadLog("rounds.log"), lines);
+}
+
+TEST(Frame, IsNotLoadedWithoutAThreadSlot) {
+  TraceInto("noslot.log");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  SetRegistryText(TRACE_KEY + "\\ormutil", "dllmain", "d");
+  SetRegistryText(TRACE_KEY + "\\ormutil", "thread", "e");
+  const ChildResult result = RunProgram({Sibling("module_loader"), "noslot", ORMUTIL_PATH});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, std::to_string(ERROR_DLL_INIT_FAILED) + "\n");
+  EXPECT_EQ(
+      ReadLog("noslot.log"),
+      (std::vector<std::string>{
+          "dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH",
+          "thread|e|Thread|34|failed to alloc tls index, error " + std::to_string(ERROR_NO_MORE_ITEMS),
+          "dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH", "dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH"}));
+}
+
 TEST(Frame, RegistersItsAreasWithTheLetterN) {
   for (const char* area :
        {"Module", "string", "binary", "Date", "mprops", "pprops", "thread", "ClsMgr", "ClsMgr_LibraryIntl",
