@@ -151,6 +151,29 @@ TEST_F(TwoUsers, ShareTheMachineAsItsOwnerAllows) {
   EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
 }
 
+// Who may not write the machine's own half still has transactions on the open keys.
+TEST_F(TwoUsers, HaveTransactionsOnOpenKeys) {
+  Key machine(HKEY_LOCAL_MACHINE, "SOFTWARE\\App"), open;
+  ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\trace", 0, nullptr, 0, KEY_ALL_ACCESS,
+                            NullAccessList(), open.Out(), nullptr),
+            0);
+  EXPECT_EQ(AsNobody([&]() -> int {
+              Key shared, denied;
+              for (const bool commit : {false, true}) {
+                if (OrmRegBeginTransaction(HKEY_LOCAL_MACHINE, 100) != 0) return 1;
+                if (OrmRegBeginTransaction(HKEY_LOCAL_MACHINE, 100) != 170) return 2;
+                if (Open(HKEY_LOCAL_MACHINE, "software\\trace", &shared, KEY_ALL_ACCESS) != 0) return 3;
+                if (SetNumber(shared, "level", commit ? 2 : 1) != 0) return 4;
+                if (Open(HKEY_LOCAL_MACHINE, "software\\app", &denied, KEY_SET_VALUE) != 5) return 5;
+                if ((commit ? OrmRegCommitTransaction : OrmRegAbortTransaction)(HKEY_LOCAL_MACHINE) != 0)
+                  return 6;
+              }
+              return OrmRegCommitTransaction(HKEY_LOCAL_MACHINE) == 1 ? 0 : 7;
+            }),
+            0);
+  EXPECT_EQ(GetNumber(open, "level"), 2u);
+}
+
 TEST_F(TwoUsers, APlantedStoreIsRefused) {
   ASSERT_EQ(InChild([] {
               Key key(HKEY_CURRENT_USER, "K");

@@ -30,7 +30,8 @@ DWORD End(HKEY key, bool commit) {
   Stores stores;
   DWORD error = StoresOf(key, &stores);
   if (error != ERROR_SUCCESS) return error;
-  for (std::size_t i = stores.count; i-- > 0;) {
+  const bool openOnly = stores.count == 2 && !stores.hives[0]->InBatch() && stores.hives[1]->InBatch();
+  for (std::size_t i = stores.count; i-- > (openOnly ? 1u : 0u);) {
     const DWORD ended = stores.hives[i]->EndBatch(commit && error == ERROR_SUCCESS);
     if (error == ERROR_SUCCESS) error = ended;
   }
@@ -137,6 +138,8 @@ LSTATUS OrmRegBeginTransaction(HKEY key, uint64_t expectedBytes) {
   DWORD error = StoresOf(key, &stores);
   for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
     error = stores.hives[i]->BeginBatch(expectedBytes);
+    // Who may not write the machine's own half may still write the open keys.
+    if (error == ERROR_ACCESS_DENIED && i == 0 && stores.count == 2) error = ERROR_SUCCESS;
     if (error != ERROR_SUCCESS && i == 1) stores.hives[0]->EndBatch(false);
   }
   return static_cast<LSTATUS>(error);

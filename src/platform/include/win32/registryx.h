@@ -8,7 +8,8 @@
 extern "C" {
 
 // Begins a transaction of the calling thread on the part of the registry that holds `key` (for a key of the
-// local machine: on both its halves, see registry.h; each half is committed in one step). Until the same
+// local machine: on both its halves, see registry.h; each half is committed in one step; for a user who may
+// write the open keys only, on their half, and writing the other one fails with 5). Until the same
 // thread ends it, its calls read and write inside the transaction and others see none of it; their writes
 // wait. `expectedBytes` is an estimate of what will be stored; a transaction that outgrows it by much fails
 // with 1450 and can only be aborted. 170 when this thread has one already, 5 when the part cannot be written.
