@@ -63,6 +63,9 @@ TEST(ClassCommand, ProbeFindsWhatHoldsALibrary) {
       {"missing", false, true, "it does not export LibEnumClasses"},
       {"unique", true, false, "GNU-unique symbol Pinned<int>::value"},
       {"thread", true, false, "a thread that it started still runs"},
+      {"local", true, false, "thread_local object with a destructor"},
+      {"nodelete", true, false, "linked with -z nodelete"},
+      {"kept", true, false, "libprobe_keeper.so"},
   };
   for (const auto& item : cases) {
     SCOPED_TRACE(item.fixture);

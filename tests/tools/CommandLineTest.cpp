@@ -8,13 +8,23 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::vector<std::vector<std::string>> COMMANDS = {
-    {"reg", "query"},    {"reg", "add"},      {"reg", "delete"},    {"reg", "copy"},     {"reg", "compare"},
-    {"reg", "export"},   {"reg", "import"},   {"reg", "undo"},      {"reg", "watch"},    {"reg", "check"},
-    {"trace", "areas"},  {"trace", "set"},    {"trace", "format"},  {"trace", "target"}, {"trace", "policy"},
-    {"trace", "watch"},  {"trace", "tail"},   {"class", "paths"},   {"class", "list"},   {"class", "show"},
-    {"class", "create"}, {"class", "cache"},  {"class", "probe"},   {"archive", "show"}, {"archive", "make"},
-    {"machine", "init"}, {"machine", "info"}, {"machine", "check"}, {"completion"},      {"man"}};
+const std::vector<std::vector<std::string>> COMMANDS = {{"reg", "query"},    {"reg", "add"},
+                                                        {"reg", "delete"},   {"reg", "copy"},
+                                                        {"reg", "compare"},  {"reg", "export"},
+                                                        {"reg", "import"},   {"reg", "undo"},
+                                                        {"reg", "watch"},    {"reg", "check"},
+                                                        {"trace", "areas"},  {"trace", "set"},
+                                                        {"trace", "format"}, {"trace", "target"},
+                                                        {"trace", "policy"}, {"trace", "watch"},
+                                                        {"trace", "tail"},   {"class", "paths"},
+                                                        {"class", "list"},   {"class", "show"},
+                                                        {"class", "create"}, {"class", "cache"},
+                                                        {"class", "probe"},  {"archive", "show"},
+                                                        {"archive", "make"}, {"machine", "init"},
+                                                        {"machine", "info"}, {"machine", "check"},
+                                                        {"draw", "font"},    {"draw", "bitmap"},
+                                                        {"draw", "sheet"},   {"rc"},
+                                                        {"completion"},      {"man"}};
 
 TEST(CommandLine, EveryHelpTeachesByExample) {
   for (std::vector<std::string> command : COMMANDS) {
@@ -50,7 +60,10 @@ TEST(CommandLine, CompletionFilesAndPagesNameEveryCommand) {
       "complete.bash", RunOrm({"completion", "bash"}).out +
                            "COMP_WORDS=(orm reg ex); COMP_CWORD=2; _orm; [ \"${COMPREPLY[*]}\" = export ]\n");
   EXPECT_EQ(std::system(("bash " + script).c_str()), 0);
+  EXPECT_THAT(RunOrm({"completion", "fish"}).out, HasSubstr("-l depfile"));
   EXPECT_THAT(RunOrm({"man", "reg"}).out, HasSubstr(".SH orm reg export"));
+  EXPECT_THAT(RunOrm({"man", "draw"}).out, HasSubstr(".SH orm draw bitmap"));
+  EXPECT_THAT(RunOrm({"man", "rc"}).out, HasSubstr(".B \\-M, \\-\\-depfile"));
   EXPECT_EQ(RunOrm({"man", "nonsense"}).code, 1);
 }
 

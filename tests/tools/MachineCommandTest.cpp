@@ -4,6 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <functional>
+
 #include "RunOrm.h"
 
 namespace orm::test {
@@ -28,12 +34,69 @@ TEST(MachineCommand, TellsWhereThingsAreAndWhoHoldsThem) {
   CloseHandle(mutex);
 }
 
+constexpr int NOT_POSSIBLE = 77;
+
+int InChild(const std::function<int()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body());
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000;
+}
+
+int AsUser(uid_t user, const std::function<int()>& body) {
+  return InChild([&] { return ::setgid(user) == 0 && ::setuid(user) == 0 ? body() : 99; });
+}
+
+// What every user may do on a machine that root has made, and what only root may. Returns the number of the
+// first step that is not as it should be.
+int UseSharedMachine() {
+  ::setenv("HOME", "/nonexistent", 1);
+  if (::access(ORM_COMMAND, X_OK) != 0) return NOT_POSSIBLE;
+  if (RunOrm({"machine", "check"}).code != 0) return 1;
+  if (nlohmann::json::parse(RunOrm({"machine", "info", "--json"}).out)["folder"] != "/var/lib/ormutil")
+    return 2;
+  if (RunOrm({"reg", "add", "HKCU\\SOFTWARE\\Own", "-v", "v", "-d", "x"}).code != 0) return 3;
+  if (RunOrm({"reg", "undo"}).code != 0) return 4;
+  if (RunOrm({"reg", "add", "HKCU\\SOFTWARE\\Own", "-v", "v", "-d", "y"}).code != 0) return 5;
+  const Outcome denied = RunOrm({"reg", "add", "HKLM\\SOFTWARE\\Own", "-v", "v", "-d", "x"});
+  if (denied.code != 1 || denied.err.find("nothing was changed") == std::string::npos) return 6;
+  if (RunOrm({"trace", "set", "ormutil", "thread", "d"}).code != 0) return 7;
+  if (RunOrm({"trace", "policy", "i"}).code != 0) return 8;
+  if (RunOrm({"class", "list"}).code != 0) return 9;
+  if (RunOrm({"class", "paths", "--add", "/tmp"}).code != 1) return 10;
+  return 0;
+}
+
+// In a namespace of its own, where /var/lib is empty, with the strictest file mode mask.
+int MakeSharedMachine() {
+  if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      ::mount("tmpfs", "/var/lib", "tmpfs", 0, "mode=755") != 0)
+    return NOT_POSSIBLE;
+  ::umask(077);
+  if (RunOrm({"machine", "init", "--shared"}).code != 0) return 20;
+  ::unsetenv("ORM_MACHINE");
+  for (const uid_t user : {65533u, 65534u})
+    if (const int step = AsUser(user, &UseSharedMachine)) return step;
+  if (nlohmann::json::parse(RunOrm({"machine", "info", "--json"}).out)["users"].size() != 3) return 21;
+  return RunOrm({"reg", "query", "HKCU\\SOFTWARE\\Own"}).code == 1 ? 0 : 22;
+}
+
+TEST(MachineCommand, AllUsersShareTheMachineThatRootMakes) {
+  const int step = ::geteuid() == 0 ? InChild(&MakeSharedMachine) : NOT_POSSIBLE;
+  if (step == NOT_POSSIBLE)
+    GTEST_SKIP() << "needs root, a mount namespace, and a command that others may run";
+  EXPECT_EQ(step, 0);
+}
+
 TEST(MachineCommand, CheckFindsABrokenDrive) {
   EXPECT_EQ(RunOrm({"machine", "check"}).code, 0) << RunOrm({"machine", "check"}).out;
   std::filesystem::create_symlink("/no/such/folder", TestFile("drives/x:"));
   const Outcome outcome = RunOrm({"machine", "check"});
   EXPECT_EQ(outcome.code, 2);
   EXPECT_THAT(outcome.out, testing::HasSubstr("FAULT drive x:"));
+  const auto json = nlohmann::json::parse(RunOrm({"machine", "check", "--json"}).out);
+  for (const auto& item : json) EXPECT_EQ(item["good"], item["item"] != "drive x:") << item;
 }
 
 }  // namespace

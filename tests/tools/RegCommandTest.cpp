@@ -95,6 +95,17 @@ TEST(RegCommand, UndoWithoutAChangeFails) {
   EXPECT_THAT(outcome.err, HasSubstr("no change to undo"));
 }
 
+// Somebody else's file would be applied with this user's rights.
+TEST(RegCommand, UndoRefusesAPlantedFile) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  Succeeds({"reg", "add", KEY, "-v", "v", "-d", "x"});
+  const std::string file = TestFile("undo/0.reg");
+  ASSERT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+  EXPECT_THAT(RunOrm({"reg", "undo"}).err, HasSubstr("not this user's own file"));
+  EXPECT_EQ(RunOrm({"reg", "query", KEY, "-v", "v"}).out, "x\n");
+  EXPECT_THAT(RunOrm({"reg", "delete", KEY}).err, HasSubstr("will not be undoable"));
+}
+
 TEST(RegCommand, ComparesAFileWithTheStore) {
   const std::string file = WriteFileBytes("in.reg", SAMPLE);
   Succeeds({"reg", "import", file});
@@ -199,6 +210,7 @@ TEST(RegCommand, ChecksTheStore) {
   const Outcome outcome = RunOrm({"reg", "check"});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.out, "HKEY_LOCAL_MACHINE: sound\nHKEY_CURRENT_USER: sound\n");
+  EXPECT_EQ(nlohmann::json::parse(RunOrm({"reg", "check", "--json"}).out)[1]["sound"], true);
 }
 
 }  // namespace

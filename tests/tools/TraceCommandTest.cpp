@@ -47,6 +47,8 @@ TEST(TraceCommand, ShowsAndSetsSettings) {
     EXPECT_EQ(RunOrm({"trace", item.setting, item.good}).code, 0);
     EXPECT_EQ(RunOrm({"trace", item.setting, item.bad}).code, 1);
     EXPECT_THAT(RunOrm({"trace", item.setting}).out, HasSubstr(item.good));
+    EXPECT_EQ(nlohmann::json::parse(RunOrm({"trace", item.setting, "--json"}).out)[0][item.setting],
+              item.good);
     EXPECT_EQ(RunOrm({"trace", item.setting, item.good, "-m", "ormutil"}).code, 0);
     EXPECT_EQ(RunOrm({"trace", item.setting, "-m", "ormutil", "--reset"}).code, 0);
     EXPECT_THAT(RunOrm({"trace", item.setting, "-m", "ormutil"}).out, HasSubstr("as for all modules"));

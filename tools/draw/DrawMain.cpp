@@ -8,6 +8,7 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 
 #include "DrawBitmap.h"
@@ -23,6 +24,12 @@ struct FontOptions {
   std::string output;
   std::string background = "ffffff";
   int width = 0;
+};
+
+struct Options {
+  FontOptions font;
+  BitmapOptions bitmap;
+  std::string sheet;
 };
 
 constexpr int margin = 8;
@@ -63,8 +70,9 @@ void AddFont(CLI::App& app, FontOptions& options) {
       ->check(CLI::Range(1, 8192));
   AddOutput(*command, options.output);
   command->footer(
-      "Examples:\n  orm draw font 'DejaVu Sans;24;ffffff;700;0;1:2,2,000000' Ready --background 306090 -o "
-      "ready.png");
+      "Examples:\n"
+      "  orm draw font 'DejaVu Sans;24' Ready -o ready.png\n"
+      "  orm draw font 'DejaVu Sans;24;ffffff;700;0;1:2,2,000000' Ready --background 306090 -o ready.png\n");
   command->callback([&options] { DrawFont(options); });
 }
 
@@ -80,23 +88,47 @@ void AddBitmap(CLI::App& app, BitmapOptions& options) {
                    "WxH:startX,lengthX,periodX,phaseX,startY,lengthY,periodY,phaseY")
       ->excludes(transparent);
   AddOutput(*command, options.output);
-  command->footer("Examples:\n  orm draw bitmap frame.bmp --repeat 320x200:8,16,1,0,8,16,1,0 -o frame.png");
+  command->footer(
+      "Examples:\n"
+      "  orm draw bitmap logo.bmp --scale 120/96 -o logo.png\n"
+      "  orm draw bitmap button.bmp --transparent first -o button.png\n"
+      "  orm draw bitmap frame.bmp --repeat 320x200:8,16,1,0,8,16,1,0 -o frame.png\n");
   command->callback([&options] { DrawBitmapFile(options); });
+}
+
+void AddSheet(CLI::App& app, std::string& output) {
+  CLI::App* command = app.add_subcommand("sheet", "Show every drawing feature in one picture");
+  AddOutput(*command, output);
+  command->footer("Examples:\n  orm draw sheet -o sheet.png\n");
+  command->callback([&output] { DrawSheet(output); });
+}
+
+constexpr char description[] = "Draw texts and bitmaps into PNG files";
+
+void AddCommands(CLI::App& app, Options& options) {
+  app.require_subcommand(1);
+  AddFont(app, options.font);
+  AddBitmap(app, options.bitmap);
+  AddSheet(app, options.sheet);
+  app.footer(
+      "Examples:\n"
+      "  orm draw font 'DejaVu Sans;24;ffffff;700;0;1:2,2,000000' Ready --background 306090 -o ready.png\n"
+      "  orm draw sheet -o sheet.png\n");
 }
 
 }  // namespace
 
+void DescribeCommandLine(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  AddCommands(app, *options);
+  app.description(description);
+  app.callback([options] {});  // which keeps them
+}
+
 int DrawMain(int argc, char** argv) {
-  CLI::App app("Draw texts and bitmaps into PNG files", "orm draw");
-  app.require_subcommand(1);
-  FontOptions font;
-  BitmapOptions bitmap;
-  std::string sheet;
-  AddFont(app, font);
-  AddBitmap(app, bitmap);
-  CLI::App* command = app.add_subcommand("sheet", "Show every drawing feature in one picture");
-  AddOutput(*command, sheet);
-  command->callback([&sheet] { DrawSheet(sheet); });
+  CLI::App app(description, "orm draw");
+  Options options;
+  AddCommands(app, options);
   try {
     app.parse(argc, argv);
     return 0;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -86,7 +87,9 @@ std::string RequireFolder() {
 
 // The shared machine is made by root: everybody may read it, and make files in it that are theirs.
 void InitShared() {
-  if (::mkdir(SHARED_FOLDER, 0755) != 0 && errno != EEXIST) {
+  // The file mode mask may have taken bits away; what an administrator has made stays as it is.
+  const bool made = ::mkdir(SHARED_FOLDER, 0755) == 0;
+  if ((!made && errno != EEXIST) || (made && ::chmod(SHARED_FOLDER, 0755) != 0)) {
     throw Failure(std::string("cannot make ") + SHARED_FOLDER + ": " + std::strerror(errno));
   }
   if (platform::MachineFolder() == SHARED_FOLDER) return;
@@ -126,6 +129,11 @@ Json Describe() {
     if (!target.empty()) json["drives"].push_back({{"drive", drive}, {"target", target}});
   }
   json["hives"] = Entries(folder + "/registry");
+  json["users"] = Json::array();
+  for (const std::string& hive : Entries(folder + "/registry")) {
+    unsigned user = 0;
+    if (std::sscanf(hive.c_str(), "user-%u", &user) == 1) json["users"].push_back(UserName(user));
+  }
   json["objects"] = Json::array();
   for (const std::string& file : Entries(folder + "/named")) {
     if (!file.starts_with("n-")) continue;
@@ -147,7 +155,7 @@ void PrintInfo(const Json& json) {
                      json["screen"]["bitsPerPixel"].dump() + " bits a pixel");
   for (const Json& drive : json["drives"])
     line("drive", drive["drive"].get<std::string>() + " is " + drive["target"].get<std::string>());
-  for (const Json& hive : json["hives"]) line("hive", hive);
+  for (const Json& user : json["users"]) line("user", user);
   for (const Json& object : json["objects"]) {
     std::string processes;
     for (const Json& process : object["processes"]) processes += " " + process.get<std::string>();
@@ -159,15 +167,23 @@ void PrintInfo(const Json& json) {
 
 class Check {
  public:
+  explicit Check(bool json) : mJson(json) {}
+
   void Item(const std::string& what, bool good, const std::string& fault = "") {
+    mGood &= good;
+    mList.push_back({{"item", what}, {"good", good}});
+    if (!good) mList.back()["fault"] = fault;
+    if (mJson) return;
     PrintLine((good ? Coloured(Colour::Green, "ok    ") : Coloured(Colour::Red, "FAULT ")) + what +
               (good ? "" : ": " + fault));
-    mGood &= good;
   }
   bool IsGood() const { return mGood; }
+  const Json& GetList() const { return mList; }
 
  private:
+  const bool mJson;
   bool mGood = true;
+  Json mList = Json::array();
 };
 
 void CheckStore(Check& check, HKEY root) {
@@ -197,8 +213,19 @@ void CheckDrives(Check& check, const std::string& folder) {
   }
 }
 
-void CheckMachine() {
-  Check check;
+void CheckCodePage(Check& check) {
+  std::optional<std::string> page;
+  try {
+    page = ReadRegText({HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"}, "ACP");
+  } catch (const Failure& failure) {
+    return check.Item("code page", false, failure.what());
+  }
+  check.Item("code page " + page.value_or("1252"), !page || *page == std::to_string(GetACP()),
+             "it is not supported; 1252 is used");
+}
+
+void CheckMachine(bool json) {
+  Check check(json);
   const std::string folder = RequireFolder();
   struct stat status {};
   const bool found = ::stat(folder.c_str(), &status) == 0;
@@ -206,10 +233,8 @@ void CheckMachine() {
   CheckStore(check, HKEY_LOCAL_MACHINE);
   CheckStore(check, HKEY_CURRENT_USER);
   CheckDrives(check, folder);
-  const std::optional<std::string> page =
-      ReadRegText({HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage"}, "ACP");
-  check.Item("code page " + page.value_or("1252"), !page || *page == std::to_string(GetACP()),
-             "it is not supported; 1252 is used");
+  CheckCodePage(check);
+  if (json) PrintJson(check.GetList());
   if (!check.IsGood()) throw Exit{EXIT_DIFFERENT};
 }
 
@@ -235,8 +260,11 @@ void AddMachineCommand(CLI::App& app) {
   info->callback([json] { *json ? PrintJson(Describe()) : PrintInfo(Describe()); });
   CLI::App* check =
       AddSubcommand(*machine, "check", "Check the folder, the registry, the drives and the settings",
-                    "  orm machine check          exit code 0: sound, 2: something is wrong\n");
-  check->callback([] { CheckMachine(); });
+                    "  orm machine check          exit code 0: sound, 2: something is wrong\n"
+                    "  orm machine check --json\n");
+  auto checkJson = std::make_shared<bool>(false);
+  check->add_flag("--json", *checkJson, "Print JSON");
+  check->callback([checkJson] { CheckMachine(*checkJson); });
 }
 
 }  // namespace orm::tool

@@ -355,22 +355,31 @@ void AddCompare(CLI::App& reg) {
 }
 
 void AddCheck(CLI::App& reg) {
+  auto json = std::make_shared<bool>(false);
   CLI::App* command = AddSubcommand(reg, "check", "Read the whole store and check every record",
-                                    "  orm reg check          exit code 0: sound, 2: damaged\n");
-  command->callback([] {
+                                    "  orm reg check          exit code 0: sound, 2: damaged\n"
+                                    "  orm reg check --json\n");
+  command->add_flag("--json", *json, "Print JSON");
+  command->callback([json] {
     bool damaged = false;
+    Json list = Json::array();
     for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
       const std::string name = RegPath{root, ""}.GetName();
+      std::vector<std::string> faults;
       const auto report = [](void* context, const char* fault) {
-        PrintLine(*static_cast<const std::string*>(context) + ": " + fault);
+        static_cast<std::vector<std::string>*>(context)->emplace_back(fault);
       };
-      const LSTATUS error = OrmRegCheckStore(root, report, const_cast<std::string*>(&name));
+      const LSTATUS error = OrmRegCheckStore(root, report, &faults);
       if (error != 0 && error != ERROR_BADDB)
         throw SystemFailure("cannot check " + name, static_cast<DWORD>(error));
+      list.push_back({{"root", name}, {"sound", error == 0}, {"faults", faults}});
+      damaged |= error != 0;
+      if (*json) continue;
+      for (const std::string& fault : faults) PrintLine(name + ": " + fault);
       PrintLine(name + ": " +
                 (error == 0 ? Coloured(Colour::Green, "sound") : Coloured(Colour::Red, "damaged")));
-      damaged |= error != 0;
     }
+    if (*json) PrintJson(list);
     if (damaged) throw Exit{EXIT_DIFFERENT};
   });
 }

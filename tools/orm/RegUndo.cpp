@@ -1,6 +1,7 @@
 // Keeps the document that takes the last change back.
 #include "RegUndo.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,11 +14,16 @@ namespace orm::tool {
 
 namespace {
 
-// One file for each user, in a folder where everybody may make files and nobody touches another's.
+// One file for each user, in a folder where everybody may make files and nobody touches another's. What
+// somebody else has put into its place is refused: it would be applied with this user's rights.
 std::string UndoFile() {
   const std::string folder = platform::MachinePath("undo");
   if (folder.empty() || platform::EnsureFolder(folder, 01777) != 0) return "";
-  return folder + "/" + std::to_string(::geteuid()) + ".reg";
+  std::string file = folder + "/" + std::to_string(::geteuid()) + ".reg";
+  struct stat status {};
+  if (::lstat(file.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid()))
+    throw Failure(file + " is not this user's own file");
+  return file;
 }
 
 // Version 4, because it can say every byte that the registry can hold but for a line break in a key's name.

@@ -109,7 +109,23 @@ struct SettingOptions {
   bool hasValue = false;
   std::string module;
   bool reset = false;
+  bool json = false;
 };
+
+// For programs: the text as it is stored, null where there is none.
+void PrintSettingJson(const Setting& setting, const std::string& module) {
+  Json list = Json::array();
+  const auto add = [&](const std::string& name, const RegPath& key) {
+    const std::optional<std::string> text = ReadRegText(key, setting.value);
+    list.push_back(
+        {{"module", ToDisplay(name)}, {setting.name, text ? Json(ToDisplay(*text)) : Json(nullptr)}});
+  };
+  if (module.empty()) add("*", TraceKey(""));
+  for (const std::string& name : TraceModules()) {
+    if (module.empty() || name == module) add(name, TraceKey(name));
+  }
+  PrintJson(list);
+}
 
 void ShowSetting(const Setting& setting, const std::string& module) {
   const auto shown = [&](const RegPath& key) {
@@ -143,7 +159,8 @@ void CheckSetting(const std::string& name, const std::string& value) {
 
 void ChangeSetting(const Setting& setting, const SettingOptions& options) {
   const std::string module = FromArgument(options.module);
-  if (!options.hasValue && !options.reset) return ShowSetting(setting, module);
+  if (!options.hasValue && !options.reset)
+    return options.json ? PrintSettingJson(setting, module) : ShowSetting(setting, module);
   const std::string value = FromArgument(options.value);
   if (options.reset) {
     if (module.empty()) throw Failure("--reset needs --module; a setting for all modules must have a value");
@@ -162,6 +179,7 @@ void AddSetting(CLI::App& trace, const Setting& setting, const std::string& desc
       command->add_option("VALUE", options->value, "The new value; without it the present ones are shown");
   command->add_option("-m,--module", options->module, "For this module only");
   command->add_flag("--reset", options->reset, "Let the module follow the setting for all modules again");
+  command->add_flag("--json", options->json, "Show the present ones as JSON");
   command->callback([options, value, setting] {
     options->hasValue = value->count() > 0;
     ChangeSetting(setting, *options);

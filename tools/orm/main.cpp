@@ -32,8 +32,14 @@ int Fail(const std::string& message) {
 
 // Sub-commands with a command line of their own; here for the help, they are dispatched before it is read.
 void AddOtherPrograms(CLI::App& app) {
-  app.add_subcommand("rc", "Compile an .rc file's resources; see orm rc --help");
-  app.add_subcommand("draw", "Draw texts and bitmaps into PNG files; see orm draw --help");
+  [[maybe_unused]] CLI::App* rc = app.add_subcommand("rc", "Compile a resource script");
+  [[maybe_unused]] CLI::App* draw = app.add_subcommand("draw", "Draw texts and bitmaps into PNG files");
+#ifdef ORM_HAS_rc
+  orm::rc::DescribeCommandLine(*rc);
+#endif
+#ifdef ORM_HAS_draw
+  orm::draw::DescribeCommandLine(*draw);
+#endif
 }
 
 int RunOtherProgram(int argc, char** argv) {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
 
 #include "Output.h"
@@ -15,8 +16,11 @@
 namespace orm::rc {
 namespace {
 
-constexpr char description[] =
-    R"(Compiles a resource script into an object that a program or shared library links.
+constexpr char description[] = "Compile a resource script into an object that a module links";
+constexpr char footer[] =
+    R"(Examples:
+  orm rc app.rc -o app_rc.o && g++ main.o app_rc.o -Wl,--export-dynamic-symbol=orm_resource_directory
+  orm rc app.rc --list
 
 The script may hold:
   #include "ids.h"            definitions shared with the program
@@ -30,7 +34,8 @@ The script may hold:
   IDB_LOGO BITMAP "res/logo.bmp"
 
 The module then finds them with FindResource, LoadString and the like. In CMake:
-  orm_add_resources(target script.rc))";
+  orm_add_resources(target script.rc)
+)";
 
 struct Arguments {
   std::string source;
@@ -106,14 +111,10 @@ void Compile(const Arguments& arguments) {
     WriteFile(arguments.dependencyFile, DependencyRule(arguments.output, source.FilesRead()));
 }
 
-}  // namespace
-
-int RcMain(int argc, char** argv) {
-  Arguments arguments;
-  CLI::App app(description, "orm rc");
+void AddOptions(CLI::App& app, Arguments& arguments) {
   app.add_option("FILE.rc", arguments.source, "the script")->required();
-  CLI::Option* output = app.add_option("-o,--output", arguments.output, "OUT.o, OUT.cpp or OUT.s");
-  CLI::Option* list = app.add_flag("-l,--list", arguments.list, "print what the script holds");
+  app.add_option("-o,--output", arguments.output, "OUT.o, OUT.cpp or OUT.s");
+  app.add_flag("-l,--list", arguments.list, "print what the script holds");
   app.add_option("-I,--include", arguments.includeFolders, "a folder for included and bitmap files")
       ->allow_extra_args(false);
   app.add_option("-D,--define", arguments.definitions, "NAME or NAME=VALUE, as #define")
@@ -123,12 +124,25 @@ int RcMain(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("-M,--depfile", arguments.dependencyFile,
                  "write the files that were read, for make and ninja");
-  app.footer(
-      "Example: orm rc app.rc -o app_rc.o && g++ main.o app_rc.o "
-      "-Wl,--export-dynamic-symbol=orm_resource_directory");
+  app.footer(footer);
+}
+
+}  // namespace
+
+void DescribeCommandLine(CLI::App& app) {
+  const auto arguments = std::make_shared<Arguments>();
+  AddOptions(app, *arguments);
+  app.description(description);
+  app.callback([arguments] {});  // which keeps them
+}
+
+int RcMain(int argc, char** argv) {
+  Arguments arguments;
+  CLI::App app(description, "orm rc");
+  AddOptions(app, arguments);
   try {
     app.parse(argc, argv);
-    if (output->empty() && list->empty()) throw CLI::RequiredError("--output or --list");
+    if (arguments.output.empty() && !arguments.list) throw CLI::RequiredError("--output or --list");
     if (!IsValidCodePage(arguments.codePage))
       throw CLI::ValidationError("there is no code page " + std::to_string(arguments.codePage));
   } catch (const CLI::ParseError& error) {
