@@ -3,7 +3,7 @@
 #include <ormutil/Archive.h>
 #include <ormutil/Error.h>
 
-#include "FuzzSetup.h"
+#include "Require.h"
 
 using namespace orm;
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "FuzzSetup.h"
+#include "Require.h"
 
 using namespace orm;
 

@@ -1,9 +1,12 @@
-// What the fuzzers of the value types share.
+// What the fuzzers share.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
+
+#include "kernel/CodePage.h"
 
 namespace fuzz {
 
@@ -13,6 +16,11 @@ inline void Require(bool promise) {
 }
 
 // Makes one of the code pages the process's ANSI code page.
-unsigned ChooseCodePage(uint8_t choice);
+inline unsigned ChooseCodePage(uint8_t choice) {
+  constexpr unsigned pages[] = {1252, 932, 65001, 936, 1251, 949, 950, 874};
+  const unsigned page = pages[choice % std::size(pages)];
+  Require(orm::platform::SetAnsiCodePage(page));
+  return page;
+}
 
 }  // namespace fuzz

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "FuzzSetup.h"
+#include "Require.h"
 
 using namespace orm;
 
