@@ -85,7 +85,7 @@ void AddCommands(CLI::App& app, Arguments& arguments, std::function<void(Setting
   const auto bag = [&arguments](Settings& settings) -> orm::Properties& {
     return arguments.machine ? settings.GetMachine() : settings.GetUser();
   };
-  const auto add = [&](const char* name, const char* help, std::function<void(Settings&)> action) {
+  const auto add = [&](const char* name, const char* help, const std::function<void(Settings&)>& action) {
     CLI::App* command = app.add_subcommand(name, help);
     command->callback([&run, action] { run = action; });
     return command;
