@@ -1,8 +1,10 @@
 // Local time and the zone's suffix, in zones of every kind, each set for a process of its own. Rules of
 // daylight saving are made from today's date, so that it is on or off now and for some weeks to come.
 #include <gtest/gtest.h>
+#include <ormutil/UtcTime.h>
 #include <time.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "support/Child.h"
@@ -66,3 +68,23 @@ INSTANTIATE_TEST_SUITE_P(
         Zone{"DaylightIsUtc", "AZOT1AZOST" + Rule(true), "20040315123000.250Z 040315123000Z",
              "20040915123000Z 040915123000Z", "+0"}),
     [](const auto& zone) { return zone.param.name; });
+
+// A change of the zone changes the text, and not the instant that it names.
+TEST(ZoneChange, IsSeenByTheNextCall) {
+  const orm::UtcTime time = orm::UtcTime::GetUtc(2004, 3, 15, 12, 30, 0, 0);
+  const struct {
+    const char* tz;
+    const char* text;
+  } changes[] = {{"CET-1", "20040315133000+0100"},
+                 {"EST5", "20040315073000-0500"},
+                 {"", "20040315123000Z"},
+                 {"CET-1", "20040315133000+0100"}};
+  for (const auto& change : changes) {
+    setenv("TZ", change.tz, 1);
+    const orm::String text = time.ToStringGeneralizedTime();
+    EXPECT_STREQ(text.GetBegin(), change.text);
+    EXPECT_EQ(orm::UtcTime::FromStringGeneralizedTime(text), time);
+    const orm::String local = text.Left(text.GetBegin() + 14);
+    EXPECT_EQ(orm::UtcTime::FromStringGeneralizedTime(local), time) << "without its zone it is local time";
+  }
+}

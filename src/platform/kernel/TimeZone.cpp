@@ -2,11 +2,13 @@
 // the changes of the year ahead.
 #include "kernel/TimeZone.h"
 
+#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 
 namespace orm::platform {
@@ -109,9 +111,30 @@ Zone Describe(std::int64_t now) {
 
 constinit std::atomic<const Zone*> zones{nullptr};  // the newest first; there are a few in a process's life
 
-const Zone* Find(const Zone* list, std::int64_t now) {
-  while (list != nullptr && (now < list->from || now >= list->until)) list = list->previous;
-  return list;
+const Zone* Find(const Zone* list, const char* variable, std::uint64_t fileStamp, std::int64_t now) {
+  for (; list != nullptr; list = list->previous) {
+    const ZoneSource& source = list->source;
+    const bool isOfSource = variable != nullptr ? source.hasVariable && source.variable == variable
+                                                : !source.hasVariable && source.fileStamp == fileStamp;
+    if (isOfSource && now >= list->from && now < list->until) return list;
+  }
+  return nullptr;
+}
+
+// Looks at the file at most once in a second: asking the file system costs more than a conversion.
+std::uint64_t FileStamp(std::int64_t now) {
+  static constinit std::atomic<std::int64_t> lookedAt{-1};
+  static constinit std::atomic<std::uint64_t> stamp{0};
+  if (lookedAt.load(std::memory_order_acquire) != now) {
+    struct stat status {};
+    if (stat("/etc/localtime", &status) == 0) {
+      const auto changed = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
+                           static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
+      stamp.store((changed ^ status.st_dev << 40) * 31 + status.st_ino, std::memory_order_relaxed);
+    }
+    lookedAt.store(now, std::memory_order_release);
+  }
+  return stamp.load(std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -120,9 +143,13 @@ const Zone& CurrentZone() {
   timespec clock;
   clock_gettime(CLOCK_REALTIME_COARSE, &clock);
   const std::int64_t now = clock.tv_sec;
+  const char* variable = std::getenv("TZ");
+  const std::uint64_t fileStamp = variable == nullptr ? FileStamp(now) : 0;
   const Zone* newest = zones.load(std::memory_order_acquire);
-  if (const Zone* known = Find(newest, now)) return *known;
+  if (const Zone* known = Find(newest, variable, fileStamp, now)) return *known;
+  tzset();
   Zone* made = new Zone(Describe(now));
+  made->source = {variable != nullptr, variable != nullptr ? variable : "", fileStamp};
   made->previous = newest;
   while (!zones.compare_exchange_weak(made->previous, made, std::memory_order_acq_rel)) {
   }

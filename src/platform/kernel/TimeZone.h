@@ -3,12 +3,23 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "win32/time.h"
 
 namespace orm::platform {
 
+// Where the rules of a zone come from: the variable TZ or, without it, the system's file.
+struct ZoneSource {
+  bool hasVariable = false;
+  std::string variable;
+  std::uint64_t fileStamp = 0;  // tells versions of the file apart
+
+  bool operator==(const ZoneSource&) const = default;
+};
+
 struct Zone {
+  ZoneSource source;
   std::int64_t from;   // the answer holds from this second since 1970 on
   std::int64_t until;  // and before this one
   TIME_ZONE_INFORMATION information;
@@ -17,8 +28,8 @@ struct Zone {
   const Zone* previous;
 };
 
-// The zone at this moment. The reference stays good for the life of the process. The variable TZ and
-// /etc/localtime are read once, at first use. Thread-safe.
+// The zone at this moment. The reference stays good for the life of the process. A new value of TZ counts at
+// once, another /etc/localtime within a second. Thread-safe, as long as no thread changes the environment.
 const Zone& CurrentZone();
 
 }  // namespace orm::platform
