@@ -4,6 +4,9 @@
 #include <ormutil/MemoryProperties.h>
 #include <ormutil/PersistentProperties.h>
 
+#include <utility>
+
+#include "FailingRegistry.h"
 #include "support/ErrorLayers.h"
 #include "support/ModuleTrace.h"
 
@@ -224,6 +227,87 @@ TEST_F(PersistentTest, ErrorsOfEveryOperation) {
     EXPECT_FALSE(bag.IsBagNew()) << "the open key survives a failure";
     EXPECT_EQ(bag.GetNumber("v", 3), 3u);
   }
+}
+
+// Each registry call of an operation, failing in its turn.
+TEST_F(PersistentTest, ErrorsOfEveryCall) {
+  const std::string openKey = "Failed to open registry key '" + kKeyName + "'. ";
+  const std::string queryKey = "Failed to query information about registry key '" + kKeyName + "'. ";
+  const std::string enumValues = "Failed to enumerate values of registry key '" + kKeyName + "'. ";
+  const std::string enumKeys = "Failed to enumerate subkeys of registry key '" + kKeyName + "'. ";
+  const std::string deleteKey = "Failed to delete registry key '" + kKeyName + "'. ";
+  const std::string deleteValue = "Failed to delete registry value '" + kKeyName;
+  constexpr const char* kSet = "Failed to set the value of property.";
+  constexpr const char* kGet = "Failed to get the value of property.";
+  constexpr const char* kEnum = "Failed to enumerate properties.";
+  constexpr const char* kClear = "Failed to clear properties.";
+  constexpr const char* kEnumBags = "Failed to enumerate properties bags.";
+  constexpr const char* kDeleteBag = "Failed to delete property bag.";
+  const struct {
+    const char* call;
+    std::function<void(PersistentProperties&)> run;
+    const char* operation;
+    const char* message;
+    std::string context;
+  } cases[] = {
+      {"RegOpenKeyExA", [](auto& b) { b.GetString("v"); }, "GetString", kGet, openKey},
+      {"RegOpenKeyExA", [](auto& b) { b.GetNumber("v"); }, "GetNumber", kGet, openKey},
+      {"RegOpenKeyExA", [](auto& b) { b.GetBinary("v"); }, "GetBinary", kGet, openKey},
+      {"RegOpenKeyExA", [](auto& b) { b.GetType("v"); }, "GetType", "Failed to query the type of property.",
+       openKey},
+      {"RegOpenKeyExA", [](auto& b) { b.Delete("v"); }, "Delete", "Failed to delete property.", openKey},
+      {"RegCreateKeyExA", [](auto& b) { b.Delete("v"); }, "Delete", "Failed to delete property.", openKey},
+      {"RegDeleteValueA", [](auto& b) { b.Delete("v"); }, "Delete", "Failed to delete property.",
+       deleteValue + "\\v'. "},
+      {"RegCreateKeyExA", [](auto& b) { b.SetString("v", ""); }, "SetString", kSet, openKey},
+      {"RegCreateKeyExA", [](auto& b) { b.SetNumber("v", 1); }, "SetNumber", kSet, openKey},
+      {"RegCreateKeyExA", [](auto& b) { b.SetBinary("v", Binary()); }, "SetBinary", kSet, openKey},
+      {"RegOpenKeyExA", [](auto& b) { b.EnumProperties(); }, "EnumProperties", kEnum, openKey},
+      {"RegQueryInfoKeyA", [](auto& b) { b.EnumProperties(); }, "EnumProperties", kEnum, queryKey},
+      {"RegEnumValueA", [](auto& b) { b.EnumProperties(); }, "EnumProperties", kEnum, enumValues},
+      {"RegOpenKeyExA", [](auto& b) { b.Clear(); }, "Clear", kClear, openKey},
+      {"RegQueryInfoKeyA", [](auto& b) { b.Clear(); }, "Clear", kClear, queryKey},
+      {"RegEnumValueA", [](auto& b) { b.Clear(); }, "Clear", kClear, enumValues},
+      {"RegCreateKeyExA", [](auto& b) { b.Clear(); }, "Clear", kClear, openKey},
+      {"RegDeleteValueA", [](auto& b) { b.Clear(); }, "Clear", kClear, deleteValue + "'. "},
+      {"RegOpenKeyExA", [](auto& b) { b.EnumBags(); }, "EnumBags", kEnumBags, openKey},
+      {"RegQueryInfoKeyA", [](auto& b) { b.EnumBags(); }, "EnumBags", kEnumBags, queryKey},
+      {"RegEnumKeyExA", [](auto& b) { b.EnumBags(); }, "EnumBags", kEnumBags, enumKeys},
+      {"RegOpenKeyExA", [](auto& b) { b.DeleteBag(); }, "DeleteBag", kDeleteBag, deleteKey},
+      {"RegQueryInfoKeyA", [](auto& b) { b.DeleteBag(); }, "DeleteBag", kDeleteBag, deleteKey},
+      {"RegEnumKeyExA", [](auto& b) { b.DeleteBag(); }, "DeleteBag", kDeleteBag, deleteKey},
+      {"RegDeleteKeyA", [](auto& b) { b.DeleteBag(); }, "DeleteBag", kDeleteBag, deleteKey},
+  };
+  mBag.SetNumber("v", 1);
+  ModuleTrace trace("pprops", 'w');
+  for (const auto& c : cases) {
+    PersistentProperties bag;
+    bag.Open("Tools\\Editor", true);
+    // The operation's layer: denied access has a code of its own, others are taken over.
+    for (const auto& [code, top] : {std::pair{DWORD{5}, DWORD{0xE7220004}}, std::pair{DWORD{8}, DWORD{8}}}) {
+      Layers layers;
+      {
+        const FailingRegistry failing(c.call, static_cast<LSTATUS>(code));
+        layers = LayersOf([&] { c.run(bag); });
+      }
+      EXPECT_EQ(layers, (Layers{{top, c.message}, {code, c.context}, {code, SystemText(code)}}))
+          << c.operation << " " << c.call;
+      const std::vector<std::string> lines = trace.Take();
+      ASSERT_EQ(lines.size(), 2u);
+      EXPECT_THAT(lines[0], testing::StartsWith("^ PersistentProperties; RegistryError: " + c.context + "("));
+      EXPECT_THAT(lines[1], testing::StartsWith(std::string("^ PersistentProperties::") + c.operation +
+                                                "(): " + c.message + "("));
+    }
+    EXPECT_EQ(bag.GetNumber("v"), 1u) << "what failed has changed nothing";
+  }
+  PersistentProperties bag;
+  bag.Open("Tools\\Editor", true);
+  const FailingRegistry failing("RegOpenKeyExA", 5);
+  EXPECT_TRUE(bag.IsBagNew());
+  EXPECT_EQ(bag.GetNumber("v", 3), 3u);
+  EXPECT_EQ(bag.GetString("v", "d"), "d");
+  EXPECT_EQ(bag.GetBinary("v", Binary("d", 1)), Binary("d", 1));
+  EXPECT_THAT(trace.Take(), IsEmpty());
 }
 
 TEST_F(PersistentTest, ForeignValues) {

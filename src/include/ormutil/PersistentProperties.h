@@ -56,7 +56,8 @@ class ORMUTIL_API PersistentProperties : public Properties {
   std::vector<BaseString<MbcsTraits>> EnumBags() const;
 
   // Deletes the bag, its properties and all bags below it; nothing happens when there is no such bag. The
-  // object can be used further: setting a property creates the bag anew.
+  // object can be used further: setting a property creates the bag anew. Before a bag was chosen it is denied
+  // (5) and nothing is touched: nobody means to delete everything that the machine knows.
   void DeleteBag();
 
  private:
