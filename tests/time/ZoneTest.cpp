@@ -1,17 +1,24 @@
 // Local time and the zone's suffix, in zones of every kind, each set for a process of its own. Rules of
 // daylight saving are made from today's date, so that it is on or off now and for some weeks to come.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <ormutil/Error.h>
 #include <ormutil/UtcTime.h>
 #include <time.h>
 
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "support/Child.h"
+#include "support/ErrorLayers.h"
+#include "support/ModuleTrace.h"
 
 using namespace test;
 
 namespace {
+
+constinit bool gsZoneIsLost = false;
 
 // A rule under which daylight saving is in effect now, or is not.
 std::string Rule(bool inEffect) {
@@ -34,6 +41,16 @@ struct Zone {
 class ZoneTest : public testing::TestWithParam<Zone> {};
 
 }  // namespace
+
+// Found before the platform's own.
+extern "C" DWORD WINAPI GetTimeZoneInformation(TIME_ZONE_INFORMATION* information) {
+  if (gsZoneIsLost) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return TIME_ZONE_ID_INVALID;
+  }
+  using Function = DWORD (*)(TIME_ZONE_INFORMATION*);
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, "GetTimeZoneInformation"))(information);
+}
 
 TEST_P(ZoneTest, TextsNameTheInstant) {
   const Zone& zone = GetParam();
@@ -87,4 +104,45 @@ TEST(ZoneChange, IsSeenByTheNextCall) {
     const orm::String local = text.Left(text.GetBegin() + 14);
     EXPECT_EQ(orm::UtcTime::FromStringGeneralizedTime(local), time) << "without its zone it is local time";
   }
+}
+
+TEST(ZoneTrace, TellsTheStateOfTheZone) {
+  ModuleTrace trace("Date", 't');
+  const orm::UtcTime time = orm::UtcTime::GetUtc(2004, 3, 15, 12, 30, 0, 0);
+  const std::pair<std::string, std::string> zones[] = {{"CET-1", "Standard zone"},
+                                                       {"CET-1CEST" + Rule(false), "Standard zone"},
+                                                       {"CET-1CEST" + Rule(true), "Daylight zone"}};
+  for (const auto& [tz, line] : zones) {
+    setenv("TZ", tz.c_str(), 1);
+    trace.Take();
+    time.ToStringUTC();
+    time.ToStringGeneralizedTime();
+    EXPECT_EQ(trace.Take(), (std::vector<std::string>{line, line}));
+  }
+  gsZoneIsLost = true;
+  const Layers system = LayersOf(orm::MakeSystemError(ERROR_INVALID_PARAMETER, orm::String(), true));
+  EXPECT_EQ(LayersOf([&] { time.ToStringUTC(); }), system);
+  EXPECT_EQ(LayersOf([&] { time.ToStringGeneralizedTime(); }), system);
+  EXPECT_EQ(trace.Take(), (std::vector<std::string>{"Error", "Error"}));
+}
+
+// Near the ends of the calendar the difference from UTC leads out of it.
+TEST(ZoneTrace, NamesTheLocalConversionThatFails) {
+  ModuleTrace trace("Date", 'w');
+  const Layer conversion{
+      0xE7430002, "Error in date conversion to/from internal format. Invalid date was probably encountered."};
+  const Layer system = LayersOf(orm::MakeSystemError(ERROR_INVALID_PARAMETER, orm::String(), true))[0];
+  setenv("TZ", "CET-1", 1);
+  EXPECT_EQ(LayersOf([] { orm::UtcTime::GetLocal(1601, 1, 1, 0, 59, 59, 0); }),
+            (Layers{{0xE743000A, "Error in date object creating."}, conversion, system}));
+  EXPECT_EQ(trace.Take(), (std::vector<std::string>{"Error in LocalFileTimeToFileTime",
+                                                    "Error in UtcTime UTC initializer"}));
+  EXPECT_EQ(orm::UtcTime::GetLocal(1601, 1, 1, 1, 0, 0, 0), orm::UtcTime());
+  EXPECT_EQ(LayersOf([] { orm::UtcTime::FromStringGeneralizedTime("160101010030"); }),
+            (Layers{conversion, system}))
+      << "the readers add no layer";
+  setenv("TZ", "EST5", 1);
+  trace.Take();
+  EXPECT_EQ(LayersOf([] { orm::UtcTime().ToStringUTC(); }), (Layers{conversion, system}));
+  EXPECT_EQ(trace.Take(), (std::vector<std::string>{"Error in FileTimeToLocalFileTime"}));
 }
