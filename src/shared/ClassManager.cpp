@@ -208,7 +208,10 @@ bool ClassManagerImpl::GetShared(FacePtr<BaseFace>& rLock) {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetShared()");
   if (!mShared.IsAvailable()) return false;
   rLock = &mShared;
-  return true;
+  if (mShared.IsWhole()) return true;
+  rLock.Release();
+  mShared.Close();
+  return false;
 }
 
 void ClassManagerImpl::Synchronize() {

@@ -2,6 +2,7 @@
 #include "ClassSharedCache.h"
 
 #include <ormutil/Error.h>
+#include <win32/mappingx.h>
 
 namespace orm {
 
@@ -130,8 +131,12 @@ void SharedCache::Close() {
   if (HANDLE mutex = std::exchange(mhMutex, nullptr)) CloseHandle(mutex);
 }
 
+bool SharedCache::IsWhole() const {
+  return OrmIsMappingWhole(mhMapping) != FALSE;
+}
+
 DWORD SharedCache::AddRef() {
-  if (WaitForSingleObject(mhMutex, INFINITE) == WAIT_ABANDONED) GetBlock().RepairIfDamaged();
+  if (WaitForSingleObject(mhMutex, INFINITE) == WAIT_ABANDONED && IsWhole()) GetBlock().RepairIfDamaged();
   return 1;
 }
 

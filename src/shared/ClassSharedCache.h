@@ -31,6 +31,8 @@ class SharedCache final : public BaseFace {
   void Open();
   void Close();
   bool IsAvailable() const { return mhMutex != nullptr; }
+  // Whether the block may be touched: its file is anybody's to cut short. Asked under the mutex.
+  bool IsWhole() const;
 
   DWORD AddRef() override;
   bool Release() override;

@@ -145,6 +145,20 @@ TEST_F(SharedCache, ADamagedBlockIsRepaired) {
   EXPECT_EQ(CountLoads(), 0u);
 }
 
+TEST_F(SharedCache, ABlockThatIsCutShortIsLetGo) {
+  HostProcess running(
+      {"register", GetPath(), "wait", "register", GetPath("gamma.dll"), "create", "CID_Alpha"});
+  EXPECT_EQ(running.ReadLine(), "registered");
+  EXPECT_EQ(running.ReadLine(), "waiting");
+  // Through the platform nobody can: it is in use.
+  std::filesystem::resize_file(
+      std::string(std::getenv("ORM_MACHINE")) + "/drives/drive_c/Windows/Temp/zrclrg41.tmp", 0);
+  mFolder.Add("beta", 0, "gamma.dll");
+  running.Continue();
+  EXPECT_THAT(running.Finish(), ElementsAre("registered", "1"));
+  EXPECT_EQ(CountLoads(), 3u) << "without the cache";
+}
+
 TEST_F(SharedCache, ServesEveryUserOfTheMachine) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
   chmod(std::getenv("ORM_MACHINE"), 0755);

@@ -15,6 +15,7 @@
 #include "kernel/Errno.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
+#include "win32/mappingx.h"
 
 namespace orm::platform {
 
@@ -163,6 +164,11 @@ DWORD Section::ReadNamed() {
   return mData >= 0 ? ERROR_SUCCESS : ErrorFromErrno(errno);
 }
 
+bool Section::IsWhole() const {
+  struct stat status;
+  return fstat(mData, &status) == 0 && static_cast<uint64_t>(status.st_size) >= mDataOffset + mSize;
+}
+
 void* Section::Map(DWORD access, uint64_t offset, SIZE_T bytes) {
   const bool copies = access == FILE_MAP_COPY;
   const bool writes = !copies && (access & FILE_MAP_WRITE) != 0;
@@ -256,6 +262,12 @@ void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offset
   const HandlePin pin(mapping);
   auto* const section = PinnedAs<Section>(pin);
   return section != nullptr ? section->Map(access, uint64_t{offsetHigh} << 32 | offsetLow, bytes) : nullptr;
+}
+
+BOOL OrmIsMappingWhole(HANDLE mapping) noexcept {
+  const HandlePin pin(mapping);
+  const auto* const section = PinnedAs<Section>(pin);
+  return section != nullptr && section->IsWhole() ? TRUE : FALSE;
 }
 
 BOOL UnmapViewOfFile(const void* view) noexcept {

@@ -29,6 +29,8 @@ class Section final : public KernelObject {
   DWORD OpenNamed(const char* name);
 
   void* Map(DWORD access, uint64_t offset, SIZE_T bytes);
+  // Whether all of its bytes are still there.
+  bool IsWhole() const;
 
  private:
   class Initialiser;
