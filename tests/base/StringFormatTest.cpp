@@ -1,9 +1,11 @@
 // printf-style and message-insert formatting, system messages.
 #include <ormutil/BaseString.h>
 
+#include <functional>
 #include <string>
 
 #include "AssertionLog.h"
+#include "WipeWatch.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
@@ -77,6 +79,32 @@ TEST(StringFormat, InsertsTakeStringsAndNumbers) {
   static const unsigned short wide[] = {'<', '%', '1', '>', 0};
   static const unsigned short insert[] = {0x416, 'z', 0};
   EXPECT_EQ(Narrow(WideString::FormatInserts(wide, insert)), "<?z>");
+}
+
+TEST(StringFormat, WithoutMemoryThereIsNoText) {
+  test::AssertionLog log;
+  const String prefix(std::string(100, 'p').c_str());
+  const auto format = [](String* pText, ...) {
+    va_list arguments;
+    va_start(arguments, pText);
+    pText->FormatMessage("a message of many words", arguments);
+    va_end(arguments);
+  };
+  const std::function<void(String&)> operations[] = {
+      [](String& text) { text.Format("%s", "a text of many words"); },
+      [&](String& text) { format(&text); },
+      [&](String& text) { text.SetSystemError(ERROR_ACCESS_DENIED, prefix.GetBegin()); },
+  };
+  for (const auto& operation : operations) {
+    String text("old");
+    const String holder(text);
+    test::memoryIsOut = true;
+    operation(text);
+    test::memoryIsOut = false;
+    EXPECT_TRUE(text.IsEmpty());
+    EXPECT_STREQ(holder.GetBegin(), "old");
+    EXPECT_THAT(log.Take(), ElementsAre(testing::HasSubstr("assert fail:pNew != 0")));
+  }
 }
 
 TEST(StringFormat, SystemMessages) {

@@ -8,6 +8,7 @@
 
 namespace test {
 
+std::atomic<bool> memoryIsOut{false};
 std::atomic<size_t> watchedCapacity{0};
 std::atomic<int> wipedBlocks{0}, dirtyBlocks{0};
 
@@ -29,7 +30,7 @@ void Inspect(const void* memory) {
 }  // namespace test
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return std::malloc(size);
+  return test::memoryIsOut ? nullptr : std::malloc(size);
 }
 void* operator new(size_t size) {
   if (void* memory = std::malloc(size)) return memory;

@@ -105,6 +105,13 @@ TEST_F(Faces, CountsFollowThePointers) {
   EXPECT_EQ(mObject->Count(), 2);
   copy = copy.Get();
   copy = mShape;
+  FacePtr<Shape> null(0), other = nullptr;
+  EXPECT_TRUE(null == 0 && other == nullptr);
+  null = mShape;
+  other = mShape;
+  EXPECT_EQ(mObject->Count(), 4);
+  null = 0;
+  other = nullptr;
   EXPECT_EQ(mObject->Count(), 2);
   FacePtr<Shape> moved(std::move(copy));
   EXPECT_EQ(mObject->Count(), 2);

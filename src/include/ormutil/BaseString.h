@@ -19,8 +19,9 @@
 // Different strings may be used by different threads at once, also when they share a block; one string is for
 // one thread at a time. Positions are pointers into the text, valid until the string is changed; sizes are in
 // bytes, lengths in characters. Programming errors (a null text, a position outside) are assertions; ignored,
-// they count as the empty text. An operation that cannot have its memory asserts and then throws
-// std::bad_alloc; nothing else is thrown.
+// they count as the empty text. An operation that cannot have its memory asserts; the formatting ones then
+// give the empty text, the others throw std::bad_alloc, so that no text is lost unseen. Nothing else is
+// thrown.
 #pragma once
 
 #include <ormutil/AtomicCounter.h>

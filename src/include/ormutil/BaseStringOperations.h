@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace orm {
 
@@ -274,7 +275,7 @@ void BaseString<Traits>::FormatArguments(const Char* formatString, ...) {
 }
 
 template <class Traits>
-void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) {
+void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) try {
   ORM_ASSERT(formatString != nullptr, "formatString != 0", string_detail::kSource, 2295);
   if (!formatString) return Empty();
   size_t request = Traits::GetSize(formatString) + sizeof(Char);
@@ -293,10 +294,12 @@ void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) {
     request = (static_cast<size_t>(length) + 1) * sizeof(Char);
     if (request <= capacity) return;
   }
+} catch (const std::bad_alloc&) {
+  Empty();
 }
 
 template <class Traits>
-void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) {
+void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) try {
   if (!format || *format == 0) return Empty();
   size_t request = Traits::GetSize(format) + sizeof(Char);
   for (;;) {
@@ -314,6 +317,8 @@ void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) {
     }
     request = size_t{GetCapacity()} + 1;
   }
+} catch (const std::bad_alloc&) {
+  Empty();
 }
 
 template <class Traits>
@@ -327,7 +332,7 @@ auto BaseString<Traits>::FormatMessageText(const Char* format, ...) -> BaseStrin
 }
 
 template <class Traits>
-void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) {
+void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) try {
   const BaseString start(prefix);
   const size_t size = start.GetSize();
   size_t request = size + 32;
@@ -341,6 +346,8 @@ void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) {
     if (result != 0) return;
     request = size_t{GetCapacity()} + 1;
   }
+} catch (const std::bad_alloc&) {
+  Empty();
 }
 
 template <class Traits>

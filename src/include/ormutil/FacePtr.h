@@ -25,8 +25,7 @@ template <class T>
 class FacePtr {
  public:
   FacePtr() = default;
-  FacePtr(std::nullptr_t) {}
-  // Adds a reference of its own; see Adopt for the creator's.
+  // Adds a reference of its own; see Adopt for the creator's. Null and the literal 0 are pointers too.
   FacePtr(T* pFace) : mpFace(pFace) {
     if (mpFace) mpFace->AddRef();
   }
@@ -54,10 +53,6 @@ class FacePtr {
   // Takes its reference before it drops the old one, so that assigning the held pointer is safe.
   FacePtr& operator=(T* pFace) {
     FacePtr(pFace).Swap(*this);
-    return *this;
-  }
-  FacePtr& operator=(std::nullptr_t) {
-    Release();
     return *this;
   }
 
