@@ -73,7 +73,7 @@ install(FILES ${documents}/completion.zsh RENAME _orm DESTINATION ${CMAKE_INSTAL
 install(FILES ${documents}/completion.fish RENAME orm.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
-install(DIRECTORY docs/guide DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs/guide docs/pictures DESTINATION ${CMAKE_INSTALL_DOCDIR})
 file(GLOB documentation CONFIGURE_DEPENDS docs/*.md)
 install(FILES ${documentation} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
@@ -87,8 +87,9 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-  "Reference-counted types, a component manager, property bags in a registry, threads and drawing helpers over a small
-platform layer, and the orm command to look at all of them.")
+  "Reference-counted types, a component manager, property bags in a registry,
+threads and drawing helpers over a small platform layer, and the orm command
+to look at all of them.")
 file(WRITE ${CMAKE_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
 # Debian wants a changelog of its own form beside ours.
 string(TIMESTAMP today "%a, %d %b %Y 00:00:00 +0000" UTC)
@@ -97,5 +98,6 @@ execute_process(COMMAND gzip -9nkf ${CMAKE_BINARY_DIR}/debian/changelog)
 install(FILES ${CMAKE_BINARY_DIR}/debian/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/debian/triggers)
+install(FILES cmake/debian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ormutil)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
