@@ -1,6 +1,7 @@
 // Several processes and the class lists that they share; the machine's default paths; trace and assertions.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <win32.h>
@@ -19,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Lines = std::vector<std::string>;
 
-constexpr size_t BLOCK_SIZE = 65536;
+constexpr size_t BLOCK_BYTES = 65536;
 
 // The backing file, as the class manager names it.
 std::string GetBackingFile() {
@@ -128,9 +129,29 @@ TEST_F(SharedCache, WithoutItsFileTheBlockLivesAsLongAsItsProcesses) {
   EXPECT_EQ(CountLoads(), 2u);
 }
 
+TEST_F(SharedCache, OnAFullDiskThereIsNone) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may mount a small disk";
+  const std::string machine = std::getenv("ORM_MACHINE"), disk = machine + "/disk";
+  std::filesystem::create_directory(disk);
+  if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0) GTEST_SKIP() << "no disk can be mounted here";
+  setenv("ORM_MACHINE", disk.c_str(), 1);
+  HostProcess::Run({"classes"});  // makes the machine
+  const std::string backing = disk + "/drives/drive_c/Windows/Temp/zrclrg41.tmp";
+  EXPECT_TRUE(std::filesystem::remove(backing));
+  std::ofstream(disk + "/rest") << std::string(2 << 20, 'x');
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_FALSE(std::filesystem::exists(backing)) << "no block without its bytes is left";
+  std::filesystem::remove(disk + "/rest");
+  EXPECT_EQ(CountLoads(), 2u);
+  EXPECT_EQ(CountLoads(), 0u) << "there is room again";
+  setenv("ORM_MACHINE", machine.c_str(), 1);
+  umount2(disk.c_str(), MNT_DETACH);
+}
+
 TEST_F(SharedCache, ABlockOfAnotherFormatIsNotUsed) {
   for (const std::string& content :
-       {std::string(), std::string(BLOCK_SIZE, '\0'), std::string(BLOCK_SIZE, 'x')}) {
+       {std::string(), std::string(BLOCK_BYTES, '\0'), std::string(BLOCK_BYTES, 'x')}) {
     WriteBackingFile(content);
     EXPECT_EQ(CountLoads(), 2u);
     EXPECT_EQ(CountLoads(), 2u);
@@ -138,7 +159,7 @@ TEST_F(SharedCache, ABlockOfAnotherFormatIsNotUsed) {
 }
 
 TEST_F(SharedCache, ADamagedBlockIsRepaired) {
-  std::string block(BLOCK_SIZE, '\xA5');
+  std::string block(BLOCK_BYTES, '\xA5');
   block.replace(0, 12, std::string("\x41\0\0\0\x85\xA0\x06\x1D\x8F\x41\x46\x8C", 12));
   WriteBackingFile(block);
   EXPECT_EQ(CountLoads(), 2u);
