@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <win32.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "RunOrm.h"
@@ -77,6 +78,25 @@ TEST(TraceCommand, WatchShowsAndFiltersLines) {
   EXPECT_EQ(two["file"], "File.cpp");
 }
 
+TEST(TraceCommand, WatchFiltersByAreaAndLevel) {
+  RunningOrm watch({"trace", "watch", "-a", "one", "-a", "two", "-l", "ew", "--count", "2", "--for", "60"});
+  ASSERT_EQ(watch.ReadErrorLine(), "watching");
+  const auto line = [](const char* area, char level, const char* text) {
+    OutputDebugStringA(("demo    |" + std::string(area) + "     |" + level +
+                        "| 4d2:  10|     1.800| 5:07 PM|    File.cpp|  12|" + text + "\r\n")
+                           .c_str());
+  };
+  line("one", 'd', "too chatty");
+  line("ten", 'e', "elsewhere");
+  OutputDebugStringA("demo    |one     |     1.500|of no level\r\n");
+  line("one", 'e', "first");
+  line("two", 'w', "second");
+  const std::string out = watch.Finish().out;
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
+  EXPECT_LT(out.find("|first\n"), out.find("|second\n"));
+  EXPECT_EQ(out.find('\x1B'), std::string::npos) << "colours are for terminals";
+}
+
 TEST(TraceCommand, WatchCountsRates) {
   RunningOrm watch({"trace", "watch", "--json", "--rates", "--count", "3"});
   ASSERT_EQ(watch.ReadErrorLine(), "watching");
@@ -97,6 +117,11 @@ TEST(TraceCommand, TailShowsTheEndOfALogFile) {
   EXPECT_EQ(RunOrm({"trace", "tail", file, "-n", "1"}).out, "demo    |a       |     0.003|three\n");
   EXPECT_EQ(RunOrm({"trace", "tail", file, "-a", "b"}).out, "demo    |b       |     0.002|two\n");
   EXPECT_THAT(RunOrm({"trace", "tail", "ormutil"}).err, HasSubstr("orm trace watch"));
+  // Whether they are there when the command looks first or come later, the lines are shown once.
+  RunningOrm follow({"trace", "tail", file, "-t", "added", "-f", "--count", "2"});
+  std::ofstream(file, std::ios::app | std::ios::binary)
+      << ", added\r\ndemo    |b       |     0.004|added\r\n";
+  EXPECT_EQ(follow.Finish().out, "cut, added\ndemo    |b       |     0.004|added\n");
   EXPECT_EQ(RunOrm({"trace", "tail", "/no/such/file"}).code, 1);
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -59,6 +60,18 @@ std::string ReadFile(const std::string& path) {
   return content;
 }
 
+// Before it is loaded: a size that cannot be made is no reason for an assertion here.
+void CheckScaledSize(const std::string& resource, const StretchInfo& scale) {
+  BITMAPINFOHEADER header;
+  std::memcpy(&header, resource.data(), sizeof header);
+  const int width = MulDiv(header.biWidth, scale.mMulX, scale.mDivX);
+  const int height = MulDiv(std::abs(header.biHeight), scale.mMulY, scale.mDivY);
+  if (width > 0 && width <= mostPixels && height > 0 && height <= mostPixels) return;
+  throw std::invalid_argument("the picture would have " + std::to_string(width) + " x " +
+                              std::to_string(height) + " pixels; 1 to " + std::to_string(mostPixels) +
+                              " are possible");
+}
+
 SIZE SizeOf(const Bitmap& bitmap) {
   BITMAP description{};
   GetObjectA(bitmap.GetHandle(), sizeof description, &description);
@@ -86,6 +99,7 @@ void DrawBitmapFile(const BitmapOptions& options) {
   } catch (const std::invalid_argument& reason) {
     throw std::runtime_error(options.file + " " + reason.what());
   }
+  CheckScaledSize(resource, scale);
   Bitmap bitmap;
   if (!bitmap.LoadData(resource.data(), resource.size(), scale, options.system) || !bitmap.GetHandle())
     throw std::runtime_error(options.file + " cannot be loaded");

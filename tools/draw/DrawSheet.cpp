@@ -123,8 +123,10 @@ class Sheet {
         {"broken, centred", "How vexingly quick daft zebras jump", DT_WORDBREAK | DT_CENTER},
         {"tabs", "a\tone\nbb\ttwo\nccc\tthree", DT_EXPANDTABS},
         {"prefixes", "&Open\nSave && &close", 0},
-        {"ellipsis at the end", "A line that is too long", DT_SINGLELINE | DT_END_ELLIPSIS | DT_VCENTER},
-        {"ellipsis in a path", "c:\\windows\\system32\\a.dll", DT_SINGLELINE | DT_PATH_ELLIPSIS | DT_VCENTER},
+        {"ellipsis at the end", "A line that is longer than its box",
+         DT_SINGLELINE | DT_END_ELLIPSIS | DT_VCENTER},
+        {"ellipsis in a path", "c:\\windows\\system32\\spool\\a.dll",
+         DT_SINGLELINE | DT_PATH_ELLIPSIS | DT_VCENTER},
         {"clipped", "Text beyond the\nrectangle's edge\nis cut\noff", 0},
     };
     Font font;

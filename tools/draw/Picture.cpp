@@ -23,9 +23,13 @@ String FromUtf8(const std::string& text) {
   const int size = static_cast<int>(units.size());
   if (MultiByteToWideChar(CP_UTF8, 0, text.c_str(), -1, units.data(), size) == 0) return String();
   std::vector<char> bytes(units.size() * 3);
+  BOOL lost = FALSE;
+  BOOL* const pLost = GetACP() == CP_UTF8 ? nullptr : &lost;  // which has all characters
   if (WideCharToMultiByte(CP_ACP, 0, units.data(), -1, bytes.data(), static_cast<int>(bytes.size()), nullptr,
-                          nullptr) == 0)
+                          pLost) == 0)
     return String();
+  if (lost)
+    throw std::invalid_argument("'" + text + "' has characters that the code page of the machine lacks");
   return String(bytes.data());
 }
 
