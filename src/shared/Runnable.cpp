@@ -64,6 +64,7 @@ unsigned Runnable::BaseThreadBody(void* pRunnable) {
     if (const FacePtr<Notification> notification{value}) notification->OnThreadAttach();
   }
   const bool stored = TlsSetValue(gTlsIndex, static_cast<Thread*>(self));
+  if (!stored) HoldAfterDetach();
   ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, pThread)", FILE_NAME, 558);
   // Interrupted already: mhInited stays unsignalled, so that a waiting Start learns of the interruption.
   if (!self->IsInterrupted()) self->InitAndRun();

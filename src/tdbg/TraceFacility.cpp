@@ -156,16 +156,14 @@ void TraceFacilityOwnTearDown() {
 void TraceFacilityTearDown() {
   const LastErrorKeeper keeper;
   if (!EnsureBuilt()) return;
-  {
-    // Whoever is writing a line finishes it; whoever comes later finds the facility torn down.
-    const FacilityLock lock;
-    facility.state = TORN_DOWN;
-    changeWord = &unknownWord;
-    CloseOutput();
-    if (facility.moduleKey) RegCloseKey(facility.moduleKey);
-    facility.moduleKey = nullptr;
-  }
-  DeleteCriticalSection(&facility.lock);
+  // Whoever is writing a line finishes it; whoever comes later finds the facility torn down. The lock, which
+  // owns nothing of the system, is left as it is: a thread may be waiting for it.
+  const FacilityLock lock;
+  __atomic_store_n(&facility.state, TORN_DOWN, __ATOMIC_RELEASE);
+  changeWord = &unknownWord;
+  CloseOutput();
+  if (facility.moduleKey) RegCloseKey(facility.moduleKey);
+  facility.moduleKey = nullptr;
 }
 
 void TraceAreaRegister(TraceArea& area) {

@@ -88,11 +88,12 @@ class LastErrorKeeper {
   DWORD mError;
 };
 
-// Holds the facility's lock while the facility is ready.
+// Holds the facility's lock, after its end as well: at the end of a process other threads may still be at it.
 class FacilityLock {
  public:
-  FacilityLock() : mHeld(EnsureBuilt()) {
-    if (mHeld) EnterCriticalSection(&facility.lock);
+  FacilityLock() : mHeld(true) {
+    EnsureBuilt();
+    EnterCriticalSection(&facility.lock);
   }
   ~FacilityLock() { Leave(); }
   FacilityLock(const FacilityLock&) = delete;
@@ -104,7 +105,6 @@ class FacilityLock {
   }
   // Leaves the lock held beyond this object.
   void Keep() { mHeld = false; }
-  bool IsHeld() const { return mHeld; }
 
  private:
   bool mHeld;

@@ -179,7 +179,7 @@ bool TraceBegin(TraceArea& area, int level, const char* file, int line) {
   const LastErrorKeeper keeper;
   level = Clamp(level);
   FacilityLock lock;
-  if (!lock.IsHeld()) return false;
+  if (facility.state != READY) return false;
   RefreshArea(area);
   if (!AreaAdmits(area, level)) return false;
   FormatHeader(facility.pending, area, level, file, line);

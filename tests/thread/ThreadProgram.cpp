@@ -92,7 +92,7 @@ int Foreign() {
 
 // Leaves by exit while threads sleep, wait and spin.
 int ExitWhileWorkersRun() {
-  static Event never(Event::MANUAL);
+  static Event& never = *new Event(Event::MANUAL);  // the exit must not end it under its waiters
   for (int i = 0; i < 4; ++i) {
     TestRunnable::Make([] { Thread::Sleep(INFINITE); })->CreateThread(true, false);
     TestRunnable::Make([] { never.Wait(INFINITE); })->CreateThread(true, false);
