@@ -30,9 +30,16 @@ orm::rc::PreprocessorOptions Options(const Files& files) {
 }
 
 std::string Bitmap() {
-  // A header of 40 bytes for 24 bits per pixel, and no pixels.
-  return "BM" + std::string(8, '\0') + std::string("\x36\0\0\0\x28\0\0\0", 8) + std::string(8, '\0') +
-         std::string("\1\0\x18\0", 4) + std::string(24, '\0');
+  // A header of 40 bytes for 24 bits per pixel, and one pixel.
+  return "BM" + std::string(8, '\0') + std::string("\x36\0\0\0\x28\0\0\0\1\0\0\0\1\0\0\0\1\0\x18\0", 20) +
+         std::string(28, '\0');
+}
+
+// The same with a width of 0.
+std::string EmptyBitmap() {
+  std::string file = Bitmap();
+  file[18] = 0;
+  return file;
 }
 
 // The error that the script "a.rc" gets, or what it holds.
@@ -100,8 +107,8 @@ TEST(Rc, Statements) {
   EXPECT_EQ(Compile("LANGUAGE 0x11, 1\nSTRINGTABLE { 1 \"x\" }"), "strings 1, language 1041: 34 bytes\n");
   EXPECT_EQ(Compile("7 BITMAP \"b.bmp\"\nlogo BITMAP LOADONCALL \"b.bmp\"\n\"q\" bitmap \".\\\\b.bmp\"",
                     {{"./b.bmp", Bitmap()}}),
-            "bitmap 7, language 1033: 40 bytes\nbitmap LOGO, language 1033: 40 bytes\nbitmap Q, language "
-            "1033: 40 bytes\n");
+            "bitmap 7, language 1033: 44 bytes\nbitmap LOGO, language 1033: 44 bytes\nbitmap Q, language "
+            "1033: 44 bytes\n");
 }
 
 TEST(Rc, HeadersAreSharedWithThePrograms) {
@@ -148,6 +155,7 @@ TEST(Rc, Errors) {
       {"1 BITMAP \"s.bmp\"", "a.rc:1:10: error: 's.bmp' is cut short"},
       {"1 BITMAP \"b.bmp\" 1 BITMAP \"b.bmp\"",
        "a.rc:1:18: error: there is a resource '1' of this type already, at a.rc:1:1"},
+      {"1 BITMAP \"e.bmp\"", "a.rc:1:10: error: 'e.bmp' has a size that makes no sense"},
       {"0 BITMAP \"b.bmp\"", "a.rc:1:1: error: a resource's number lies between 1 and 65535"},
       {"/* ", "a.rc:1:1: error: this comment does not end"},
       {"#include", "a.rc:1:2: error: #include needs a file name in \"...\" or <...>"},
@@ -164,7 +172,8 @@ TEST(Rc, Errors) {
        "a.rc:3:15: error: the definition of 'A' refers to itself"},
       {"STRINGTABLE \\\n// x\n{ } }", "a.rc:3:5: error: expected a resource's name or number, not '}'"},
   };
-  for (const auto& row : rows) EXPECT_EQ(Compile(row.script, {{"s.bmp", "BM123"}}), row.error) << row.script;
+  for (const auto& row : rows)
+    EXPECT_EQ(Compile(row.script, {{"s.bmp", "BM123"}, {"e.bmp", EmptyBitmap()}}), row.error) << row.script;
 }
 
 TEST(Rc, DefinitionsThatDoubleEndEarly) {
