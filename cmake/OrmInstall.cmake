@@ -7,7 +7,7 @@ include(CMakePackageConfigHelpers)
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   set_target_properties(ormutil ormplatform PROPERTIES INSTALL_RPATH "$ORIGIN")
   if(TARGET ormgdi)
-    set_target_properties(ormgdi PROPERTIES INSTALL_RPATH "$ORIGIN")
+    set_target_properties(ormgdi ormtext PROPERTIES INSTALL_RPATH "$ORIGIN")
   endif()
   set_target_properties(orm orm-rc PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endif()
@@ -26,6 +26,11 @@ install(TARGETS ${installed} EXPORT ormutilTargets
 install(DIRECTORY src/include/ormutil DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY src/platform/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ormutil/platform
   FILES_MATCHING PATTERN "*.h")
+
+if(TARGET ormtext)
+  # Loaded by the drawing library under its SONAME; nobody links it.
+  install(TARGETS ormtext LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
+endif()
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/ormutil)
 install(EXPORT ormutilTargets NAMESPACE ormutil:: DESTINATION ${package_folder})

@@ -1,10 +1,9 @@
 // Writing what a context shows as a PNG file.
-#include <png.h>
-
 #include <vector>
 
 #include "gdi/Context.h"
 #include "gdi/Screen.h"
+#include "gdi/Typeface.h"
 #include "win32/files.h"
 #include "win32/kernel.h"
 
@@ -31,21 +30,6 @@ std::vector<std::uint8_t> CopyColors(Context& context, const RECT& part) {
   return bytes;
 }
 
-std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& colors, int width, int height) {
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  image.width = static_cast<png_uint_32>(width);
-  image.height = static_cast<png_uint_32>(height);
-  image.format = PNG_FORMAT_RGB;
-  png_alloc_size_t size = 0;
-  std::vector<std::uint8_t> file;
-  if (!png_image_write_get_memory_size(image, size, 0, colors.data(), 0, nullptr)) return file;
-  file.resize(size);
-  if (!png_image_write_to_memory(&image, file.data(), &size, 0, colors.data(), 0, nullptr)) size = 0;
-  file.resize(size);
-  return file;
-}
-
 }  // namespace
 
 extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) {
@@ -57,7 +41,7 @@ extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) {
     return FALSE;
   }
   const std::vector<std::uint8_t> file =
-      Compress(CopyColors(*context, part), part.right - part.left, part.bottom - part.top);
+      CompressPng(CopyColors(*context, part), part.right - part.left, part.bottom - part.top);
   if (file.empty()) {
     Fail(ERROR_NOT_ENOUGH_MEMORY);
     return FALSE;

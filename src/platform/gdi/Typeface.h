@@ -1,9 +1,8 @@
-// An installed face at a size: found through fontconfig, drawn through FreeType. Both libraries are used
-// under one lock of the process.
+// An installed face at a size, and the library that knows them.
+//
+// Text and picture files need libraries with many dependencies of their own, which a process that draws
+// nothing should not have to load. They are behind libormtext.so, which the first font brings in.
 #pragma once
-
-#include <ft2build.h>
-#include FT_FREETYPE_H
 
 #include <memory>
 #include <string>
@@ -16,37 +15,38 @@ namespace orm::platform::gdi {
 class Typeface {
  public:
   // The face that comes nearest to the description; never fails as long as any font is installed. Without
-  // one, every character is an empty cell.
+  // one, or without the library, every character is an empty cell.
   static std::unique_ptr<Typeface> Open(const LOGFONTA& description);
 
+  virtual ~Typeface() = default;
+
   const std::string& Name() const { return mName; }
-  FontMetrics Metrics() const;
-  Glyph Load(char32_t character, bool antialiased);
+  virtual FontMetrics Metrics() const {
+    FontMetrics metrics;
+    metrics.ascent = defaultPixels;
+    return metrics;
+  }
+  virtual Glyph Load(char32_t /*character*/, bool /*antialiased*/) {
+    Glyph empty;
+    empty.advance = defaultPixels / 2;
+    return empty;
+  }
 
- private:
-  struct CloseFace {
-    void operator()(FT_Face face) const;
-  };
-  using Face = std::unique_ptr<FT_FaceRec, CloseFace>;
-
-  struct Match {
-    Face face;
-    bool makeBold = false;
-    bool makeItalic = false;
-  };
+ protected:
+  static constexpr int defaultPixels = 16;
 
   Typeface() = default;
-  static Match FindFace(const LOGFONTA& description, char32_t needed);
-  void SetSize(const LOGFONTA& description);
-  const Match& FaceFor(char32_t character);
-  Glyph Render(const Match& match, FT_UInt index, bool antialiased) const;
 
-  LOGFONTA mDescription{};
-  Match mMain;
-  std::vector<Match> mOthers;  // for characters that the main face lacks
-  std::string mName;
-  FT_UInt mPixelsX = 0;  // of the em
-  FT_UInt mPixelsY = 0;
+  std::string mName;  // UTF-8
+};
+
+// A PNG file of `width` x `height` pixels of three bytes, red first; empty when it cannot be made.
+std::vector<std::uint8_t> CompressPng(const std::vector<std::uint8_t>& colors, int width, int height);
+
+// What libormtext.so exports, once, by the name OrmTextLibrary. The two libraries are of one build.
+struct TextLibrary {
+  std::unique_ptr<Typeface> (*openTypeface)(const LOGFONTA& description);
+  std::vector<std::uint8_t> (*compressPng)(const std::vector<std::uint8_t>& colors, int width, int height);
 };
 
 }  // namespace orm::platform::gdi
