@@ -13,6 +13,22 @@
 
 namespace orm::platform {
 
+// A 16-bit value for each UTF-16 unit, in rows of 256: most pages have characters in few rows, and a row is
+// made when its first value is set.
+class WideTable {
+ public:
+  static constexpr std::uint16_t noValue = 0xFFFF;
+
+  std::uint16_t operator[](std::size_t unit) const {
+    const auto& row = mRows[unit >> 8];
+    return row ? row[unit & 0xFF] : noValue;
+  }
+  void Set(std::size_t unit, std::uint16_t value);
+
+ private:
+  std::array<std::unique_ptr<std::uint16_t[]>, 256> mRows;
+};
+
 // Tables of one code page, immutable once built and never freed. In a double-byte page the code of a
 // character is its one byte, or lead byte * 256 + trail byte. The tables of pairs stand in double-byte pages
 // only.
@@ -20,7 +36,8 @@ struct CodePage {
   enum class Kind { SingleByte, DoubleByte, Utf8 };
   using PairTable = std::unique_ptr<std::uint16_t[]>;  // 65,536 entries
 
-  static constexpr std::uint16_t noCharacter = 0xFFFF;  // no page has this code, nor this UTF-16 unit
+  // No page has this code, nor this UTF-16 unit.
+  static constexpr std::uint16_t noCharacter = WideTable::noValue;
 
   UINT number = 0;
   Kind kind = Kind::SingleByte;
@@ -30,7 +47,7 @@ struct CodePage {
   std::array<unsigned char, 256> upper{};
   std::array<std::uint16_t, 256> toWide{};  // of single bytes; noCharacter for a lead byte
   PairTable pairToWide, pairLower, pairUpper;
-  PairTable fromWide;  // code, or noCharacter; not in UTF-8
+  WideTable fromWide;  // code, or noCharacter; empty in UTF-8
 
   // Bytes of the character at `text`; nothing at or after `end` is looked at. `text` lies before `end`.
   [[nodiscard]] std::size_t CharacterSize(const unsigned char* text, const unsigned char* end) const;

@@ -1,4 +1,5 @@
-// Builds the tables of the code pages out of iconv, and adds what the platform defines beyond the standards:
+// Builds the tables of the code pages out of iconv, save the default page, which every process needs at its
+// start and which therefore stands here, and adds what the platform defines beyond the standards:
 // the meaning of bytes that a page leaves open, so that every single byte survives a round trip.
 #include "kernel/CodePageTables.h"
 
@@ -25,7 +26,7 @@ struct Definition {
 constexpr Definition definitions[] = {
     {1250, Kind::SingleByte, "CP1250", {}, '?'},
     {1251, Kind::SingleByte, "CP1251", {}, '?'},
-    {1252, Kind::SingleByte, "CP1252", {}, '?'},
+    {1252, Kind::SingleByte, nullptr, {}, '?'},
     {1253, Kind::SingleByte, "CP1253", {}, '?'},
     {1254, Kind::SingleByte, "CP1254", {}, '?'},
     {1255, Kind::SingleByte, "CP1255", {}, '?'},
@@ -72,6 +73,19 @@ constexpr UserPairs userPairs[] = {
     {950, 0xC7, 0xC8, 0x40, 0xFE, 0xF70F},
 };
 
+// The characters of 1252 at 0x80 to 0x9F; all others are those of Latin-1.
+constexpr unsigned westernFirst = 0x80;
+constexpr std::uint16_t western[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
+};
+// Its letters outside ASCII, by upper case: runs whose lower case is so much higher.
+constexpr struct {
+  unsigned char first, last, distance;
+} westernLetters[] = {{0xC0, 0xD6, 0x20}, {0xD8, 0xDE, 0x20}, {0x8A, 0x8A, 0x10},
+                      {0x8C, 0x8C, 0x10}, {0x8E, 0x8E, 0x10}, {0x9F, 0x9F, 0x60}};
+
 class Converter {
  public:
   Converter(const char* to, const char* from) : mHandle(iconv_open(to, from)) {}
@@ -117,7 +131,7 @@ void FillSingleBytes(CodePage& page, Converter& converter) {
     const auto text = static_cast<unsigned char>(byte);
     std::uint16_t unit = CodePage::noCharacter;
     // Text that is plain ASCII is that in every page; some converters see a yen or won sign at 0x5C.
-    if (byte < 0x80 || !converter.IsOpen())
+    if (byte < 0x80)
       unit = text;
     else if (page.isLead[byte])
       unit = CodePage::noCharacter;
@@ -159,27 +173,25 @@ void FillPairs(CodePage& page, Converter& converter) {
 // The way back. Where several codes mean one character the converter decides between pairs, as it knows the
 // preferred one; a single byte always wins.
 void FillFromWide(CodePage& page, const char* converterName) {
-  page.fromWide = MakeTable(CodePage::noCharacter);
   if (page.kind == Kind::DoubleByte) {
     Converter converter(converterName, "UTF-16LE");
     for (unsigned code = 0x8140; code < 0xFF00; ++code) {
       const std::uint16_t unit = page.pairToWide[code];
       if (unit == CodePage::noCharacter) continue;
-      std::uint16_t& slot = page.fromWide[unit];
-      if (slot == CodePage::noCharacter) {
-        slot = static_cast<std::uint16_t>(code);
+      if (page.fromWide[unit] == CodePage::noCharacter) {
+        page.fromWide.Set(unit, static_cast<std::uint16_t>(code));
       } else if (converter.IsOpen()) {
         const unsigned char text[] = {static_cast<unsigned char>(unit),
                                       static_cast<unsigned char>(unit >> 8)};
         unsigned char bytes[8];
         if (converter.Convert(text, 2, bytes, sizeof bytes) == 2)
-          slot = static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
+          page.fromWide.Set(unit, static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]));
       }
     }
   }
   for (unsigned byte = 256; byte-- > 0;)
     if (page.toWide[byte] != CodePage::noCharacter)
-      page.fromWide[page.toWide[byte]] = static_cast<std::uint16_t>(byte);
+      page.fromWide.Set(page.toWide[byte], static_cast<std::uint16_t>(byte));
 }
 
 // The code of the same length that is this code's partner in letter case, or the code itself.
@@ -216,6 +228,19 @@ void FillAsciiCase(CodePage& page) {
   }
 }
 
+void FillWestern(CodePage& page) {
+  for (unsigned byte = 0; byte < 256; ++byte) page.toWide[byte] = static_cast<std::uint16_t>(byte);
+  std::copy(std::begin(western), std::end(western), page.toWide.begin() + westernFirst);
+  FillFromWide(page, nullptr);
+  FillAsciiCase(page);
+  for (const auto& run : westernLetters) {
+    for (unsigned letter = run.first; letter <= run.last; ++letter) {
+      page.lower[letter] = static_cast<unsigned char>(letter + run.distance);
+      page.upper[letter + run.distance] = static_cast<unsigned char>(letter);
+    }
+  }
+}
+
 // Unicode's case tables as the C library has them, made on first use and kept. Without the locale, the C
 // library's plain one knows the ASCII letters alone.
 locale_t UnicodeLocale() {
@@ -235,6 +260,15 @@ std::uint32_t MapCase(std::uint32_t character, wint_t (*map)(wint_t, locale_t)) 
 }
 
 }  // namespace
+
+void WideTable::Set(std::size_t unit, std::uint16_t value) {
+  auto& row = mRows[unit >> 8];
+  if (!row) {
+    row = std::make_unique<std::uint16_t[]>(256);
+    std::fill_n(row.get(), 256, noValue);
+  }
+  row[unit & 0xFF] = value;
+}
 
 std::uint32_t LowerCase(std::uint32_t character) {
   return MapCase(character, towlower_l);
@@ -257,12 +291,15 @@ std::unique_ptr<const CodePage> BuildCodePage(UINT number) {
     FillAsciiCase(*page);
     return page;
   }
+  if (definition->converter == nullptr) {
+    FillWestern(*page);
+    return page;
+  }
   for (std::size_t range = 0; range < 4; range += 2)
     for (unsigned byte = definition->leads[range]; byte != 0 && byte <= definition->leads[range + 1]; ++byte)
       page->isLead[byte] = true;
   Converter converter("UTF-16LE", definition->converter);
-  // The default page has to exist: without a converter it is Latin-1, which it extends.
-  if (!converter.IsOpen() && number != 1252) return nullptr;
+  if (!converter.IsOpen()) return nullptr;
   FillSingleBytes(*page, converter);
   if (page->kind == Kind::DoubleByte) FillPairs(*page, converter);
   FillFromWide(*page, definition->converter);

@@ -24,7 +24,7 @@ constexpr unsigned kGenerationShift = 33;
 constexpr uint64_t kGenerationMask = 0x7FFFFFFF;
 
 constexpr unsigned kIndexBits = 20;
-constexpr uint32_t kChunkSlots = 1024;
+constexpr uint32_t kChunkSlots = 128;  // a page, which is all that most processes ever touch
 constexpr uint32_t kChunks = (1u << kIndexBits) / kChunkSlots;
 constexpr uintptr_t kCurrentThreadHandle = ~uintptr_t{1};
 

@@ -103,8 +103,10 @@ Machine FindMachine() {
   std::string chosen = ChooseFolder();
   if (chosen.empty()) return machine;
   while (chosen.size() > 1 && chosen.back() == '/') chosen.pop_back();
-  MakeParents(chosen);
-  if (mkdir(chosen.c_str(), 0755) != 0 && errno != EEXIST) return machine;
+  if (access(chosen.c_str(), F_OK) != 0) {
+    MakeParents(chosen);
+    if (mkdir(chosen.c_str(), 0755) != 0 && errno != EEXIST) return machine;
+  }
   // Links on the way are the administrator's or the user's choice; what they lead to is checked.
   char real[PATH_MAX];
   struct stat status {};

@@ -39,6 +39,11 @@ bool DriveTarget(char letter, std::string* target) {
   const char lower = static_cast<char>(letter | 0x20);
   const std::string link = MachinePath(std::string("drives/") + lower + ':');
   char real[PATH_MAX];
+  // The usual drive of a path on the disk: whatever else there is, that link leads to the root.
+  if (!link.empty() && readlink(link.c_str(), real, sizeof real) == 1 && real[0] == '/') {
+    target->clear();
+    return true;
+  }
   if (!link.empty() && realpath(link.c_str(), real) != nullptr) {
     *target = real[1] == 0 ? "" : real;
     return true;
@@ -46,6 +51,21 @@ bool DriveTarget(char letter, std::string* target) {
   // Without a machine folder the disk itself is still there.
   target->clear();
   return lower == 'z' && link.empty();
+}
+
+// The letters that may have a target, in order.
+std::string DriveLetters() {
+  const std::string links = MachinePath("drives");
+  if (links.empty()) return "z";
+  std::string letters;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(links.c_str()), closedir);
+  if (listing == nullptr) return letters;
+  while (const dirent* entry = readdir(listing.get())) {
+    const char* name = entry->d_name;
+    if (name[0] >= 'a' && name[0] <= 'z' && name[1] == ':' && name[2] == 0) letters += name[0];
+  }
+  std::sort(letters.begin(), letters.end());
+  return letters;
 }
 
 // Splits at separators, character by character: a trail byte 0x5C is part of a name. Folds "." and ".." into
@@ -199,7 +219,7 @@ std::string AnsiPath(const std::string& unixPath) {
   char bestLetter = 0;
   std::string rest = unixPath;
   if (!unixPath.empty() && unixPath[0] == '/') {
-    for (char letter = 'a'; letter <= 'z'; ++letter) {
+    for (const char letter : DriveLetters()) {
       std::string target;
       if (!DriveTarget(letter, &target)) continue;
       const bool below = unixPath.compare(0, target.size(), target) == 0 &&

@@ -42,8 +42,10 @@ constexpr DWORD kNoAccess = 1;
 
 // The loader knows which image an address belongs to; the system's map knows the rest.
 bool Describe(uintptr_t address, MEMORY_BASIC_INFORMATION& information) {
+  char buffer[4096];  // what one read of this file yields at most; outlives the stream
   const FilePtr maps(fopen("/proc/self/maps", "re"));
   if (!maps) return false;
+  setvbuf(maps.get(), buffer, _IOFBF, sizeof buffer);
   void* const page = reinterpret_cast<void*>(address & ~uintptr_t{4095});
   const uintptr_t pageStart = reinterpret_cast<uintptr_t>(page);
   char text[1024];
