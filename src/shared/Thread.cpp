@@ -4,6 +4,9 @@
 #include "Areas.h"
 #include "ThreadModule.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace orm {
 
 namespace {
@@ -66,6 +69,7 @@ class ThreadImpl final : public FaceObject<Thread> {
 };
 
 Thread::~Thread() {
+  std::fill(std::begin(mRecent), std::end(mRecent), Recent{});
   mData.clear();
   if (mhInterrupt) CloseHandle(mhInterrupt);
   if (mhThread) CloseHandle(mhThread);
@@ -82,25 +86,45 @@ FacePtr<Thread> Thread::GetSelf() {
   return result;
 }
 
+// The slot's own reference keeps the object for as long as its thread runs.
+Thread* Thread::GetOwn() {
+  auto* own = static_cast<Thread*>(TlsGetValue(gTlsIndex));
+  return own ? own : GetSelf().Get();
+}
+
+FacePtr<BaseFace>* Thread::FindDatum(const BaseString<MbcsTraits>& key) {
+  Recent& rRecent = mRecent[GetPlace(key.GetBegin())];
+  if (rRecent.text == key.GetBegin()) return rRecent.value;
+  const auto found = mData.find(key);
+  if (found == mData.end()) return nullptr;
+  // Only the map's own text is remembered: no other string has that address while the datum is there.
+  const char* text = found->first.GetBegin();
+  if (text == key.GetBegin()) rRecent = {text, &found->second};
+  return &found->second;
+}
+
 void Thread::SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value) {
-  const FacePtr<Thread> self = GetSelf();
+  Thread* const self = GetOwn();
   ORM_ASSERT(self, "pThis != 0", FILE_NAME, 101);
   ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 102);
+  // The old value is released last, out of the map, since its end may come back here.
+  FacePtr<BaseFace>* pDatum = self->FindDatum(key);
   if (value) {
-    // The old value is released last, out of the map, since its end may come back here.
-    self->mData[key].Swap(value);
-  } else if (const auto found = self->mData.find(key); found != self->mData.end()) {
-    value = std::move(found->second);
+    (pDatum ? *pDatum : self->mData[key]).Swap(value);
+  } else if (pDatum) {
+    pDatum->Swap(value);
+    const auto found = self->mData.find(key);
+    self->mRecent[GetPlace(found->first.GetBegin())] = {};
     self->mData.erase(found);
   }
 }
 
 FacePtr<BaseFace> Thread::GetData(const BaseString<MbcsTraits>& key) {
-  const FacePtr<Thread> self = GetSelf();
+  Thread* const self = GetOwn();
   ORM_ASSERT(self, "pThis != 0", FILE_NAME, 116);
   ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 117);
-  const auto found = self->mData.find(key);
-  return found == self->mData.end() ? FacePtr<BaseFace>() : found->second;
+  const FacePtr<BaseFace>* pDatum = self->FindDatum(key);
+  return pDatum ? *pDatum : FacePtr<BaseFace>();
 }
 
 bool Thread::IsInterrupted() const {

@@ -102,6 +102,23 @@ class ORMUTIL_API Thread : public BaseFace {
   HANDLE mhInterrupt = nullptr;
   Data mData;
 
+ private:
+  // A datum that was found by this very text, for the next look-up with it: keys are mostly strings that the
+  // caller keeps, and the map's own key shares the block of the one it was made from.
+  struct Recent {
+    const char* text;
+    FacePtr<BaseFace>* value;
+  };
+  static constexpr unsigned RECENT = 16;
+
+  // Null when the key is absent.
+  FacePtr<BaseFace>* FindDatum(const BaseString<MbcsTraits>& key);
+  // The calling thread's object without a reference.
+  static Thread* GetOwn();
+  static unsigned GetPlace(const char* text) { return reinterpret_cast<uintptr_t>(text) / 32 % RECENT; }
+
+  Recent mRecent[RECENT] = {};
+
   friend class Event;
   friend class ThreadImpl;
   friend class InterrupterRegistration;
