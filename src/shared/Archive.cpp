@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "CopyBytes.h"
+
 namespace orm {
 
 namespace {
@@ -25,6 +27,18 @@ constexpr unsigned kAheadFrom = 4096;
 
 [[noreturn]] void ThrowInvalid() {
   throw Error(ERROR_ARCHIVE_INVALID, "The data are not valid archive data.");
+}
+
+// What Deserialize does with a text that this library has written in the same code page; 0, with nothing
+// done, for every other.
+size_t ReadPlainText(const unsigned char* source, size_t available, String& text) {
+  constexpr size_t kHead = 8;
+  if (available <= kHead) return 0;
+  const uint32_t size = string_detail::Load32(source);
+  if (size == 0 || size > available - kHead) return 0;
+  if (string_detail::Load32(source + 4) != GetACP() || source[kHead + size - 1] != 0) return 0;
+  CopyBytes(text.PrepareWriting(size, false), source + kHead, size);
+  return kHead + size;
 }
 
 }  // namespace
@@ -74,9 +88,9 @@ void WriteArchive::AppendSlowly(const unsigned char* data, unsigned size) {
 
 void WriteArchive::WriteString(const String& text) {
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 123);
-  const unsigned codePage = GetACP();
-  const unsigned size = text.GetSerializedSize(codePage);
   if (mpData) {
+    const unsigned codePage = GetACP();
+    const unsigned size = text.GetSerializedSize(codePage);
     unsigned char* target = Claim(size);
     text.Serialize(target ? target : ClaimSlowly(size), codePage, size);
   }
@@ -94,7 +108,7 @@ void WriteArchive::WriteBinary(const Binary& data) {
     return;
   }
   std::memcpy(target, &size, sizeof size);
-  if (size != 0) std::memcpy(target + 4, bytes, size);
+  CopyBytes(target + 4, bytes, size);
 }
 
 void ReadArchive::SetStream(const Binary& stream) {
@@ -168,7 +182,9 @@ void ReadArchive::ReadString(String& text) {
   const unsigned total = mpData->GetSize();
   ORM_ASSERT(mPos <= total, "mPos <= mpData->GetSize()", kSource, 253);
   const size_t left = mPos <= total ? total - mPos : 0;
-  const size_t consumed = text.Deserialize(mpData->GetData() + (total - left), left, GetACP());
+  const unsigned char* source = mpData->GetData() + (total - left);
+  size_t consumed = ReadPlainText(source, left, text);
+  if (consumed == 0) consumed = text.Deserialize(source, left, GetACP());
   if (consumed == 0) ThrowInvalid();
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 260);
   mPos += static_cast<uint32_t>(consumed);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Areas.h"
+#include "CopyBytes.h"
 #include "SecureErase.h"
 
 namespace orm {
@@ -112,6 +113,10 @@ unsigned char* Binary::GetBuffer(unsigned size) {
 // A source inside this buffer's block is kept alive, and the block made unwritable, by one more holder.
 void Binary::Assign(const void* data, unsigned size) {
   if (size == 0) return Clear();
+  if (mpData && size <= mpData->mAllocated && !IsShared() && !Owns(data)) {
+    mpData->mSize = size;
+    return CopyBytes(mpData->GetBytes(), data, size);
+  }
   const Binary keep = Owns(data) ? *this : Binary();
   SetSize(size, false);
   std::memcpy(mpData->GetBytes(), data, size);
