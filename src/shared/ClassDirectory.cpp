@@ -64,15 +64,15 @@ DWORD DirectoryIntl::Register(const Path& mask) {
   return record->GetCookie();
 }
 
-FacePtr<LibraryIntl> DirectoryIntl::GetLibrary(const String& fileName) {
+FacePtr<LibraryIntl> DirectoryIntl::GetLibrary(const String& fileName, ULONGLONG listedStamp) {
   const TraceScope scope(areaClassManagerDirectory, TRACE_TRACE, FILE_NAME, __LINE__, "Register(%s) v.2",
                          fileName.GetBegin());
   FacePtr<LibraryIntl> library = Find(mLibraries, fileName);
   if (library) {
-    library->Register();
+    library->Register(listedStamp);
   } else {
     library = FacePtr<LibraryIntl>::Adopt(new LibraryIntl(mrManager, mPath, fileName));
-    library->Register();
+    library->Register(listedStamp);
     mLibraries.insert(FindPlace(mLibraries, fileName), library);
   }
   library->AddUse();

@@ -17,7 +17,8 @@ class DirectoryIntl final : public FaceObject<BaseFace> {
   DWORD Register(const Path& mask);
   // The library with this file name, registered, with one use more. Throws, and then keeps nothing of a new
   // one.
-  FacePtr<LibraryIntl> GetLibrary(const String& fileName);
+  // For `listedStamp` see LibraryIntl::Register.
+  FacePtr<LibraryIntl> GetLibrary(const String& fileName, ULONGLONG listedStamp);
   // Drops one use of the mask with this cookie; true when that was the last and the mask is gone.
   bool Unregister(DWORD cookie);
   // True when a library was freed.

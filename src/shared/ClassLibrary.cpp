@@ -98,24 +98,24 @@ std::vector<ClassRecord> LibraryIntl::EnumClasses(const CacheEntry* pCacheEntry)
   return records;
 }
 
-void LibraryIntl::Register() {
+void LibraryIntl::Register(ULONGLONG listedStamp) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Register()");
   try {
-    RegisterFile();
+    RegisterFile(listedStamp);
   } catch (const Error&) {
     Unregister();
     throw;
   }
 }
 
-void LibraryIntl::RegisterFile() {
+void LibraryIntl::RegisterFile(ULONGLONG listedStamp) {
   mOutdated = false;
-  const ULONGLONG fileStamp = mPath.GetLastWriteTime();
+  const ULONGLONG fileStamp = listedStamp != 0 ? listedStamp : mPath.GetLastWriteTime();
   if (mRegisteredStamp == fileStamp) return;
   if (mModule) {
     RegisterLoaded(fileStamp);
   } else {
-    RegisterUnloaded(fileStamp);
+    RegisterUnloaded(fileStamp, listedStamp != 0);
   }
 }
 
@@ -125,7 +125,7 @@ void LibraryIntl::RegisterLoaded(ULONGLONG fileStamp) {
   mOutdated = mRegisteredStamp != fileStamp;
 }
 
-void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp) {
+void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp, bool isListed) {
   // Held until the classes are registered, so that two processes do not load the same new file at once.
   FacePtr<BaseFace> cacheLock;
   CacheEntry entry;
@@ -142,6 +142,8 @@ void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp) {
     }
     pCacheEntry = &entry;
   }
+  // The file that is loaded now may be newer than the one that was listed.
+  if (isListed) return RegisterUnloaded(mPath.GetLastWriteTime(), false);
   Load(pCacheEntry);
   // The record counts as not loaded again, and the module goes at the end of this scope.
   const ModuleHandle module = std::move(mModule);
@@ -165,7 +167,7 @@ void LibraryIntl::Refresh() {
   if (!mOutdated) return;
   if (mModule && mRegisteredStamp == mLoadedStamp) return;
   try {
-    Register();
+    Register(0);
   } catch (const Error&) {
     // Its classes are gone; the next change of the file is the next attempt.
   }

@@ -44,8 +44,9 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   void Load(const CacheEntry* pCacheEntry);
   // Brings the registry in line with the file on disk: from the shared cache when that knows this version of
   // the file, else by loading and freeing the library. A file that cannot be registered loses its classes,
-  // and the error is thrown.
-  void Register();
+  // and the error is thrown. `listedStamp` is the file's time as a listing of the folder has just told it, or
+  // 0 to ask the file.
+  void Register(ULONGLONG listedStamp);
   void Unregister();
   // Registers a newer file once the module of an older one is gone. Throws nothing.
   void Refresh();
@@ -85,9 +86,9 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   ~LibraryIntl() override;
 
   std::vector<ClassRecord> EnumClasses(const CacheEntry* pCacheEntry);
-  void RegisterFile();
+  void RegisterFile(ULONGLONG listedStamp);
   void RegisterLoaded(ULONGLONG fileStamp);
-  void RegisterUnloaded(ULONGLONG fileStamp);
+  void RegisterUnloaded(ULONGLONG fileStamp, bool isListed);
   void RegisterRecords(const std::vector<ClassRecord>& records, ULONGLONG stamp);
 
   ClassManagerImpl& mrManager;

@@ -5,6 +5,7 @@
 
 #include "Areas.h"
 #include "ClassDirectory.h"
+#include "PathListing.h"
 
 namespace orm {
 
@@ -35,14 +36,14 @@ void MaskIntl::Register() {
 
 void MaskIntl::FindLibraries(Libraries& rLibraries) {
   if (!mMask.HasWildcards()) {
-    rLibraries.push_back(mrDirectory.GetLibrary(mMask.GetText()));
+    rLibraries.push_back(mrDirectory.GetLibrary(mMask.GetText(), 0));
     return;
   }
-  std::vector<String> names;
-  mrDirectory.GetPath().Enumerate(mMask.GetText(), 0, FILE_ATTRIBUTE_DIRECTORY, names);
-  for (const String& name : names) {
+  std::vector<ListedFile> files;
+  ListFiles(mrDirectory.GetPath(), mMask.GetText(), 0, FILE_ATTRIBUTE_DIRECTORY, files);
+  for (const auto& [name, time] : files) {
     try {
-      rLibraries.push_back(mrDirectory.GetLibrary(name));
+      rLibraries.push_back(mrDirectory.GetLibrary(name, time));
     } catch (const Error&) {
       // No component library, or none that can be listed now.
     }

@@ -75,21 +75,26 @@ class ClassListReader : private ReadArchive {
   // A string, as ReadString reads it. That one asserts that the announced bytes are there, which is the
   // writer's duty; these bytes are nobody's, so it is seen to first.
   String ReadText() {
-    unsigned char form[4];
-    ReadData(form, sizeof form);
+    unsigned char form[8 + 120];  // of an id as long as most are; longer ones have memory of their own
+    ReadData(form, 4);
     DWORD size = 0;
-    for (unsigned i = sizeof form; i-- > 0;) size = size << 8 | form[i];
+    for (unsigned i = 4; i-- > 0;) size = size << 8 | form[i];
     if (size == 0) return {};
     if (size > MAX_TEXT) ThrowInvalid();
-    Binary serialized(form, sizeof form);
-    unsigned char* rest = serialized.GetBuffer(sizeof form + 4 + size) + sizeof form;
+    if (8 + size <= sizeof form) return ReadRest(form, size);
+    Binary longer(form, 4);
+    return ReadRest(longer.GetBuffer(8 + size), size);
+  }
+
+  // The code page and the text, behind the size in `form`.
+  String ReadRest(unsigned char* form, DWORD size) {
     try {
-      ReadData(rest, 4 + size);
+      ReadData(form + 4, 4 + size);
     } catch (const Error&) {
       ThrowInvalid();
     }
     String text;
-    if (text.Deserialize(serialized.GetData(), serialized.GetSize(), 0) == 0) ThrowInvalid();
+    if (text.Deserialize(form, 8 + size, 0) == 0) ThrowInvalid();
     return text;
   }
 

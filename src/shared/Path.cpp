@@ -2,6 +2,7 @@
 #include <ormutil/Error.h>
 #include <ormutil/Path.h>
 
+#include "PathListing.h"
 #include "PathParser.h"
 
 namespace orm {
@@ -15,6 +16,10 @@ constexpr DWORD kDirectoryBuffer = 261;
 
 [[noreturn]] void ThrowSystemError(DWORD code) {
   throw MakeSystemError(code, String(), true);
+}
+
+ULONGLONG ToNumber(const FILETIME& time) {
+  return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
 class Search {
@@ -43,6 +48,14 @@ const char* SkipRoot(const Path& path) {
   const char* pos = path.GetText().GetBegin();
   for (int i = path.GetRootLength(); i > 0 && *pos != 0; --i) pos = MbcsTraits::Next(pos);
   return pos;
+}
+
+// Whether a relative path is one component that changes nothing of what it is appended to.
+bool IsPlainName(const Path& path) {
+  const char* pos = path.GetText().GetBegin();
+  if (*pos == '.') return false;
+  while (*pos != 0 && *pos != '\\') pos = MbcsTraits::Next(pos);
+  return *pos == 0;
 }
 
 // The last backslash behind the root, or null.
@@ -81,6 +94,10 @@ bool Path::Append(const Path& other) {
     return true;
   }
   if (other.IsEmpty()) return true;
+  if (IsPlainName(other) && *SkipRoot(*this) != 0 && !HasWildcards()) {
+    mText += "\\" + other.mText;
+    return true;
+  }
   const char* rest = SkipRoot(*this);
   String components;
   if (!NormalizeComponents((String(rest) + "\\" + other.mText).GetBegin(), components)) return false;
@@ -132,21 +149,26 @@ ULONGLONG Path::GetLastWriteTime() const {
   if (!GetFileAttributesExA(mText.GetBegin(), GetFileExInfoStandard, &data)) {
     ThrowSystemError(GetLastError());
   }
-  return ULONGLONG{data.ftLastWriteTime.dwHighDateTime} << 32 | data.ftLastWriteTime.dwLowDateTime;
+  return ToNumber(data.ftLastWriteTime);
+}
+
+void ListFiles(const Path& directory, const String& pattern, DWORD requiredAttributes,
+               DWORD excludedAttributes, std::vector<ListedFile>& rFiles) {
+  WIN32_FIND_DATAA data;
+  Search search((directory.GetText() + "\\" + pattern).GetBegin(), data);
+  do {
+    const bool hasAll = (data.dwFileAttributes & requiredAttributes) == requiredAttributes;
+    const bool hasNone = (data.dwFileAttributes & excludedAttributes) == 0;
+    if (hasAll && hasNone) rFiles.push_back({data.cFileName, ToNumber(data.ftLastWriteTime)});
+  } while (search.Next(data));
 }
 
 void Path::Enumerate(const String& pattern, DWORD requiredAttributes, DWORD excludedAttributes,
                      std::vector<String>& result) const {
   result.clear();
-  std::vector<String> names;
-  WIN32_FIND_DATAA data;
-  Search search((mText + "\\" + pattern).GetBegin(), data);
-  do {
-    const bool hasAll = (data.dwFileAttributes & requiredAttributes) == requiredAttributes;
-    const bool hasNone = (data.dwFileAttributes & excludedAttributes) == 0;
-    if (hasAll && hasNone) names.push_back(data.cFileName);
-  } while (search.Next(data));
-  result.swap(names);
+  std::vector<ListedFile> files;
+  ListFiles(*this, pattern, requiredAttributes, excludedAttributes, files);
+  for (const ListedFile& file : files) result.push_back(file.name);
 }
 
 }  // namespace orm
