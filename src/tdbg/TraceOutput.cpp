@@ -33,13 +33,65 @@ const char* NameWithoutFolders(const char* path) {
   return path;
 }
 
+// Moves to the end of the log file and tells where that is; -1 when it has no such place, being a terminal.
+LARGE_INTEGER SeekLogEnd() {
+  LARGE_INTEGER end{};
+  end.u.LowPart = SetFilePointer(facility.logFile, 0, &end.u.HighPart, FILE_END);
+  if (end.u.LowPart == INVALID_SET_FILE_POINTER && GetLastError() != ERROR_SUCCESS) end.QuadPart = -1;
+  return end;
+}
+
+void CutLog(LARGE_INTEGER size) {
+  if (size.QuadPart < 0) return;
+  SetFilePointer(facility.logFile, static_cast<LONG>(size.u.LowPart), &size.u.HighPart, FILE_BEGIN);
+  SetEndOfFile(facility.logFile);
+}
+
+// The last bytes of the log file, as many as the longest line has. Returns their number, 0 when they cannot
+// be read.
+DWORD ReadLogEnd(char* pBytes) {
+  HANDLE file = CreateFileA(facility.target, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return 0;
+  DWORD length = 0;
+  // A file that is shorter has no such position: it is read from its beginning.
+  SetFilePointer(file, -static_cast<LONG>(LINE_SIZE), nullptr, FILE_END);
+  if (!ReadFile(file, pBytes, LINE_SIZE, &length, nullptr)) length = 0;
+  CloseHandle(file);
+  return length;
+}
+
+// The last writer died with the lock in its hand: takes away what it had written of its line.
+void CutTornLine() {
+  char bytes[LINE_SIZE];
+  const DWORD length = ReadLogEnd(bytes);
+  DWORD torn = 0;
+  while (torn < length && bytes[length - 1 - torn] != '\n') ++torn;
+  if (torn == 0 || torn == LINE_SIZE) return;  // no line of ours is that long
+  LARGE_INTEGER size = SeekLogEnd();
+  size.QuadPart -= torn;  // below 0, and no cut, without an end
+  CutLog(size);
+}
+
+// Nobody else has the log open. When the last of those who had was killed in the middle of a line, or when
+// the file is somebody else's text, the next line begins on a line of its own.
+void EndLastLine() {
+  char bytes[LINE_SIZE];
+  const DWORD length = ReadLogEnd(bytes);
+  if (length == 0 || bytes[length - 1] == '\n') return;
+  SeekLogEnd();
+  DWORD written = 0;
+  WriteFile(facility.logFile, "\r\n", 2, &written, nullptr);
+}
+
 void WriteToFile(const char* line, DWORD length) {
   if (!facility.logFile) return;
   const DWORD wait = WaitForSingleObject(facility.fileMutex, INFINITE);
-  SetFilePointer(facility.logFile, 0, nullptr, FILE_END);
+  if (wait == WAIT_ABANDONED) CutTornLine();
+  const LARGE_INTEGER end = SeekLogEnd();
   DWORD written = 0;
-  WriteFile(facility.logFile, line, length, &written, nullptr);
-  // An abandoned mutex is ours as well: whoever died holding it had at most left a line unwritten.
+  // A line that a full disk cuts short is not there at all.
+  if (!WriteFile(facility.logFile, line, length, &written, nullptr) && written != 0) CutLog(end);
   if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) ReleaseMutex(facility.fileMutex);
   // The line is on the disk when the call returns. Waiting for that outside the mutex lets the lines of
   // several processes go there together, as those of plain appends do.
@@ -82,8 +134,9 @@ void OpenTarget() {
     if (*p == '\\') *p = '/';
   }
   facility.fileMutex = CreateMutexA(open, true, name);
-  // An existing mutex is not ours by creation: releasing it then fails harmlessly.
-  if (facility.fileMutex) ReleaseMutex(facility.fileMutex);
+  if (!facility.fileMutex || GetLastError() == ERROR_ALREADY_EXISTS) return;  // an existing one is not ours
+  EndLastLine();
+  ReleaseMutex(facility.fileMutex);
 }
 
 void OpenTimeBase() {

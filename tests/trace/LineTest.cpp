@@ -189,3 +189,29 @@ TEST_F(TraceLine, AKilledWriterLocksNobodyOut) {
     EXPECT_TRUE(std::regex_match(line, std::regex("line \\d+ of \\d+"))) << line;
   }
 }
+
+TEST_F(TraceLine, HalfALineOfADeadWriterIsTakenAway) {
+  const std::string log = "C:\\Windows\\Temp\\torn.log";
+  Configure("", log);
+  for (const char* message : {"first", "second", "third"}) {
+    TraceWrite(area, TRACE_DEBUG, false, "a", 1, "%s", message);
+    EXPECT_EQ(RunProgram({Sibling("trace_writer"), "tear", log}).status, 128 + SIGKILL);
+  }
+  TraceWrite(area, TRACE_DEBUG, false, "a", 1, "last");
+  EXPECT_EQ(ReadLog("torn.log"), (std::vector<std::string>{"first", "second", "third", "last"}));
+}
+
+// Nobody is there to tell whose text that is: nothing is taken away.
+TEST_F(TraceLine, BeginsOnALineOfItsOwn) {
+  const std::string log = "C:\\Windows\\Temp\\begun.log";
+  Configure("", log);
+  SetRegistryText(TRACE_KEY + "\\trace_writer", "writer", "w");
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(RunProgram({Sibling("trace_writer"), "tear", log}).status, 128 + SIGKILL);
+    EXPECT_EQ(RunProgram({Sibling("trace_writer"), "log", "1"}).status, 0);
+  }
+  const std::vector<std::string> lines = ReadLog("begun.log");
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0] + lines[2], "half a lihalf a li");
+  EXPECT_EQ(lines[3].substr(0, 9), "line 0 of");
+}

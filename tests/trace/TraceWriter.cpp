@@ -1,14 +1,31 @@
 // A program of its own that traces: "log COUNT" writes lines, "assert" fails an assertion, "watch" writes a
-// line for each line that it reads and says so.
+// line for each line that it reads and says so, "tear FILE" dies in the middle of a line of that log.
 #include <ormutil/Trace.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
+
 constinit orm::TraceArea area{"writer"};
+
+// What a process has done that is killed between the two pages over which its line goes.
+void Tear(const std::string& log) {
+  std::string name = log + "ph:tdbg_trace:fileprotect";
+  for (char& c : name) c = c == '\\' ? '/' : c;
+  WaitForSingleObject(CreateMutexA(nullptr, FALSE, name.c_str()), INFINITE);
+  HANDLE file = CreateFileA(log.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_ALWAYS, 0, nullptr);
+  SetFilePointer(file, 0, nullptr, FILE_END);
+  DWORD written = 0;
+  WriteFile(file, "half a li", 9, &written, nullptr);
+  std::raise(SIGKILL);
 }
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (argc > 2 && std::strcmp(argv[1], "log") == 0) {
@@ -19,6 +36,8 @@ int main(int argc, char** argv) {
   } else if (argc > 1 && std::strcmp(argv[1], "assert") == 0) {
     const bool breaks = orm::AssertFailed("x > 0", "src/x", 12);
     return breaks ? 3 : 4;
+  } else if (argc > 2 && std::strcmp(argv[1], "tear") == 0) {
+    Tear(argv[2]);
   } else if (argc > 1 && std::strcmp(argv[1], "watch") == 0) {
     char line[64];
     while (std::fgets(line, sizeof line, stdin)) {
