@@ -12,6 +12,7 @@
 #include "HostProcess.h"
 #include "Random.h"
 #include "TestFolder.h"
+#include "kernel/Machine.h"
 
 namespace {
 
@@ -182,7 +183,7 @@ TEST_F(SharedCache, ABlockThatIsCutShortIsLetGo) {
 
 TEST_F(SharedCache, ServesEveryUserOfTheMachine) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
-  chmod(std::getenv("ORM_MACHINE"), 0755);
+  ASSERT_EQ(orm::platform::ShareMachine(), 0);
   EXPECT_EQ(CountLoads(), 2u);
   EXPECT_EQ(CountLoads(65534), 0u) << "another user reads";
   mFolder.Add("alpha_renewed", 500, "alpha.dll");

@@ -23,9 +23,8 @@ int Finds(const std::string& variable, const std::string& value, const std::stri
   });
 }
 
-TEST(Machine, IsMadeWithItsRooms) {
-  umask(077);
-  ASSERT_EQ(MachineFolder(), Base());
+// Looks at the modes of rooms, of which the ones on a shared machine are given.
+void ExpectRooms(mode_t mask) {
   const struct {
     const char* name;
     mode_t mode;
@@ -37,8 +36,24 @@ TEST(Machine, IsMadeWithItsRooms) {
   for (const auto& room : rooms) {
     struct stat status {};
     ASSERT_EQ(stat((Base() + '/' + room.name).c_str(), &status), 0) << room.name;
-    EXPECT_EQ(status.st_mode & 07777, room.mode) << room.name;
+    EXPECT_EQ(status.st_mode & 07777, room.mode & mask) << room.name;
   }
+}
+
+TEST(Machine, IsMadeWithItsRoomsAndSharedOnlyWhenToldTo) {
+  umask(077);
+  ASSERT_EQ(MachineFolder(), Base());
+  ExpectRooms(0700);
+  EXPECT_FALSE(orm::platform::MachineIsShared());
+  ASSERT_EQ(orm::platform::ShareMachine(), 0);
+  ExpectRooms(07777);
+  EXPECT_TRUE(orm::platform::MachineIsShared());
+  struct stat status {};
+  ASSERT_EQ(stat(Base().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0755u);
+  ASSERT_EQ(orm::platform::ShareMachine(getgid()), 0);
+  ASSERT_EQ(stat(Base().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0750u);
   char target[100] = "";
   EXPECT_EQ(readlink((Base() + "/drives/c:").c_str(), target, sizeof target), 7);
   EXPECT_EQ(std::string(target, 7), "drive_c");
@@ -102,6 +117,11 @@ TEST(Machine, OfAnotherUserOrOpenToAllIsRefused) {
   EXPECT_EQ(Finds("ORM_MACHINE", planted, planted, 65533), 0);
   EXPECT_EQ(Finds("ORM_MACHINE", open, ""), 0);
   EXPECT_EQ(Finds("ORM_MACHINE", file, ""), 0);
+  EXPECT_EQ(Finds("ORM_MACHINE", Base(), "", 65534), 0) << "root's, and not shared";
+  std::ofstream(Base() + "/shared") << "";
+  EXPECT_EQ(Finds("ORM_MACHINE", Base(), Base(), 65534), 0);
+  ASSERT_EQ(chown((Base() + "/shared").c_str(), 65533, 65533), 0);
+  EXPECT_EQ(Finds("ORM_MACHINE", Base(), "", 65534), 0) << "not by its owner";
   // A link is followed, and what it leads to is judged.
   ASSERT_EQ(symlink("planted", (Base() + "/link").c_str()), 0);
   EXPECT_EQ(Finds("ORM_MACHINE", Base() + "/link", ""), 0);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kernel/Handle.h"
+#include "kernel/Machine.h"
 #include "support/Child.h"
 #include "win32/files.h"
 #include "win32/kernel.h"
@@ -71,13 +72,16 @@ TEST(Named, OnlyANullAccessListOpensTheObjectToOthers) {
   InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
   SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
   SECURITY_ATTRIBUTES attributes{sizeof(attributes), &descriptor, FALSE};
-  for (const bool open : {false, true}) {
-    const Handle mutex(CreateMutexA(open ? &attributes : nullptr, FALSE, "access"));
+  const auto modeOf = [](SECURITY_ATTRIBUTES* security) -> mode_t {
+    const Handle mutex(CreateMutexA(security, FALSE, "access"));
     struct stat status {};
     const std::string path = std::string(getenv("ORM_MACHINE")) + "/named/n-access";
-    ASSERT_EQ(0, stat(path.c_str(), &status));
-    EXPECT_EQ(open ? 0666u : 0600u, status.st_mode & 0777);
-  }
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
+  };
+  EXPECT_EQ(0600u, modeOf(&attributes)) << "on a machine without others";
+  ASSERT_EQ(0, orm::platform::ShareMachine());
+  EXPECT_EQ(0600u, modeOf(nullptr));
+  EXPECT_EQ(0666u, modeOf(&attributes));
 }
 
 TEST(Named, AMutexIsHandedOnByAnotherProcess) {

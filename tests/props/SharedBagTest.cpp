@@ -10,11 +10,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <thread>
 
+#include "kernel/Machine.h"
 #include "support/Child.h"
 #include "support/ErrorLayers.h"
 
@@ -150,7 +150,7 @@ TEST(SharedBag, DeniedMachineBag) {
   PersistentProperties bag;
   bag.Open("Denied", false);
   bag.SetNumber("x", 5);
-  std::filesystem::permissions(std::getenv("ORM_MACHINE"), std::filesystem::perms{0755});
+  ASSERT_EQ(orm::platform::ShareMachine(), 0);
   const ChildResult result = RunProgram({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
                                          "--clear-groups", Sibling("bag_writer"), "set", "Denied"});
   const std::string systemText = MakeSystemError(5, String(), false).GetMessage(0).GetBegin();

@@ -141,7 +141,9 @@ TEST(Faults, AFullDiskKeepsWhatWasStored) {
 
 TEST(Faults, AFolderThatCannotBeWrittenIsDenied) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
-  ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);  // root's, without any room in it
+  // Root's, without any room in it.
+  ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);
+  ASSERT_TRUE(WriteFileBytes(MachineFile("shared"), ""));
   EXPECT_EQ(InChild([]() -> int {
               if (setuid(65534) != 0) return 99;
               Key made(HKEY_CURRENT_USER, "K"), opened;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <thread>
 
+#include "kernel/Machine.h"
 #include "registry/Registry.h"
 
 using namespace registrytest;
@@ -98,7 +99,7 @@ class TwoUsers : public testing::Test {
  protected:
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
-    ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);
+    ASSERT_EQ(orm::platform::ShareMachine(), 0);
   }
   static int AsNobody(const std::function<int()>& body) {
     return InChild([&] { return setgid(65534) == 0 && setuid(65534) == 0 ? body() : 99; });

@@ -2,6 +2,7 @@
 #include <win32/registryx.h>
 
 #include <dirent.h>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,40 +86,64 @@ std::string RequireFolder() {
 
 // ---- init
 
-// The shared machine is made by root: everybody may read it, and make files in it that are theirs.
-void InitShared() {
-  // The file mode mask may have taken bits away; what an administrator has made stays as it is.
-  const bool made = ::mkdir(SHARED_FOLDER, 0755) == 0;
-  if ((!made && errno != EEXIST) || (made && ::chmod(SHARED_FOLDER, 0755) != 0)) {
+// The machine that all processes find is made by root. Everybody, or each member of the group, may read it,
+// and make files in it that are theirs.
+void MakeSystemMachine() {
+  if (::mkdir(SHARED_FOLDER, 0700) != 0 && errno != EEXIST) {
     throw Failure(std::string("cannot make ") + SHARED_FOLDER + ": " + std::strerror(errno));
   }
-  if (platform::MachineFolder() == SHARED_FOLDER) return;
-  // The library chose another folder when it was loaded: the same command once more, told where.
-  ::setenv("ORM_MACHINE", SHARED_FOLDER, 1);
-  ::execl("/proc/self/exe", "orm", "machine", "init", static_cast<char*>(nullptr));
-  throw Failure(std::string("cannot run again: ") + std::strerror(errno));
 }
 
-void Init(bool shared) {
-  if (shared) InitShared();
+gid_t GroupNumber(const std::string& name) {
+  const group* entry = ::getgrnam(name.c_str());
+  if (!entry) throw Failure("there is no group " + name);
+  return entry->gr_gid;
+}
+
+void Share(const std::string& folder, const std::string& groupName) {
+  const gid_t group = groupName.empty() ? static_cast<gid_t>(-1) : GroupNumber(groupName);
+  if (const int error = platform::ShareMachine(group)) {
+    throw Failure("cannot share " + folder + ": " + std::strerror(error));
+  }
+}
+
+struct InitOptions {
+  bool shared = false;
+  std::string group;
+};
+
+void Init(const InitOptions& options) {
+  const bool shared = options.shared || !options.group.empty();
+  if (shared && !std::getenv("ORM_MACHINE") && platform::MachineFolder() != SHARED_FOLDER) {
+    // The library chose another folder when it was loaded: the same command once more, told where.
+    MakeSystemMachine();
+    ::setenv("ORM_MACHINE", SHARED_FOLDER, 1);
+    ::execl("/proc/self/exe", "orm", "machine", "init", options.group.empty() ? "--shared" : "--group",
+            options.group.empty() ? nullptr : options.group.c_str(), static_cast<char*>(nullptr));
+    throw Failure(std::string("cannot run again: ") + std::strerror(errno));
+  }
   const std::string folder = RequireFolder();
+  if (shared) Share(folder, options.group);
   for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
     const LSTATUS error = RegFlushKey(root);  // makes the store
     if (error != 0) throw SystemFailure("cannot make the registry", static_cast<DWORD>(error));
   }
   for (const char* name : {"named", "undo"}) {
-    if (const int error = platform::EnsureFolder(folder + "/" + name, 01777)) {
+    if (const int error = platform::EnsureFolder(folder + "/" + name, platform::MachineMode(01777))) {
       throw Failure("cannot make " + folder + "/" + name + ": " + std::strerror(error));
     }
   }
-  PrintLine("the machine is " + folder);
+  PrintLine("the machine is " + folder + (platform::MachineIsShared() ? ", shared" : ""));
 }
 
 // ---- info
 
 Json Describe() {
   const std::string folder = RequireFolder();
-  Json json{{"folder", folder}, {"owner", UserName(platform::MachineOwner())}, {"codePage", GetACP()}};
+  Json json{{"folder", folder},
+            {"owner", UserName(platform::MachineOwner())},
+            {"shared", platform::MachineIsShared()},
+            {"codePage", GetACP()}};
   const HDC screen = GetDC(nullptr);
   json["screen"] = {{"dotsPerInch", GetDeviceCaps(screen, LOGPIXELSY)},
                     {"bitsPerPixel", GetDeviceCaps(screen, BITSPIXEL)}};
@@ -150,6 +175,7 @@ void PrintInfo(const Json& json) {
   };
   line("folder", json["folder"]);
   line("owner", json["owner"]);
+  line("shared", json["shared"] ? "with other users" : "with nobody");
   line("code page", json["codePage"].dump());
   line("screen", json["screen"]["dotsPerInch"].dump() + " dots per inch, " +
                      json["screen"]["bitsPerPixel"].dump() + " bits a pixel");
@@ -245,13 +271,16 @@ void AddMachineCommand(CLI::App& app) {
                                     "  orm machine info\n"
                                     "  ORM_MACHINE=/tmp/trial orm machine init     a machine to play with\n");
   machine->require_subcommand(1);
-  auto shared = std::make_shared<bool>(false);
-  CLI::App* init =
-      AddSubcommand(*machine, "init", "Make the machine folder",
-                    "  orm machine init\n"
-                    "  sudo orm machine init --shared     one machine for all users, in /var/lib/ormutil\n");
-  init->add_flag("--shared", *shared, "In /var/lib/ormutil, where every process finds it");
-  init->callback([shared] { Init(*shared); });
+  auto options = std::make_shared<InitOptions>();
+  CLI::App* init = AddSubcommand(
+      *machine, "init", "Make the machine folder",
+      "  orm machine init\n"
+      "  sudo orm machine init --shared         one machine for all users, in /var/lib/ormutil\n"
+      "  sudo orm machine init --group staff    the same for the members of a group only\n");
+  init->add_flag("--shared", options->shared,
+                 "For all users: in /var/lib/ormutil, where every process finds it, or in ORM_MACHINE");
+  init->add_option("--group", options->group, "For the members of this group");
+  init->callback([options] { Init(*options); });
   auto json = std::make_shared<bool>(false);
   CLI::App* info =
       AddSubcommand(*machine, "info", "Show the folder, its settings, drives, and who holds named objects",

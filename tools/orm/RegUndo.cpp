@@ -18,7 +18,7 @@ namespace {
 // somebody else has put into its place is refused: it would be applied with this user's rights.
 std::string UndoFile() {
   const std::string folder = platform::MachinePath("undo");
-  if (folder.empty() || platform::EnsureFolder(folder, 01777) != 0) return "";
+  if (folder.empty() || platform::EnsureFolder(folder, platform::MachineMode(01777)) != 0) return "";
   std::string file = folder + "/" + std::to_string(::geteuid()) + ".reg";
   struct stat status {};
   if (::lstat(file.c_str(), &status) == 0 && (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid()))

@@ -106,7 +106,7 @@ class Output {
     if (descriptor < 0) return nullptr;
     void* view = MAP_FAILED;
     struct stat status;
-    if ((!mWritable || (fchmod(descriptor, 0644), ftruncate(descriptor, 4096) == 0)) &&
+    if ((!mWritable || (fchmod(descriptor, MachineMode(0644)), ftruncate(descriptor, 4096) == 0)) &&
         fstat(descriptor, &status) == 0 && status.st_size >= static_cast<off_t>(sizeof(WatcherTable))) {
       view = mmap(nullptr, sizeof(WatcherTable), PROT_READ | (mWritable ? PROT_WRITE : 0), MAP_SHARED,
                   descriptor, 0);
@@ -164,7 +164,7 @@ DebugWatch::DebugWatch() {
   const sockaddr_un address = output.AddressOf(mSlot);
   unlink(address.sun_path);
   if (mSocket >= 0 && bind(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-    chmod(address.sun_path, 0622);
+    chmod(address.sun_path, MachineMode(0622));
     return;
   }
   if (mSocket >= 0) close(mSocket);

@@ -3,6 +3,7 @@
 
 #include "kernel/File.h"
 #include "kernel/FileDisk.h"
+#include "kernel/Machine.h"
 #include "kernel/NamedFile.h"
 #include "kernel/ShareMode.h"
 #include "win32/files.h"
@@ -54,13 +55,27 @@ bool IsPlanted(const std::string& path) {
   return (folder.st_mode & shared) == shared && link.st_uid != geteuid() && link.st_uid != folder.st_uid;
 }
 
+// On a shared machine the name of a file that is opened to all may come from anybody (the trace configuration
+// is everybody's). It must not lead to a file of this user's own, which others could then have written to:
+// everybody may create where it lies and, when it is there already, write it.
+bool IsOpenPlace(const Request& request, const std::string& path, int file) {
+  if (!request.isOpenToAll || !MachineIsShared()) return true;
+  struct stat status {};
+  if (file >= 0 && (fstat(file, &status) != 0 || (status.st_mode & S_IWOTH) == 0)) return false;
+  const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
+  return stat(parent.c_str(), &status) != 0 || (status.st_mode & S_IWOTH) != 0;
+}
+
+int Deny(int file) {
+  if (file >= 0) close(file);
+  errno = EACCES;
+  return -1;
+}
+
 int OpenPath(const std::string& path, int flags, mode_t mode) {
   int file = open(path.c_str(), flags | O_NOFOLLOW, mode);
   if (file >= 0 || errno != ELOOP) return file;
-  if (IsPlanted(path)) {
-    errno = EACCES;
-    return -1;
-  }
+  if (IsPlanted(path)) return Deny(-1);
   return open(path.c_str(), flags, mode);
 }
 
@@ -82,6 +97,7 @@ int OpenOrCreate(std::string* path, const Request& request, bool* existed) {
     int file = -1;
     if (mayOpen) {
       file = WithCase(path, [&](const std::string& name) { return OpenForAccess(name, request, 0); });
+      if (file >= 0 && !IsOpenPlace(request, *path, file)) return Deny(file);
       if (file >= 0 || errno != ENOENT || !mayCreate) return file;
     } else {
       struct stat status {};
@@ -92,6 +108,7 @@ int OpenOrCreate(std::string* path, const Request& request, bool* existed) {
       }
     }
     *existed = false;
+    if (!IsOpenPlace(request, *path, -1)) return Deny(-1);
     file = OpenForAccess(*path, request, O_CREAT | O_EXCL);
     if (file >= 0 && request.isOpenToAll) fchmod(file, 0666);
     if (file >= 0 || errno != EEXIST) return file;

@@ -80,7 +80,7 @@ std::string NamedFolder(DWORD& error) {
     error = ERROR_PATH_NOT_FOUND;
     return {};
   }
-  if (const int code = EnsureFolder(folder, kFolderMode); code != 0) {
+  if (const int code = EnsureFolder(folder, MachineMode(kFolderMode)); code != 0) {
     error = ErrorFromErrno(code);
     return {};
   }
@@ -137,7 +137,7 @@ NamedFile::Result NamedFile::Create(std::string_view name, NamedKind kind,
     return {error, error == ERROR_SUCCESS};
   }
   // Nobody holds it: whatever the file holds is of an object that has gone.
-  const mode_t mode = IsOpenToAll(security) ? 0666 : 0600;
+  const mode_t mode = IsOpenToAll(security) ? MachineMode(0666) : 0600;
   const NamedHeader header{NamedHeader::kMagic, kind, 0};
   if (ftruncate(mDescriptor, 0) != 0 || (fchmod(mDescriptor, mode) != 0 && errno != EPERM) ||
       pwrite(mDescriptor, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header))) {

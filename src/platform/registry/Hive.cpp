@@ -6,7 +6,8 @@
 //   machine   folder 0755, data 0644, lock 0666   of the machine's owner
 //   open      folder 0755, data 0666, lock 0666   of the machine's owner
 //   user-UID  folder 0700, data 0600, lock 0600   of that user
-// Users who share a machine therefore trust each other not to damage the lock file.
+// On a machine that is not shared all of them have the modes of the last line. Users who share a machine
+// trust each other not to damage the lock file.
 #include "registry/Hive.h"
 
 #include <fcntl.h>
@@ -150,14 +151,14 @@ DWORD Hive::PrepareFiles() {
   const bool isUser = mKind == Kind::User;
   const bool isOwner = geteuid() == mUser || geteuid() == 0;
   if (isOwner) {
-    if (const int error = EnsureFolder(mFolder, isUser ? 0700 : 0755); error != 0)
+    if (const int error = EnsureFolder(mFolder, isUser ? 0700 : MachineMode(0755)); error != 0)
       return ErrorFromStore(error);
   }
   struct stat status {};
   if (lstat(mFolder.c_str(), &status) != 0) return ErrorFromErrno(errno);
   if (!S_ISDIR(status.st_mode) || (status.st_uid != mUser && status.st_uid != 0)) return ERROR_ACCESS_DENIED;
 
-  const mode_t dataMode = isUser ? 0600 : mKind == Kind::Open ? 0666 : 0644;
+  const mode_t dataMode = isUser ? 0600 : MachineMode(mKind == Kind::Open ? 0666 : 0644);
   int data = OpenStoreFile(DataFile(), O_RDWR, dataMode, mUser, isOwner);
   mIsWritable = data >= 0;
   if (data == -EACCES || data == -EROFS) data = OpenStoreFile(DataFile(), O_RDONLY, 0, mUser, false);
@@ -168,7 +169,8 @@ DWORD Hive::PrepareFiles() {
   close(data);
   if (head != ERROR_SUCCESS) return head;
 
-  const int lock = OpenStoreFile(mFolder + "/lock.mdb", O_RDWR, isUser ? 0600 : 0666, mUser, isOwner);
+  const int lock =
+      OpenStoreFile(mFolder + "/lock.mdb", O_RDWR, isUser ? 0600 : MachineMode(0666), mUser, isOwner);
   if (lock == -EROFS) return ERROR_SUCCESS;  // nobody writes here, so nobody needs to be told of readers
   if (lock < 0) return ErrorFromStore(-lock);
   // All of it has its place on the disk now: running out of that later would be a signal, not an error.
