@@ -114,7 +114,7 @@ struct InitOptions {
 
 void Init(const InitOptions& options) {
   const bool shared = options.shared || !options.group.empty();
-  if (shared && !std::getenv("ORM_MACHINE") && platform::MachineFolder() != SHARED_FOLDER) {
+  if (shared && platform::MachineFolder() != SHARED_FOLDER) {
     // The library chose another folder when it was loaded: the same command once more, told where.
     MakeSystemMachine();
     ::setenv("ORM_MACHINE", SHARED_FOLDER, 1);
@@ -278,8 +278,8 @@ void AddMachineCommand(CLI::App& app) {
       "  sudo orm machine init --shared         one machine for all users, in /var/lib/ormutil\n"
       "  sudo orm machine init --group staff    the same for the members of a group only\n");
   init->add_flag("--shared", options->shared,
-                 "For all users: in /var/lib/ormutil, where every process finds it, or in ORM_MACHINE");
-  init->add_option("--group", options->group, "For the members of this group");
+                 "For all users, in /var/lib/ormutil, where every process finds it");
+  init->add_option("--group", options->group, "The same for the members of this group only");
   init->callback([options] { Init(*options); });
   auto json = std::make_shared<bool>(false);
   CLI::App* info =
