@@ -35,11 +35,15 @@ LoadResult LoadQuietly(const String& path) {
   return {module, GetLastError()};
 }
 
+// False when the module does not have the export. Throws when it cannot be asked.
 template <class Function>
 bool Resolve(HMODULE module, const char* name, Function& rFunction) {
   // By way of the function type that converts into every other one.
   rFunction = reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
-  return rFunction != nullptr;
+  if (rFunction) return true;
+  const DWORD code = GetLastError();
+  if (code != ERROR_PROC_NOT_FOUND) throw MakeSystemError(code, String(), true);
+  return false;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <ormutil/Error.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -39,7 +40,7 @@ struct Plan {
   long long end = 0;  // milliseconds of the steady clock
 
   unsigned GetWorkers() const { return 2u << phase % 3; }
-  milliseconds GetPhaseLength() const { return milliseconds(seconds * 1000 / 12 + 1); }
+  milliseconds GetPhaseLength() const { return milliseconds(std::max(seconds * 1000 / 12, 2000u)); }
 };
 
 long long Now() {

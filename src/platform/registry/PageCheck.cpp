@@ -9,9 +9,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <vector>
 
+#include "kernel/Errno.h"
 #include "win32/errors.h"
 
 namespace orm::platform {
@@ -208,6 +210,12 @@ class Walk {
   const char* mFault = "is no sound head";
 };
 
+// A process that lacks descriptors or memory has not found a damaged store.
+DWORD ErrorOfLooking() {
+  const int error = errno;
+  return error == EMFILE || error == ENFILE || error == ENOMEM ? ErrorFromErrno(error) : ERROR_BADDB;
+}
+
 }  // namespace
 
 DWORD CheckHead(int file) {
@@ -226,7 +234,8 @@ DWORD CheckHead(int file) {
 
 DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* fault) {
   const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (file < 0) return ERROR_BADDB;
+  if (file < 0) return ErrorOfLooking();
+  errno = 0;
   // LMDB writes the heads in turn: the second commit from now overwrites this one.
   alignas(8) std::array<unsigned char, pageSize> page{}, again{};
   const auto offset = static_cast<off_t>((txnId & 1) * pageSize);
@@ -238,9 +247,10 @@ DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* faul
   void* start = isCurrent && fstat(file, &status) == 0
                     ? mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED, file, 0)
                     : MAP_FAILED;
+  const DWORD error = start == MAP_FAILED ? ErrorOfLooking() : ERROR_SUCCESS;
   close(file);
   if (isRead && !isCurrent) return ERROR_BUSY;
-  if (start == MAP_FAILED) return ERROR_BADDB;
+  if (error != ERROR_SUCCESS) return error;
   const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
   const bool isSound = IsHeadSound(page.data(), pages);
   Walk walk(static_cast<const unsigned char*>(start), pages, isSound ? head.lastPage : 0);
