@@ -2,7 +2,6 @@
 #include "gdi/Surface.h"
 
 #include <bit>
-#include <cstdlib>
 #include <cstring>
 
 #include "gdi/SystemPalette.h"
@@ -25,7 +24,11 @@ void ReadPacked(const std::uint8_t* row, int x, int count, std::uint32_t* values
   for (; x < end && x % perByte != 0; ++x) one();
   for (; x + perByte <= end; x += perByte, values += perByte) {
     const std::uint32_t byte = row[x / perByte];
-    for (int i = 0; i < perByte; ++i) values[i] = byte >> (8 - bits - i * bits) & mask;
+    if constexpr (bits == 1) {  // by comparing, which is done for several at once
+      for (int i = 0; i < perByte; ++i) values[i] = (byte & 0x80u >> i) != 0;
+    } else {
+      for (int i = 0; i < perByte; ++i) values[i] = byte >> (8 - bits - i * bits) & mask;
+    }
   }
   for (; x < end; ++x) one();
 }
@@ -123,12 +126,9 @@ bool Surface::Allocate(const PixelFormat& pixels, int newWidth, int newHeight, i
   if (newWidth <= 0 || newHeight <= 0) return false;
   const std::int64_t rowBytes = StrideFor(newWidth, pixels.bits, alignment);
   if (rowBytes > INT32_MAX / newHeight) return false;
-  // Zeroed by the system as the pages are touched, so that a large bitmap costs nothing before it is drawn
-  // on.
-  mMemory.reset(static_cast<std::uint8_t*>(
-      std::calloc(static_cast<std::size_t>(rowBytes), static_cast<std::size_t>(newHeight))));
-  if (!mMemory) return false;
-  View(pixels, newWidth, newHeight, rowBytes, upwards, mMemory.get());
+  mMemory = PixelMemory(static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(newHeight));
+  if (!mMemory.Get()) return false;
+  View(pixels, newWidth, newHeight, rowBytes, upwards, mMemory.Get());
   return true;
 }
 
@@ -142,10 +142,6 @@ void Surface::View(const PixelFormat& pixels, int newWidth, int newHeight, std::
   bits = static_cast<std::uint8_t*>(memory);
   mpTop = upwards ? bits + rowBytes * (newHeight - 1) : bits;
   mStep = upwards ? -rowBytes : rowBytes;
-}
-
-void Surface::Free::operator()(void* memory) const {
-  std::free(memory);
 }
 
 void Surface::Read(int x, int y, int count, std::uint32_t* values) const {

@@ -4,10 +4,10 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <vector>
 
+#include "gdi/PixelMemory.h"
 #include "win32/gdi.h"
 
 namespace orm::platform::gdi {
@@ -92,10 +92,7 @@ class Surface {
   std::mutex lock;               // held while pixels are transferred
 
  private:
-  struct Free {
-    void operator()(void* memory) const;
-  };
-  std::unique_ptr<std::uint8_t, Free> mMemory;
+  PixelMemory mMemory;
   std::uint8_t* mpTop = nullptr;
   std::int64_t mStep = 0;
 };
