@@ -8,6 +8,10 @@
 // the plain walk along the row.
 #include "BitmapResampler.h"
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -140,8 +144,12 @@ struct Steps {
   void (*finish)(size_t padded, float norm, float* sums, uint32_t* words);
 };
 
+// The compilers widen a whole vector by halves when they are left to it, hence the intrinsics.
 namespace baseline {
 constexpr size_t LANES = 2;
+inline auto Widen(float __attribute__((vector_size(8))) floats) {
+  return __builtin_convertvector(floats, double __attribute__((vector_size(16))));
+}
 #define ORM_RESAMPLER_TARGET
 #include "BitmapResamplerKernel.inc"
 #undef ORM_RESAMPLER_TARGET
@@ -150,6 +158,9 @@ constexpr size_t LANES = 2;
 #if defined(__x86_64__)
 namespace avx2 {
 constexpr size_t LANES = 4;
+[[gnu::target("avx2")]] inline __m256d Widen(__m128 floats) {
+  return _mm256_cvtps_pd(floats);
+}
 #define ORM_RESAMPLER_TARGET [[gnu::target("avx2")]]
 #include "BitmapResamplerKernel.inc"
 #undef ORM_RESAMPLER_TARGET
@@ -157,6 +168,9 @@ constexpr size_t LANES = 4;
 
 namespace avx512 {
 constexpr size_t LANES = 8;
+[[gnu::target("avx512f")]] inline __m512d Widen(__m256 floats) {
+  return _mm512_maskz_cvtps_pd(0xFF, floats);  // the plain one warns of a value that it does not use
+}
 #define ORM_RESAMPLER_TARGET [[gnu::target("avx512f")]]
 #include "BitmapResamplerKernel.inc"
 #undef ORM_RESAMPLER_TARGET
