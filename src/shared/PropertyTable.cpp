@@ -62,29 +62,32 @@ String FoldToPlain(const String& name) {
 
 }  // namespace
 
-PropertyNameKey::PropertyNameKey(const String& name)
-    : mpText(name.GetBegin()), mLength(static_cast<uint32_t>(name.GetEnd() - name.GetBegin())) {
-  const uint64_t first = Load(mpText, std::min<size_t>(8, mLength));
-  uint64_t all = first;
-  uint64_t hash = 0;
-  const auto mix = [&hash](uint64_t word) {
-    hash = (hash ^ word) * 0x9E3779B97F4A7C15;
-    hash ^= hash >> 32;
-  };
-  mPrefix = __builtin_bswap64(ToLower(first));
-  mix(mPrefix);
-  for (size_t pos = 8; pos < mLength; pos += 8) {
+// The first two words, which are all that most names have, are multiplied side by side.
+[[gnu::always_inline]] inline PropertyNameKey::PropertyNameKey(const String& name)
+    : mpText(name.GetBegin()), mSecond(0), mLength(static_cast<uint32_t>(name.GetSize())) {
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15, kSecondFactor = 0xC2B2AE3D27D4EB4F;
+  uint64_t all = Load(mpText, std::min<size_t>(8, mLength));
+  mPrefix = __builtin_bswap64(ToLower(all));
+  uint64_t hash = mPrefix * kFactor;
+  if (mLength > 8) {
+    const uint64_t second = Load(mpText + 8, std::min<size_t>(8, mLength - 8));
+    all |= second;
+    mSecond = __builtin_bswap64(ToLower(second));
+    hash += mSecond * kSecondFactor;
+  }
+  for (size_t pos = 16; pos < mLength; pos += 8) {
     const uint64_t word = Load(mpText + pos, std::min<size_t>(8, mLength - pos));
     all |= word;
-    mix(ToLower(word));
+    hash = ((hash ^ hash >> 32) + ToLower(word)) * kFactor;
   }
-  mHash = static_cast<uint32_t>(hash);
+  // Only the upper half of a product depends on all of its factor; the lower bits choose the cell.
+  mHash = static_cast<uint32_t>((hash ^ hash >> 32) * kFactor >> 32);
   mPlain = (all & Repeat(0x80)) == 0;
 }
 
-bool PropertyNameKey::IsEqual(const PropertyNameKey& other) const {
-  if (mPrefix != other.mPrefix || mLength != other.mLength) return false;
-  for (size_t pos = 8; pos < mLength; pos += 8) {
+inline bool PropertyNameKey::IsEqual(const PropertyNameKey& other) const {
+  if (mPrefix != other.mPrefix || mSecond != other.mSecond || mLength != other.mLength) return false;
+  for (size_t pos = 16; pos < mLength; pos += 8) {
     if (LoadLower(mpText, pos, mLength) != LoadLower(other.mpText, pos, mLength)) return false;
   }
   return true;
@@ -93,8 +96,9 @@ bool PropertyNameKey::IsEqual(const PropertyNameKey& other) const {
 bool PropertyNameKey::operator<(const PropertyNameKey& other) const {
   if (!mPlain || !other.mPlain) return _mbsicmp(Bytes(mpText), Bytes(other.mpText)) < 0;
   if (mPrefix != other.mPrefix) return mPrefix < other.mPrefix;
+  if (mSecond != other.mSecond) return mSecond < other.mSecond;
   const size_t common = std::min(mLength, other.mLength);
-  for (size_t pos = 8; pos < common; pos += 8) {
+  for (size_t pos = 16; pos < common; pos += 8) {
     const uint64_t mine = LoadLower(mpText, pos, mLength);
     const uint64_t theirs = LoadLower(other.mpText, pos, other.mLength);
     if (mine != theirs) return __builtin_bswap64(mine) < __builtin_bswap64(theirs);
@@ -104,30 +108,42 @@ bool PropertyNameKey::operator<(const PropertyNameKey& other) const {
 
 PropertyTable::PropertyTable(const PropertyTable& other) {
   other.ForEach([this](const PropertyEntry& entry) { Append(PropertyNameKey(entry.name), entry); });
-  Rebuild();
+  Rebuild(mCount * 2);
+}
+
+template <class Visit>
+void PropertyTable::ForEachItem(size_t first, Visit visit) const {
+  for (std::vector<Item>& block : mBlocks) {
+    for (; first < block.size(); ++first) visit(block[first]);
+    first -= block.size();
+  }
 }
 
 // ---- Finding
 
-PropertyTable::Cell* PropertyTable::FindCell(const PropertyNameKey& key) const {
+[[gnu::always_inline]] inline PropertyTable::Cell* PropertyTable::FindCell(const PropertyNameKey& key) const {
   if (mIndex.empty() || !key.IsPlain()) return nullptr;
   Cell* cell = &mIndex[key.GetHash() & mMask];
-  for (Cell* end = cell + kWindow; cell != end; ++cell) {
-    if (cell->hash == key.GetHash() && cell->pItem && cell->pItem->key.IsEqual(key)) return cell;
+  for (Cell* end = cell + kWindow; cell != end && cell->pItem; ++cell) {
+    if (cell->hash == key.GetHash() && cell->pItem->key.IsEqual(key)) return cell;
   }
   return nullptr;
 }
 
-PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key, const String& name) const {
-  const Cell* cell = FindCell(key);
-  if (!cell && !key.IsPlain()) {
+PropertyTable::Item* PropertyTable::FindOther(const PropertyNameKey& key, const String& name) const {
+  if (!key.IsPlain()) {
     const String folded = FoldToPlain(name);
-    if (!folded.IsEmpty()) cell = FindCell(PropertyNameKey(folded));
+    const Cell* cell = folded.IsEmpty() ? nullptr : FindCell(PropertyNameKey(folded));
+    if (cell) return cell->pItem;
   }
-  if (cell) return cell->pItem;
   if (mOthers.empty()) return nullptr;
   const auto found = mOthers.find(key);
   return found != mOthers.end() ? found->second : nullptr;
+}
+
+inline PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key, const String& name) const {
+  const Cell* cell = FindCell(key);
+  return cell ? cell->pItem : FindOther(key, name);
 }
 
 const PropertyValue* PropertyTable::Find(const String& name) const {
@@ -140,25 +156,27 @@ const PropertyValue* PropertyTable::Find(const String& name) const {
 PropertyValue& PropertyTable::FindOrInsert(const String& name) {
   const PropertyNameKey key(name);
   if (Item* item = FindItem(key, name)) return item->entry.value;
-  Append(key, PropertyEntry{name, {}});
-  if (mItems.size() * 2 > mMask) {
-    Rebuild();
-  } else {
-    Index(mItems.back());
-  }
-  return mItems.back().entry.value;
+  if ((mCount + 1) * 2 > mMask) Rebuild((mCount + 1) * 2);
+  Item& item = Append(key, PropertyEntry{name, {}});
+  Index(item);
+  return item.entry.value;
 }
 
 // The key may point into the caller's string, since the entry shares its text.
-void PropertyTable::Append(const PropertyNameKey& key, const PropertyEntry& entry) {
-  mItems.push_back({key, entry});
+PropertyTable::Item& PropertyTable::Append(const PropertyNameKey& key, const PropertyEntry& entry) {
+  if (mBlocks.empty() || mBlocks.back().size() == mBlocks.back().capacity()) {
+    mBlocks.emplace_back().reserve(std::max(kFirstBlock, mCount));
+  }
+  mBlocks.back().push_back({key, entry});
+  ++mCount;
+  return mBlocks.back().back();
 }
 
 void PropertyTable::Delete(const String& name) {
   Item* item = FindItem(PropertyNameKey(name), name);
   if (!item) return;
   if (Cell* cell = FindCell(item->key)) {
-    *cell = {};
+    cell->hash = ~cell->hash;
   } else {
     mOthers.erase(item->key);
   }
@@ -168,44 +186,53 @@ void PropertyTable::Delete(const String& name) {
   if (++mDead > kMostDead && mDead > GetSize()) Compact();
 }
 
-void PropertyTable::Index(Item& item) {
-  if (item.key.IsPlain()) {
-    Cell* begin = &mIndex[item.key.GetHash() & mMask];
-    Cell* free = std::find_if(begin, begin + kWindow, [](const Cell& cell) { return !cell.pItem; });
-    if (free != begin + kWindow) {
-      *free = {item.key.GetHash(), &item};
-      return;
-    }
-  }
-  mOthers.emplace(item.key, &item);
+// Puts the item into the index when there is a place for it.
+bool PropertyTable::FitsIndex(Item& item) {
+  if (!item.key.IsPlain()) return false;
+  Cell* begin = &mIndex[item.key.GetHash() & mMask];
+  Cell* free = std::find_if(begin, begin + kWindow, [](const Cell& cell) { return !cell.pItem; });
+  if (free == begin + kWindow) return false;
+  *free = {item.key.GetHash(), &item};
+  return true;
 }
 
-void PropertyTable::Rebuild() {
+void PropertyTable::Index(Item& item) {
+  if (FitsIndex(item)) return;
+  if (item.key.IsPlain() && mMask < mCount * kMostSpace) {
+    Rebuild((mMask + 1) * 2);
+  } else {
+    mOthers.emplace(item.key, &item);
+  }
+}
+
+void PropertyTable::Rebuild(size_t leastCells) {
   size_t cells = kFewestCells;
-  while (cells < mItems.size() * 2) cells *= 2;
+  while (cells < leastCells) cells *= 2;
   mMask = cells - 1;
   mIndex.assign(cells + kWindow - 1, Cell{});
   mOthers.clear();
-  for (Item& item : mItems) {
-    if (!item.dead) Index(item);
-  }
+  ForEachItem(0, [this](Item& item) {
+    if (!item.dead && !FitsIndex(item)) mOthers.emplace(item.key, &item);
+  });
 }
 
 void PropertyTable::Compact() {
-  const std::deque<Item> old = std::exchange(mItems, {});
-  for (const Item& item : old) {
-    if (!item.dead) Append(item.key, item.entry);
-  }
-  mDead = 0;
+  const std::vector<std::vector<Item>> old = std::exchange(mBlocks, {});
+  mCount = mDead = 0;
   mOrder.clear();
   mOrdered = 0;
-  Rebuild();
+  for (const std::vector<Item>& block : old) {
+    for (const Item& item : block) {
+      if (!item.dead) Append(item.key, item.entry);
+    }
+  }
+  Rebuild(mCount * 2);
 }
 
 // ---- The order
 
 const PropertyTable::Order& PropertyTable::GetOrder() const {
-  if (mOrdered.load(std::memory_order_acquire) != mItems.size()) MakeOrder();
+  if (mOrdered.load(std::memory_order_acquire) != mCount) MakeOrder();
   return mOrder;
 }
 
@@ -213,18 +240,17 @@ const PropertyTable::Order& PropertyTable::GetOrder() const {
 // been copied from another bag.
 void PropertyTable::MakeOrder() const {
   const std::lock_guard lock(mOrdering);
-  size_t next = mOrdered.load(std::memory_order_relaxed);
-  if (next == mItems.size()) return;
-  const auto known = static_cast<std::ptrdiff_t>(next);
-  mOrder.reserve(mItems.size());
-  while (next < mItems.size()) mOrder.push_back(&mItems[next++]);
+  const size_t known = mOrdered.load(std::memory_order_relaxed);
+  if (known == mCount) return;
+  mOrder.reserve(mCount);
+  ForEachItem(known, [this](const Item& item) { mOrder.push_back(&item); });
   const auto before = [](const Item* a, const Item* b) { return a->key < b->key; };
-  const auto added = mOrder.begin() + known;
+  const auto added = mOrder.begin() + static_cast<std::ptrdiff_t>(known);
   if (!std::is_sorted(added, mOrder.end(), before)) std::sort(added, mOrder.end(), before);
   if (known > 0 && before(*added, *std::prev(added))) {
     std::inplace_merge(mOrder.begin(), added, mOrder.end(), before);
   }
-  mOrdered.store(mItems.size(), std::memory_order_release);
+  mOrdered.store(mCount, std::memory_order_release);
 }
 
 }  // namespace orm

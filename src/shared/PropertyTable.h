@@ -12,7 +12,6 @@
 #include <ormutil/Properties.h>
 
 #include <atomic>
-#include <deque>
 #include <map>
 #include <mutex>
 #include <variant>
@@ -37,6 +36,7 @@ class PropertyNameKey {
  private:
   const char* mpText;
   uint64_t mPrefix;  // the first eight characters in lower case, the first one in the top byte
+  uint64_t mSecond;  // the eight after them, likewise
   uint32_t mLength;
   uint32_t mHash;
   bool mPlain;
@@ -63,7 +63,7 @@ class PropertyTable {
   PropertyValue& FindOrInsert(const String& name);
   void Delete(const String& name);
 
-  size_t GetSize() const { return mItems.size() - mDead; }
+  size_t GetSize() const { return mCount - mDead; }
   // Calls `visit(const PropertyEntry&)` for each property in order.
   template <class Visit>
   void ForEach(Visit visit) const {
@@ -78,6 +78,7 @@ class PropertyTable {
     PropertyEntry entry;
     bool dead = false;  // deleted, but still a place in the order
   };
+  // A deleted item's cell has the complement of its hash, so that no name finds it.
   struct Cell {
     uint32_t hash = 0;
     Item* pItem = nullptr;
@@ -86,25 +87,36 @@ class PropertyTable {
   // A name lies in one of this many cells, beginning with the one that its hash names.
   static constexpr size_t kWindow = 8;
   static constexpr size_t kFewestCells = 32;
+  // Where there are more cells than this for each item, names that crowd one place are meant to.
+  static constexpr size_t kMostSpace = 2;
+  static constexpr size_t kFirstBlock = 8;
   // Dead items are put up with until they are more than this and more than the others.
   static constexpr size_t kMostDead = 16;
 
   Cell* FindCell(const PropertyNameKey& key) const;
+  // What FindCell does not find.
+  Item* FindOther(const PropertyNameKey& key, const String& name) const;
   Item* FindItem(const PropertyNameKey& key, const String& name) const;
-  void Append(const PropertyNameKey& key, const PropertyEntry& entry);
+  Item& Append(const PropertyNameKey& key, const PropertyEntry& entry);
+  // Calls `visit(item)` for the items from this one on, dead ones included.
+  template <class Visit>
+  void ForEachItem(size_t first, Visit visit) const;
+  bool FitsIndex(Item& item);
   void Index(Item& item);
-  void Rebuild();
+  void Rebuild(size_t leastCells);
   void Compact();
   const Order& GetOrder() const;
   void MakeOrder() const;
 
-  std::deque<Item> mItems;
+  // Each block is twice as large as the one before it and never grows, so that items stay where they are.
+  mutable std::vector<std::vector<Item>> mBlocks;
+  size_t mCount = 0;  // of all items
+  size_t mDead = 0;
   // A power of two of cells that hashes name, at least twice as many as there are items, and kWindow - 1
   // more.
   mutable std::vector<Cell> mIndex;
   size_t mMask = 0;
   std::map<PropertyNameKey, Item*> mOthers;
-  size_t mDead = 0;
 
   // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under the
   // lock.
