@@ -59,9 +59,9 @@ class Environment {
 };
 
 void PutNumbers(MDB_txn* txn, std::uint64_t key) {
-  for (unsigned i = 0; i < 60; ++i) {
+  for (unsigned i = 0; i < 24; ++i) {
     const std::string name = "value" + std::to_string(i * 7919) + std::string(i == 9 ? 600 : 0, 'n');
-    const std::string data(i == 30 ? 9000 : i * 5, 'd');
+    const std::string data(i == 20 ? 9000 : i * 5, 'd');
     PutValue(txn, key, {3, name, data});
   }
 }
@@ -80,7 +80,7 @@ std::string MakeSound(const std::string& path) {
     }
     Require(mdb_txn_commit(txn) == 0);
     txn = environment.Begin(0);
-    for (unsigned i = 0; i < 60; i += 2) DropValue(txn, 3, "value" + std::to_string(i * 7919));
+    for (unsigned i = 0; i < 24; i += 2) DropValue(txn, 3, "value" + std::to_string(i * 7919));
     Require(mdb_txn_commit(txn) == 0);
   }
   std::ifstream stream(path, std::ios::binary);
@@ -129,7 +129,7 @@ bool Use(const std::string& path) {
   if (isSound) ReadAll(txn, rootKey, 0);
   mdb_txn_abort(txn);
   if (!isSound) return false;
-  for (std::uint64_t key = rootKey; key < rootKey + 4; ++key) {
+  for (std::uint64_t key = rootKey; key < rootKey + 2; ++key) {
     txn = environment.Begin(0);
     if (txn == nullptr) break;
     WriteSome(txn, key);
