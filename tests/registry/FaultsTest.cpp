@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <random>
 
 #include "registry/Registry.h"
@@ -108,6 +109,25 @@ TEST(Faults, FlippedBytesAnywhereAreAnErrorOrOtherData) {
     refused += result == 1;
   }
   EXPECT_GT(refused, 15);
+}
+
+// Each search that such a page leads astray finds a value again that was listed before.
+TEST(Faults, KeysOutOfOrderAreRefused) {
+  MakeStore();
+  const std::string sound = ReadFileBytes(UserStore());
+  int refused = 0;
+  for (std::size_t page = 2 * 4096; page < sound.size(); page += 4096) {
+    // A leaf: flags at 10, the end of the list of its entries at 12, the list from 16 on.
+    const bool hasTwo = sound[page + 13] != 0 || static_cast<unsigned char>(sound[page + 12]) >= 20;
+    if (sound[page + 10] != 2 || !hasTwo) continue;
+    std::string bytes = sound;
+    std::swap_ranges(&bytes[page + 16], &bytes[page + 18], &bytes[page + 18]);
+    ASSERT_TRUE(WriteFileBytes(UserStore(), bytes));
+    const int result = InChild(UseStore);
+    ASSERT_LT(result, 2) << "page " << page / 4096;
+    refused += result;
+  }
+  EXPECT_GT(refused, 0);
 }
 
 TEST(Faults, AFullDiskKeepsWhatWasStored) {

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "kernel/Errno.h"
@@ -75,10 +76,7 @@ class Walk {
   Walk(const unsigned char* file, std::uint64_t pages, std::uint64_t lastPage)
       : mFile(file), mPages(std::min(pages, lastPage + 1)), mLastPage(lastPage), mSeen(mPages) {}
 
-  bool Run(const Head& head) {
-    return (head.main.root == noPage || Follow(head.main.root, head.main.depth, false)) &&
-           (head.free.root == noPage || Follow(head.free.root, head.free.depth, true)) && ClaimFree();
-  }
+  bool Run(const Head& head) { return RunTree(head.main, false) && RunTree(head.free, true) && ClaimFree(); }
 
   [[nodiscard]] std::string Fault() const { return "page " + std::to_string(mPage) + ": " + mFault; }
 
@@ -87,6 +85,12 @@ class Walk {
     mPage = page;
     mFault = text;
     return false;
+  }
+
+  bool RunTree(const Tree& tree, bool isFreeTree) {
+    mLastKey = {};
+    mMayRepeat = true;
+    return tree.root == noPage || Follow(tree.root, tree.depth, isFreeTree);
   }
 
   bool Claim(std::uint64_t first, std::uint64_t count) {
@@ -114,12 +118,38 @@ class Walk {
     if (!AreNodesApart(page, number, count, upper, depth > 1)) return false;
     for (std::size_t i = 0; i < count; ++i) {
       const unsigned char* node = page + Load<std::uint16_t>(page + pageHeader + 2 * i);
+      // The first key of a branch is not looked at by anybody.
+      if ((depth == 1 || i > 0) && !TakeKey(node, depth > 1, isFreeTree)) {
+        return Fail(number, "has keys out of order");
+      }
       if (depth > 1 ? !Follow(ChildOf(node), depth - 1, isFreeTree)
                     : !CheckLeafNode(number, node, isFreeTree)) {
         return false;
       }
     }
     return true;
+  }
+
+  // Whether the key of a node stands behind those before it. A search that is led astray by the order finds a
+  // record again that it has passed, and listing them would never end. A branch has the least key that its
+  // child may begin with.
+  bool TakeKey(const unsigned char* node, bool isBranch, bool isFreeTree) {
+    const std::string_view key(reinterpret_cast<const char*>(node + nodeHeader),
+                               Load<std::uint16_t>(node + 6));
+    if (isFreeTree && key.size() != sizeof(std::uint64_t)) return false;
+    const int order = mLastKey.empty() ? 1
+                      : isFreeTree     ? CompareNumbers(key, mLastKey)
+                                       : key.compare(mLastKey);
+    if (order < 0 || (order == 0 && !mMayRepeat)) return false;
+    mLastKey = key;
+    mMayRepeat = isBranch;
+    return true;
+  }
+
+  static int CompareNumbers(std::string_view left, std::string_view right) {
+    const auto a = Load<std::uint64_t>(reinterpret_cast<const unsigned char*>(left.data()));
+    const auto b = Load<std::uint64_t>(reinterpret_cast<const unsigned char*>(right.data()));
+    return a < b ? -1 : a > b ? 1 : 0;
   }
 
   static std::uint64_t ChildOf(const unsigned char* node) {
@@ -206,6 +236,8 @@ class Walk {
   std::uint64_t mLastPage;
   std::vector<bool> mSeen;
   std::vector<std::uint64_t> mFree;
+  std::string_view mLastKey;  // in the file, of the tree that is walked
+  bool mMayRepeat = true;     // the last key was a branch's
   std::uint64_t mPage = 0;
   const char* mFault = "is no sound head";
 };
