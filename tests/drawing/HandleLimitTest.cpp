@@ -35,7 +35,8 @@ TEST_F(HandleLimitTest, FontsAndBitmapsSayWhatTheyMiss) {
   EXPECT_THAT(TakeAssertions(), testing::ElementsAre("src/shared/Font(83):mFont != 0"));
   EXPECT_EQ(font.GetHandle(), nullptr);
   Bitmap bitmap;
-  const Resource picture = Resource::Picture(3, 3, [](int x, int y) { return x * 3u + y * 5u; });
+  const Resource picture =
+      Resource::Picture(3, 3, [](int x, int y) { return static_cast<std::uint32_t>(x * 3 + y * 5); });
   EXPECT_TRUE(Load(bitmap, picture, {2, 1, 3, 1}));
   EXPECT_THAT(
       TakeAssertions(),
@@ -54,7 +55,8 @@ TEST_F(HandleLimitTest, FontsAndBitmapsSayWhatTheyMiss) {
 // Whatever is missing, a later try with enough handles gives the whole picture.
 TEST_F(HandleLimitTest, EveryNumberOfFreeHandles) {
   const Canvas canvas(12, 12), whole(12, 12);
-  const Resource picture = Resource::Picture(5, 5, [](int x, int y) { return x * 0x2040u + y * 0x30u + 1; });
+  const Resource picture = Resource::Picture(
+      5, 5, [](int x, int y) { return static_cast<std::uint32_t>(x * 0x2040 + y * 0x30 + 1); });
   const auto drawAll = [&picture](const Canvas& on) {
     Bitmap bitmap;
     Load(bitmap, picture, {2, 1, 1, 1}, false);
