@@ -12,5 +12,6 @@ enum ExitCode : int {
   WRONG_ARGUMENTS = 24,
 };
 
-// Of the process that cannot start; what the C++ runtime does for a static object's constructor.
-constexpr int CANNOT_START = 128 + 6;
+// std::terminate, which is what the C++ runtime does when std::bad_alloc leaves a platform call or a static
+// object's constructor.
+constexpr int NO_MEMORY_BELOW = 128 + 6;

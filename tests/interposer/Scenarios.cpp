@@ -137,13 +137,14 @@ bool Fits(const std::string& call, DWORD code) {
     const char* call;
     std::initializer_list<DWORD> codes;
   } table[] = {
-      {"open", {ERROR_TOO_MANY_OPEN_FILES, ERROR_PATH_NOT_FOUND}},
+      {"open", {ERROR_TOO_MANY_OPEN_FILES}},
       {"mmap", {ERROR_NOT_ENOUGH_MEMORY}},
       {"write", {ERROR_DISK_FULL, ERROR_CANTWRITE}},
       {"ftruncate", {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL}},
       {"dlopen", {ERROR_MOD_NOT_FOUND}},
       {"pthread_create", {ERROR_NOT_ENOUGH_MEMORY}},
-      {"malloc", {ERROR_NOT_ENOUGH_MEMORY}},
+      // A library's own std::bad_alloc, and a library that the loader has no memory for.
+      {"malloc", {ERROR_NOT_ENOUGH_MEMORY, orm::ERROR_GENERAL, ERROR_BAD_EXE_FORMAT}},
   };
   for (const auto& row : table) {
     if (call == row.call) return std::find(row.codes.begin(), row.codes.end(), code) != row.codes.end();
@@ -193,33 +194,42 @@ Holdings Measure() {
   return holdings;
 }
 
-int RunCold(const Scenario& scenario, const std::string& call, unsigned at) {
+int RunCold(const Scenario& scenario, const std::string& call, unsigned at, unsigned& rCount) {
   InterposerArm(call.c_str(), at);
   const ExitCode result = Attempt(scenario, call);
-  const unsigned count = InterposerCount();
+  rCount = InterposerCount();
   InterposerArm("none", 0);
-  if (at == 0) std::printf("%u\n", count);
   if (result == WRONG_ERROR) return result;
   return Attempt(scenario, "") == DONE ? result : NOT_USABLE;
 }
 
-int RunWarm(const Scenario& scenario, const std::string& call, unsigned at) {
+int RunWarm(const Scenario& scenario, const std::string& call, unsigned at, unsigned& rCount) {
   Holdings steady;
-  for (int round = 0; round < 4; ++round) {
+  unsigned unchanged = 0;
+  std::string blocks;
+  blocks.reserve(200);
+  for (int round = 0; round < 16 && unchanged < 3; ++round) {
     if (Attempt(scenario, "") != DONE) return NOT_STEADY;
-    steady = Measure();
+    const Holdings now = Measure();
+    unchanged = now.IsAtMost(steady) ? unchanged + 1 : 0;
+    steady = now;
+    blocks += std::to_string(now.blocks) + " ";
   }
-  const int result = RunCold(scenario, call, at);
+  if (unchanged < 3) {
+    std::fprintf(stderr, "blocks %s\n", blocks.c_str());
+    return NOT_STEADY;
+  }
+  const int result = RunCold(scenario, call, at, rCount);
   if (result >= WRONG_ERROR) return result;
   const Holdings now = Measure();
   if (now.IsAtMost(steady)) return result;
   std::fprintf(stderr, "blocks %ld to %ld, descriptors %ld to %ld, mappings %ld to %ld\n", steady.blocks,
                now.blocks, steady.descriptors, now.descriptors, steady.mappings, now.mappings);
-  return at == 0 ? NOT_STEADY : LEAKED;
+  return LEAKED;
 }
 
-int RunStarted(const Scenario& scenario, unsigned at) {
-  if (at == 0) std::printf("%u\n", InterposerCount());
+int RunStarted(const Scenario& scenario, unsigned& rCount) {
+  rCount = InterposerCount();
   InterposerArm("none", 0);
   return Attempt(scenario, "") == DONE ? DONE : NOT_USABLE;
 }
@@ -233,9 +243,13 @@ int main(int count, char** arguments) {
   const auto at = static_cast<unsigned>(std::atoi(arguments[4]));
   for (const Scenario& scenario : SCENARIOS) {
     if (std::strcmp(scenario.name, arguments[1]) != 0) continue;
-    if (mode == "new" || mode == "start") return RunStarted(scenario, at);
-    if (mode == "cold") return RunCold(scenario, call, at);
-    if (mode == "warm") return RunWarm(scenario, call, at);
+    int result = WRONG_ARGUMENTS;
+    unsigned calls = 0;
+    if (mode == "new" || mode == "start") result = RunStarted(scenario, calls);
+    if (mode == "cold") result = RunCold(scenario, call, at, calls);
+    if (mode == "warm") result = RunWarm(scenario, call, at, calls);
+    if (at == 0) std::printf("%u\n", calls);
+    return result;
   }
   return WRONG_ARGUMENTS;
 }
