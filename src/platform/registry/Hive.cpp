@@ -175,9 +175,12 @@ DWORD Hive::PrepareFiles() {
   if (lock < 0) return ErrorFromStore(-lock);
   // All of it has its place on the disk now: running out of that later would be a signal, not an error.
   const int room = posix_fallocate(lock, 0, lockFileSize);
-  void* start = room == ENOSPC ? MAP_FAILED : mmap(nullptr, 4096, PROT_READ, MAP_SHARED, lock, 0);
+  // Mapped once: whoever asked for the word in it may look there for the life of the process.
+  const bool isMapped = mLockFile != nullptr;
+  void* start = room == ENOSPC || isMapped ? MAP_FAILED : mmap(nullptr, 4096, PROT_READ, MAP_SHARED, lock, 0);
   close(lock);
   if (room == ENOSPC) return ERROR_DISK_FULL;
+  if (isMapped) return ERROR_SUCCESS;
   if (start == MAP_FAILED) return ERROR_NOT_ENOUGH_MEMORY;
   mLockFile = static_cast<const volatile unsigned char*>(start);
   return ERROR_SUCCESS;
@@ -267,6 +270,7 @@ Hive::Snapshot::Snapshot(Hive* hive) {
     if ((error = hive->Open()) != ERROR_SUCCESS) return;
     mReader = hive->TakeReader();
     int result = MDB_BAD_TXN;
+    const MDB_env* const environment = hive->mEnvironment;
     if (hive->mIsOpen.load(std::memory_order_acquire)) {
       if (mReader->txn != nullptr) {
         result = mdb_txn_renew(mReader->txn);
@@ -289,6 +293,11 @@ Hive::Snapshot::Snapshot(Hive* hive) {
     if (result == MDB_MAP_RESIZED) {
       const std::lock_guard lock(hive->mWriter);
       if (hive->mIsOpen) hive->SetMapSize(0);
+    } else if (result == MDB_PANIC) {
+      // A head could not be written. What was committed before is still there; the next attempt opens it
+      // anew.
+      const std::lock_guard lock(hive->mWriter);
+      if (hive->mEnvironment == environment) hive->CloseLocked();
     } else if (result != MDB_READERS_FULL && result != MDB_BAD_TXN) {
       return;
     }

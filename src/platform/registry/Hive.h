@@ -149,7 +149,14 @@ DWORD Hive::Write(std::size_t bytes, Body&& body) {
   for (bool again = true;;) {
     MDB_txn* txn = nullptr;
     if (const DWORD error = BeginWrite(&txn, bytes); error != ERROR_SUCCESS) return error;
-    const DWORD result = FinishWrite(txn, body(txn), bytes, &again);
+    DWORD result = ERROR_NOT_ENOUGH_MEMORY;
+    try {
+      result = body(txn);
+    } catch (...) {
+      FinishWrite(txn, result, bytes, &again);
+      throw;
+    }
+    result = FinishWrite(txn, result, bytes, &again);
     if (!again) return result;
   }
 }

@@ -60,10 +60,10 @@ int Hive::BeginLocked(MDB_txn** txn, std::uint64_t bytes) {
 }
 
 DWORD Hive::LockForWriting() {
-  mWriter.lock();
+  std::unique_lock lock(mWriter);
   DWORD error = OpenLocked();
   if (error == ERROR_SUCCESS && !mIsWritable) error = ERROR_ACCESS_DENIED;
-  if (error != ERROR_SUCCESS) mWriter.unlock();
+  if (error == ERROR_SUCCESS) lock.release();
   return error;
 }
 
