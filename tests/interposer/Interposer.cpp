@@ -41,8 +41,19 @@ constinit std::atomic<unsigned> failAt{0};
 constinit std::atomic<unsigned> count{0};
 constinit std::atomic<long> blocks{0};
 
+constinit std::atomic<bool> isRead{false};
+
+// At the first call, since the constructors of the libraries that are tested come before this one's.
+void ReadEnvironment() {
+  if (environ == nullptr || isRead.exchange(true)) return;
+  const char* name = getenv("ORM_FAIL_CALL");
+  const char* at = getenv("ORM_FAIL_AT");
+  if (name != nullptr && at != nullptr) InterposerArm(name, static_cast<unsigned>(atoi(at)));
+}
+
 // Whether this call is the one that fails.
 bool Fails(Call call) {
+  if (!isRead.load(std::memory_order_relaxed)) ReadEnvironment();
   if (armed.load(std::memory_order_relaxed) != call) return false;
   return ++count == failAt;
 }
@@ -65,12 +76,6 @@ void* Counted(void* memory) {
 
 int OpenFlagsMode(int flags, va_list rest) {
   return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, int) : 0;
-}
-
-[[gnu::constructor]] void ArmByEnvironment() {
-  const char* name = getenv("ORM_FAIL_CALL");
-  const char* at = getenv("ORM_FAIL_AT");
-  if (name != nullptr && at != nullptr) InterposerArm(name, static_cast<unsigned>(atoi(at)));
 }
 
 }  // namespace

@@ -164,8 +164,15 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
   }
   Advise(file, flagsAndAttributes);
   const bool deletes = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-  const HANDLE handle = AllocateHandle(
-      MakeRef<File>(file, request.reads, request.writes || request.appends, deletes ? path : std::string()));
+  Ref<File> object;
+  try {
+    object =
+        MakeRef<File>(file, request.reads, request.writes || request.appends, deletes ? path : std::string());
+  } catch (...) {
+    close(file);
+    throw;
+  }
+  const HANDLE handle = AllocateHandle(object);
   if (handle == nullptr) return INVALID_HANDLE_VALUE;
   const bool tells = existed && (disposition == OPEN_ALWAYS || disposition == CREATE_ALWAYS);
   SetLastErrorCode(tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
