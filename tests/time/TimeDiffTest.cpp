@@ -3,6 +3,7 @@
 #include <ormutil/UtcTime.h>
 
 #include <array>
+#include <random>
 
 #include "support/ErrorLayers.h"
 #include "support/ModuleTrace.h"
@@ -86,4 +87,54 @@ TEST(TimeDiff, Overflow) {
   lowest.Negate();
   EXPECT_EQ(lowest.GetTicks(), bottom);
   EXPECT_LT(lowest, TimeDiff()) << "compared with a sign";
+}
+
+// Against arithmetic that cannot overflow: the results where they fit, failure exactly where they do not.
+TEST(TimeDiff, CountsLikeWiderNumbers) {
+  __extension__ using Wide = __int128;
+  std::mt19937_64 random(2026);
+  // Numbers of every size, more of them near the limits.
+  const auto ticks = [&random] {
+    const auto number = static_cast<LONGLONG>(random()) >> random() % 64;
+    return random() % 4 == 0 ? (number < 0 ? INT64_MIN - number : INT64_MAX - number) : number;
+  };
+  const auto fits = [](Wide number) { return number >= INT64_MIN && number <= INT64_MAX; };
+  for (int round = 0; round < 200'000; ++round) {
+    const LONGLONG left = ticks(), right = ticks();
+    const bool add = random() % 2 == 0;
+    const Wide expected = add ? Wide{left} + right : Wide{left} - right;
+    TimeDiff span = TimeDiff::FromTicks(left);
+    const TimeDiff other = TimeDiff::FromTicks(right);
+    ASSERT_EQ(span < other, left < right);
+    bool failed = false;
+    try {
+      add ? span += other : span -= other;
+    } catch (const Error&) {
+      failed = true;
+    }
+    ASSERT_EQ(failed, !fits(expected)) << left << ' ' << right;
+    ASSERT_EQ(span.GetTicks(), failed ? left : static_cast<LONGLONG>(expected));
+  }
+  for (int round = 0; round < 100'000; ++round) {
+    DWORD e[5];
+    for (DWORD& element : e) element = static_cast<DWORD>(random()) >> random() % 32;
+    if (random() % 2 == 0) e[0] %= 10'675'200;
+    const bool negative = random() % 2 == 0;
+    const Wide milliseconds = (((Wide{e[0]} * 24 + e[1]) * 60 + e[2]) * 60 + e[3]) * 1000 + e[4];
+    bool failed = false;
+    TimeDiff span;
+    try {
+      span = TimeDiff(e[0], e[1], e[2], e[3], e[4], negative);
+    } catch (const Error&) {
+      failed = true;
+    }
+    ASSERT_EQ(failed, milliseconds >= 922'337'203'685'477);
+    if (failed) continue;
+    ASSERT_EQ(Wide{span.GetTicks()}, milliseconds * (negative ? -10'000 : 10'000));
+    const auto back = Elements(span);
+    ASSERT_EQ((((Wide{back[0]} * 24 + back[1]) * 60 + back[2]) * 60 + back[3]) * 1000 + back[4],
+              milliseconds);
+    ASSERT_TRUE(back[1] < 24 && back[2] < 60 && back[3] < 60 && back[4] < 1000);
+    ASSERT_EQ(back[5], negative && milliseconds != 0 ? 1u : 0u);
+  }
 }
