@@ -11,7 +11,7 @@ namespace orm {
 namespace {
 
 constexpr uint64_t Repeat(uint8_t byte) {
-  return 0x0101010101010101 * byte;
+  return uint64_t{0x0101010101010101} * byte;
 }
 
 // Up to eight bytes as a little-endian number; what is missing is zero.
