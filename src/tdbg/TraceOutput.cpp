@@ -93,9 +93,6 @@ void WriteToFile(const char* line, DWORD length) {
   // A line that a full disk cuts short is not there at all.
   if (!WriteFile(facility.logFile, line, length, &written, nullptr) && written != 0) CutLog(end);
   if (wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED) ReleaseMutex(facility.fileMutex);
-  // The line is on the disk when the call returns. Waiting for that outside the mutex lets the lines of
-  // several processes go there together, as those of plain appends do.
-  FlushFileBuffers(facility.logFile);
 }
 
 void Output(const char* line, size_t length) {
@@ -123,8 +120,9 @@ bool TargetIsDebugger() {
 void OpenTarget() {
   if (TargetIsDebugger()) return;
   OpenToAll open;
-  const HANDLE file = CreateFileA(facility.target, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, open,
-                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+  const HANDLE file =
+      CreateFileA(facility.target, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, open, OPEN_ALWAYS,
+                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
   if (file == INVALID_HANDLE_VALUE) return;
   facility.logFile = file;
 
