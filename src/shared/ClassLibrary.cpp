@@ -146,8 +146,11 @@ void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp, bool isListed) {
     }
     pCacheEntry = &entry;
   }
-  // The file that is loaded now may be newer than the one that was listed.
-  if (isListed) return RegisterUnloaded(mPath.GetLastWriteTime(), false);
+  if (isListed) {
+    // The file that is loaded now may be newer than the one that was listed.
+    const ULONGLONG stamp = mPath.GetLastWriteTime();
+    if (stamp != fileStamp) return RegisterUnloaded(stamp, false);
+  }
   Load(pCacheEntry);
   // The record counts as not loaded again, and the module goes at the end of this scope.
   const ModuleHandle module = std::move(mModule);

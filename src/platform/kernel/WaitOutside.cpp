@@ -19,6 +19,9 @@ namespace orm::platform {
 namespace {
 
 constexpr DWORD kSliceMilliseconds = 2;
+// A release wakes one sleeper, who is then answerable for the others; when it is killed before it runs,
+// nobody wakes them. So nobody sleeps on a shared word for longer than this without looking at it again.
+constexpr DWORD kLongestSharedSleep = 100;
 constexpr size_t kMaximumNodes = MAXIMUM_WAIT_OBJECTS + 1;
 
 // ORM_WAIT_FALLBACK in the environment behaves like a kernel without the call, for tests.
@@ -30,10 +33,10 @@ bool HasFutexWaitv() noexcept {
 // The earlier of the deadline and one slice from now.
 class Slice {
  public:
-  explicit Slice(const Deadline& deadline) noexcept {
+  Slice(const Deadline& deadline, DWORD milliseconds) noexcept {
     const int64_t left = deadline.Remaining();
-    const bool whole = left >= 0 && left < kSliceMilliseconds;
-    mSlice = Deadline(whole ? static_cast<DWORD>(left) : kSliceMilliseconds);
+    const bool whole = left >= 0 && left < milliseconds;
+    mSlice = Deadline(whole ? static_cast<DWORD>(left) : milliseconds);
     mLast = whole;
   }
   const timespec* Time() const noexcept { return mSlice.Time(); }
@@ -87,7 +90,7 @@ bool WaitOperation::TakeOutside(WaitResult& result) noexcept {
   return mWaiter.word.load(std::memory_order_acquire) != Waiter::kWaiting;
 }
 
-// Sleeps once on the wake word and the shared words. False on time-out.
+// Sleeps once on the wake word and the shared words. False when the deadline has passed.
 bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
   std::array<futex_waitv, kMaximumNodes> words;
   unsigned count = 0;
@@ -104,15 +107,19 @@ bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
     AddWord(words, count, *wait.word, wait.expected, 0);
     only = wait;
   }
-  if (onlyShared && count == 2) {
-    return FutexWait(*only.word, only.expected, deadline.Time(), FutexScope::kMachine) != ETIMEDOUT;
+  const bool oneWord = onlyShared && count == 2;
+  const bool noSlices = oneWord || HasFutexWaitv();
+  const Slice slice(deadline, noSlices ? kLongestSharedSleep : kSliceMilliseconds);
+  bool timedOut;
+  if (oneWord) {
+    timedOut = FutexWait(*only.word, only.expected, slice.Time(), FutexScope::kMachine) == ETIMEDOUT;
+  } else if (noSlices) {
+    const long woken = syscall(SYS_futex_waitv, words.data(), count, 0, slice.Time(), CLOCK_MONOTONIC);
+    timedOut = woken < 0 && errno == ETIMEDOUT;
+  } else {
+    timedOut = FutexWait(mWaiter.word, Waiter::kWaiting, slice.Time()) == ETIMEDOUT;
   }
-  if (HasFutexWaitv()) {
-    const long woken = syscall(SYS_futex_waitv, words.data(), count, 0, deadline.Time(), CLOCK_MONOTONIC);
-    return woken >= 0 || errno != ETIMEDOUT;
-  }
-  const Slice slice(deadline);
-  return FutexWait(mWaiter.word, Waiter::kWaiting, slice.Time()) != ETIMEDOUT || !slice.IsLast();
+  return !timedOut || !slice.IsLast();
 }
 
 bool WaitOperation::SleepOnDescriptors(const Deadline& deadline) noexcept {
