@@ -3,12 +3,27 @@
 
 #include <dlfcn.h>
 
+#include <string>
+#include <string_view>
+
 namespace orm::platform::gdi {
 namespace {
 
+// Beside this library. The loader would look there for a plain name as well, unless a tool that stands
+// between (a sanitizer, a preloaded library) makes the call in our place.
+std::string PathOfTextLibrary() {
+  const std::string name = "libormtext.so.4";
+  Dl_info self;
+  if (dladdr(reinterpret_cast<void*>(&PathOfTextLibrary), &self) == 0 || self.dli_fname == nullptr)
+    return name;
+  const std::string_view file = self.dli_fname;
+  const std::size_t slash = file.rfind('/');
+  return slash == std::string_view::npos ? name : std::string(file.substr(0, slash + 1)) + name;
+}
+
 // Loaded once and kept: fonts may be used until the very end of the process. Null when it is missing.
 const TextLibrary* LoadTextLibrary() {
-  void* const library = dlopen("libormtext.so.4", RTLD_NOW | RTLD_LOCAL);
+  void* const library = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
   return library ? static_cast<const TextLibrary*>(dlsym(library, "OrmTextLibrary")) : nullptr;
 }
 
