@@ -3,6 +3,8 @@
 #include <png.h>
 #include <win32.h>
 
+#include <cstdint>
+
 #include "RunOrm.h"
 
 namespace orm::test {
@@ -38,7 +40,7 @@ unsigned Color(unsigned x, unsigned y) {
 
 std::string WriteBitmap(int width, int height) {
   std::string file = "BM";
-  const auto put = [&file](unsigned value, int size) {
+  const auto put = [&file](std::uint64_t value, int size) {
     for (int i = 0; i < size; ++i) file += static_cast<char>(value >> 8 * i);
   };
   put(0, 8);
@@ -48,7 +50,7 @@ std::string WriteBitmap(int width, int height) {
   put(static_cast<unsigned>(height), 4);
   put(1, 2);
   put(24, 2);
-  put(0, 24);
+  file.append(24, 0);
   for (int y = height; y-- > 0;) {
     for (int x = 0; x < width; ++x) put(Color(static_cast<unsigned>(x), static_cast<unsigned>(y)), 3);
     while ((file.size() - 54) % 4) put(0, 1);

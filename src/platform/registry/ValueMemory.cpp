@@ -45,8 +45,8 @@ ValueMemory::Value::Value(std::uint64_t theTxn, std::string_view theName, DWORD 
   type = theType;
   size = static_cast<std::uint8_t>(theData.size());
   nameSize = static_cast<std::uint8_t>(theName.size());
-  std::memcpy(name.data(), theName.data(), theName.size());
-  std::memcpy(data.data(), theData.data(), theData.size());
+  std::copy(theName.begin(), theName.end(), name.begin());
+  std::copy(theData.begin(), theData.end(), data.begin());  // may be none at all, at no address
 }
 
 const ValueMemory::Value* ValueMemory::Find(std::string_view name, std::uint64_t txn) const {
