@@ -365,7 +365,8 @@ void AddResamplerRows(bench::Table& table) {
                           .unit = "pixels",
                           .sizes = {100, 1'024, 10'000, 102'400, 1'000'000},
                           .prepare = PrepareShrinking,
-                          .operation = "pixel"});
+                          .operation = "pixel",
+                          .wholePasses = true});
 }
 
 }  // namespace

@@ -183,12 +183,13 @@ void AddMemoryRows(bench::Table& table) {
 // One operation is one property, except for the copy, which is one bag.
 void AddMemoryGrowths(bench::Table& table) {
   const auto add = [&table](const char* name, std::function<bench::Operation(size_t)> prepare,
-                            const char* operation) {
+                            const char* operation, bool wholePasses = false) {
     table.Add(bench::Growth{.name = name,
                             .unit = "properties",
                             .sizes = {10, 100, 1'000, 10'000, 100'000},
                             .prepare = std::move(prepare),
-                            .operation = operation});
+                            .operation = operation,
+                            .wholePasses = wholePasses});
   };
   add(
       "memory bag: get a number", [](size_t size) { return PrepareGet(size).ours; }, "get");
@@ -201,7 +202,7 @@ void AddMemoryGrowths(bench::Table& table) {
           for (size_t done = 0; done < n; done += size) Fill(names->setStrings);
         };
       },
-      "property");
+      "property", true);
   add(
       "memory bag: enumerate",
       [](size_t size) -> bench::Operation {
@@ -209,7 +210,7 @@ void AddMemoryGrowths(bench::Table& table) {
           for (size_t done = 0; done < n; done += size) bench::Keep(pair->bag.EnumProperties().data());
         };
       },
-      "property");
+      "property", true);
   add(
       "memory bag: copy",
       [](size_t size) -> bench::Operation {

@@ -49,6 +49,7 @@ struct Growth {
   std::vector<size_t> sizes;                      // ascending
   std::function<Operation(size_t size)> prepare;  // makes the operation for one size
   std::string operation = "operation";            // what one of n is, as the plot's axis says it
+  bool wholePasses = false;                       // n is rounded up to a multiple of the size
 };
 
 // Throws std::logic_error for a name that was added before.

@@ -86,8 +86,8 @@ Result Measure(const Row& row) {
   return {GetMedian(ours), GetMedian(peer)};
 }
 
-double Measure(const Operation& operation) {
-  const size_t n = Calibrate(operation);
+double Measure(const Operation& operation, size_t multiple) {
+  const size_t n = (Calibrate(operation) + multiple - 1) / multiple * multiple;
   std::vector<double> times;
   for (int i = 0; i < HEAVY_SAMPLES; ++i) times.push_back(Time(operation, n) / static_cast<double>(n));
   return GetMedian(times);

@@ -12,7 +12,7 @@ struct Result {
 
 Result Measure(const Row& row);
 
-// The median nanoseconds of one operation.
-double Measure(const Operation& operation);
+// The median nanoseconds of one operation, of which a multiple of `multiple` is done at a time.
+double Measure(const Operation& operation, size_t multiple);
 
 }  // namespace bench

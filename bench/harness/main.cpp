@@ -88,7 +88,7 @@ json RunGrowths(const std::vector<const bench::Growth*>& growths) {
     progress.Show(growth->name);
     progress.Clear();
     for (const size_t size : growth->sizes) {
-      const double ns = bench::Measure(growth->prepare(size));
+      const double ns = bench::Measure(growth->prepare(size), growth->wholePasses ? size : 1);
       std::printf("  %zu: %.1f", size, ns);
       std::fflush(stdout);
       points.push_back({{"size", size}, {"ns", ns}});
