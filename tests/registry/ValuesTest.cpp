@@ -126,6 +126,28 @@ TEST(Values, TenThousandInOneKeyComeInTheOrderOfTheirNames) {
   EXPECT_EQ(Faults(HKEY_CURRENT_USER), "");
 }
 
+TEST(Values, AnEnumerationMeetsWhatStaysThoughOthersChangeTheKey) {
+  Key key(HKEY_CURRENT_USER, "K"), other(HKEY_CURRENT_USER, "K");
+  for (const char* name : {"b", "d", "f", "h"}) ASSERT_EQ(SetNumber(key, name, 1), 0);
+  const auto next = [&key](DWORD index) {
+    char name[20];
+    DWORD length = sizeof name;
+    const LSTATUS code = RegEnumValueA(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    return code == 0 ? std::string(name, length) : std::to_string(code);
+  };
+  EXPECT_EQ(next(0), "b");
+  ASSERT_EQ(RegDeleteValueA(other, "b"), 0);
+  EXPECT_EQ(next(1), "d") << "the one before it is gone";
+  ASSERT_EQ(SetNumber(other, "a", 1), 0);
+  ASSERT_EQ(SetNumber(other, "c", 1), 0);
+  ASSERT_EQ(SetNumber(other, "e", 1), 0);
+  EXPECT_EQ(next(2), "e") << "what came behind it is met, what came before is not";
+  ASSERT_EQ(RegDeleteValueA(other, "f"), 0);
+  EXPECT_EQ(next(3), "h");
+  EXPECT_EQ(next(4), "259");
+  EXPECT_EQ(next(0), "a") << "from the beginning";
+}
+
 TEST(Values, EnumerationFollowsTheBufferRulesToo) {
   Key key(HKEY_CURRENT_USER, "K");
   ASSERT_EQ(SetBytes(key, "name", REG_BINARY, "12345"), 0);

@@ -284,10 +284,17 @@ DWORD ForEach(MDB_txn* txn, const RecordKey& prefix,
 DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index, Position* position, MDB_val* record) {
   CursorPtr cursor(nullptr, mdb_cursor_close);
   if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
-  const bool isOnTheWay = position->txn == mdb_txn_id(txn) && position->index <= index;
+  const bool isNext = position->txn != Position::nowhere && position->index + 1 == index;
+  const bool isOnTheWay = isNext || (position->txn == mdb_txn_id(txn) && position->index <= index);
   MDB_val key = isOnTheWay ? position->key.Val() : prefix.Val();
   int result = mdb_cursor_get(cursor.get(), &key, record, MDB_SET_RANGE);
-  for (DWORD i = isOnTheWay ? position->index : 0; result == 0 && prefix.Begins(key) && i < index; ++i) {
+  // The record of the position may be gone; then the one behind it is here already.
+  const bool isBehind =
+      isNext && result == 0 && !(key.mv_size == position->key.size && position->key.Begins(key));
+  for (DWORD i = isBehind     ? index
+                 : isOnTheWay ? position->index
+                              : 0;
+       result == 0 && prefix.Begins(key) && i < index; ++i) {
     result = mdb_cursor_get(cursor.get(), &key, record, MDB_NEXT);
   }
   if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(key))) return ERROR_NO_MORE_ITEMS;

@@ -86,7 +86,9 @@ ORM_PLATFORM_API LSTATUS RegQueryInfoKeyA(HKEY key, char* className, DWORD* clas
                                           DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* maxClassLength,
                                           DWORD* values, DWORD* maxValueNameLength, DWORD* maxValueSize,
                                           DWORD* securityDescriptorSize, FILETIME* lastWrite);
-// The value with the given index, in the order of the names without regard to case; 259 behind the last.
+// The value with the given index, in the order of the names without regard to case; 259 behind the last. When
+// others change the key meanwhile, the index after the one that was asked for last is the value after it: an
+// enumeration from 0 on meets every value that stays, once. RegEnumKeyExA does likewise.
 // *nameLength is the buffer's size at entry, the name's length without its terminator on success; a name
 // that does not fit is 234. Data as for RegQueryValueExA. Needs KEY_QUERY_VALUE.
 ORM_PLATFORM_API LSTATUS RegEnumValueA(HKEY key, DWORD index, char* valueName, DWORD* nameLength,
