@@ -208,9 +208,8 @@ bool ClassManagerImpl::GetShared(FacePtr<BaseFace>& rLock) {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "GetShared()");
   if (!mShared.IsAvailable()) return false;
   rLock = &mShared;
-  if (mShared.IsWhole()) return true;
+  if (mShared.CheckWhole()) return true;
   rLock.Release();
-  mShared.Close();
   return false;
 }
 

@@ -124,19 +124,24 @@ bool SharedCache::MapBlock(bool abandoned) {
   return true;
 }
 
-void SharedCache::Close() {
+void SharedCache::UnmapBlock() {
   mpHeader = nullptr;
   if (void* view = std::exchange(mpView, nullptr)) UnmapViewOfFile(view);
   if (HANDLE mapping = std::exchange(mhMapping, nullptr)) CloseHandle(mapping);
+}
+
+void SharedCache::Close() {
+  UnmapBlock();
   if (HANDLE mutex = std::exchange(mhMutex, nullptr)) CloseHandle(mutex);
 }
 
-bool SharedCache::IsWhole() const {
-  return OrmIsMappingWhole(mhMapping) != FALSE;
+bool SharedCache::CheckWhole() {
+  if (IsAvailable() && !OrmIsMappingWhole(mhMapping)) UnmapBlock();
+  return IsAvailable();
 }
 
 DWORD SharedCache::AddRef() {
-  if (WaitForSingleObject(mhMutex, INFINITE) == WAIT_ABANDONED && IsWhole()) GetBlock().RepairIfDamaged();
+  if (WaitForSingleObject(mhMutex, INFINITE) == WAIT_ABANDONED && CheckWhole()) GetBlock().RepairIfDamaged();
   return 1;
 }
 
@@ -165,7 +170,8 @@ std::vector<ClassRecord> SharedCache::Read(const CacheEntry& entry) {
 }
 
 void SharedCache::Store(const CacheEntry& entry, const std::vector<ClassRecord>& records) {
-  GetBlock().Store(entry.key, entry.stamp, WriteClassList(records), GetNowAsFileTime());
+  // A library has been loaded since the last look.
+  if (CheckWhole()) GetBlock().Store(entry.key, entry.stamp, WriteClassList(records), GetNowAsFileTime());
 }
 
 }  // namespace orm

@@ -30,9 +30,10 @@ class SharedCache final : public BaseFace {
   // Maps the block. On any failure the cache is unavailable for the life of the process; nothing is reported.
   void Open();
   void Close();
-  bool IsAvailable() const { return mhMutex != nullptr; }
-  // Whether the block may be touched: its file is anybody's to cut short. Asked under the mutex.
-  bool IsWhole() const;
+  bool IsAvailable() const { return mpHeader != nullptr; }
+  // Lets go of the block when its file, which is anybody's to cut short, is shorter than it; the cache is
+  // unavailable from then on. False then, and when it was before. Under the mutex, which its holders keep.
+  bool CheckWhole();
 
   DWORD AddRef() override;
   bool Release() override;
@@ -43,10 +44,12 @@ class SharedCache final : public BaseFace {
   // The class list of an entry that Lookup found. Throws the archive's errors when it is damaged; the next
   // Lookup does not find it then.
   std::vector<ClassRecord> Read(const CacheEntry& entry);
+  // Nothing happens when the cache has become unavailable since Lookup.
   void Store(const CacheEntry& entry, const std::vector<ClassRecord>& records);
 
  private:
   bool MapBlock(bool abandoned);
+  void UnmapBlock();
   CacheBlock GetBlock() const { return CacheBlock(mpHeader); }
 
   HANDLE mhMutex = nullptr;

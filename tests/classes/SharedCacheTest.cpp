@@ -181,6 +181,26 @@ TEST_F(SharedCache, ABlockThatIsCutShortIsLetGo) {
   EXPECT_EQ(CountLoads(), 3u) << "without the cache";
 }
 
+TEST_F(SharedCache, ABlockThatIsCutShortWhileALibraryIsListedIsLetGo) {
+  const std::string block =
+      std::string(std::getenv("ORM_MACHINE")) + "/drives/drive_c/Windows/Temp/zrclrg41.tmp";
+  mFolder.Add("cutting", 0);
+  setenv("ORM_FIXTURE_CUT", block.c_str(), 1);
+  setenv("ORM_FIXTURE_OTHER", GetPath("beta.dll").c_str(), 1);
+  // Another process has the mutex as soon as this one is done with it.
+  HostProcess other({"register", GetPath("alpha.dll"), "wait", "register", GetPath("beta.dll")});
+  EXPECT_EQ(other.ReadLine(), "registered");
+  EXPECT_EQ(other.ReadLine(), "waiting");
+  HostProcess cutting({"register", GetPath("cutting.dll"), "create", "CID_Cutting", "wait"});
+  EXPECT_EQ(cutting.ReadLine(), "registered");
+  EXPECT_EQ(cutting.ReadLine(), "1");
+  EXPECT_EQ(cutting.ReadLine(), "waiting");
+  other.Continue();
+  EXPECT_THAT(other.Finish(), ElementsAre("registered"));
+  cutting.Continue();
+  EXPECT_THAT(cutting.Finish(), ElementsAre());
+}
+
 TEST_F(SharedCache, ServesEveryUserOfTheMachine) {
   if (getuid() != 0) GTEST_SKIP() << "needs root";
   ASSERT_EQ(orm::platform::ShareMachine(), 0);
