@@ -47,8 +47,8 @@ bool ReadRequest(DWORD access, DWORD disposition, DWORD flags, const SECURITY_AT
 
 // A link that somebody else left in a folder where everybody may create is not followed.
 bool IsPlanted(const std::string& path) {
-  struct stat link {
-  }, folder{};
+  struct stat link {};
+  struct stat folder {};
   const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
   if (lstat(path.c_str(), &link) != 0 || stat(parent.c_str(), &folder) != 0) return true;
   const mode_t shared = S_ISVTX | S_IWOTH;
