@@ -17,6 +17,9 @@ void* operator new(size_t size) {
   if (!memory) throw std::bad_alloc();
   return memory;
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return memoryIsOut ? nullptr : std::malloc(size);
+}
 void operator delete(void* memory) noexcept {
   std::free(memory);
 }

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "kernel/Errno.h"
 #include "kernel/Machine.h"
@@ -339,7 +340,7 @@ void Hive::AfterForkInChild() {
     hive->mIsOpen = false;
     if (hive->mEnvironment != nullptr) hive->mStale = hive->mEnvironment;
     hive->mEnvironment = nullptr;
-    for (Reader& reader : hive->mReaders) reader.txn = nullptr;
+    for (Reader& reader : hive->mReaders) reader.stale = std::exchange(reader.txn, nullptr);
     hive->UnlockReaders();
     hive->mBatch = nullptr;
     hive->mBatchOwner = nullptr;

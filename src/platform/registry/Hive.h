@@ -79,6 +79,7 @@ class Hive {
   struct alignas(64) Reader {
     WordLock lock;
     MDB_txn* txn = nullptr;
+    MDB_txn* stale = nullptr;  // of the process that this one was forked from; never touched
   };
 
   // The last committed content, for the life of this object; error tells why there is none.
