@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <ormutil/Error.h>
+
+#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -64,12 +66,14 @@ void FollowEvictions(const GuardedBlock& memory, unsigned stored, Model& rModel)
   ASSERT_LT(youngestGone, oldestKept);
 }
 
+// With ORM_LONG_TESTS=1 a million steps.
 TEST(CacheBlockStress, BehavesLikeItsModel) {
   GuardedBlock memory;
   memory.GetBlock().Initialize();
   Model model;
   Random random(41);
-  for (ULONGLONG now = 1; now <= 150000 / COST; ++now) {
+  const ULONGLONG steps = std::getenv("ORM_LONG_TESTS") != nullptr ? 1'000'000 : 150'000 / COST;
+  for (ULONGLONG now = 1; now <= steps; ++now) {
     const unsigned number = random() % 400;
     const auto known = model.find(number);
     if (random() % 3 != 0) {
