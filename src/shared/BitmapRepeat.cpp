@@ -51,6 +51,20 @@ struct RepeatAxis {
     }
     if (tailLength > 0) copy(headEnd, at, tailLength);
   }
+
+  // The same with fewer and longer copies: what is in the target already, a whole number of bands, is
+  // `repeat`ed there, which doubles it.
+  template <class Copy, class Repeat>
+  void ForEachDoubled(Copy copy, Repeat repeat) const {
+    copy(0, 0, headEnd);
+    LONG at = headEnd;
+    while (at < end) {
+      const LONG length = std::min(at - bandStart, end - at);
+      repeat(bandStart, at, length);
+      at += length;
+    }
+    if (tailLength > 0) copy(headEnd, at, tailLength);
+  }
 };
 
 // An off-screen picture: a context with a bitmap of its own.
@@ -100,11 +114,14 @@ void Bitmap::DrawRepeat(HDC destination, const POINT& rDestination, const SIZE& 
     ORM_ASSERT(across->GetContext() != nullptr, "drawDCX.CreateCompatibleDC(destDC) != 0", FILE_NAME, 695);
     ORM_ASSERT(across->HasBitmap(), "drawBitmapX.CreateCompatibleBitmap(destDC, size.cx, src.cy) != 0",
                FILE_NAME, 696);
+    const auto copyFrom = [&across, sourceHeight](HDC context) {
+      return [&across, sourceHeight, context](LONG from, LONG to, LONG length) {
+        BitBlt(across->GetContext(), to, 0, length, sourceHeight, context, from, 0, SRCCOPY);
+      };
+    };
     if (across->HasBitmap())
       RepeatAxis(rRepeat.mStartX, rRepeat.mLengthX, rRepeat.mPeriodX, rRepeat.mPhaseX, bm.bmWidth, size.cx)
-          .ForEach([&](LONG from, LONG to, LONG length) {
-            BitBlt(across->GetContext(), to, 0, length, sourceHeight, source, from, 0, SRCCOPY);
-          });
+          .ForEachDoubled(copyFrom(source), copyFrom(across->GetContext()));
     source = across->GetContext();
     sourceWidth = size.cx;
   }
@@ -114,6 +131,7 @@ void Bitmap::DrawRepeat(HDC destination, const POINT& rDestination, const SIZE& 
     ORM_ASSERT(down->GetContext() != nullptr, "drawDCY.CreateCompatibleDC(destDC) != 0", FILE_NAME, 734);
     ORM_ASSERT(down->HasBitmap(), "drawBitmapY.CreateCompatibleBitmap(destDC, src.cx, size.cy) != 0",
                FILE_NAME, 735);
+    // From the narrow picture every time, which stays in the cache.
     if (down->HasBitmap())
       RepeatAxis(rRepeat.mStartY, rRepeat.mLengthY, rRepeat.mPeriodY, rRepeat.mPhaseY, bm.bmHeight, size.cy)
           .ForEach([&](LONG from, LONG to, LONG length) {

@@ -153,6 +153,85 @@ TEST_F(TransferTest, DepthsConvert) {
   for (int x = 0; x < 4; ++x) EXPECT_NEAR(indexed.Row(0)[x], 50 * x, 1);
 }
 
+// Wide rectangles take other ways than single pixels, by depth, operation and where in a byte they begin.
+TEST_F(TransferTest, RectanglesAreTheirPixels) {
+  constexpr int width = 101, height = 3;
+  std::mt19937 random(3);
+  for (const int from : {1, 4, 8, 16, 24, 32}) {
+    for (const int to : {1, 4, 8, 16, 24, 32}) {
+      Canvas source(width, height, from), whole(width, height, to), single(width, height, to);
+      for (const DWORD code : {SRCCOPY, NOTSRCCOPY, SRCAND, SRCPAINT, SRCINVERT, PATPAINT}) {
+        source.FillBytes(random);
+        whole.FillBytes(random);
+        std::memcpy(single.Row(0), whole.Row(0), static_cast<size_t>(whole.stride * height));
+        SetBkColor(source.context, GetPixel(source.context, 50, 1));
+        const int left = static_cast<int>(random() % 17), fromX = static_cast<int>(random() % 3) * 8 % 17;
+        const int count = width - 17 - static_cast<int>(random() % 40);
+        BitBlt(whole.context, left, 0, count, height, source.context, fromX, 0, code);
+        for (int y = 0; y < height; ++y)
+          for (int x = 0; x < count; ++x)
+            BitBlt(single.context, left + x, y, 1, 1, source.context, fromX + x, y, code);
+        ASSERT_EQ(std::memcmp(single.Row(0), whole.Row(0), static_cast<size_t>(whole.stride * height)), 0)
+            << from << " bits onto " << to << ", operation " << std::hex << code;
+      }
+    }
+  }
+}
+
+// Monochrome bitmaps are no sections: their bits are device bits, top row first.
+TEST_F(TransferTest, BitsCombineWithBits) {
+  std::mt19937 random(4);
+  const auto noise = [&random](int, int) { return random() % 2 != 0; };
+  for (const int width : {1, 7, 8, 31, 32, 33, 64, 101})
+    for (const DWORD code : {SRCCOPY, NOTSRCCOPY, SRCAND, SRCPAINT, PATPAINT})
+      for (const int left : {0, 3, 8}) {
+        const MonoCanvas source(width, 2, noise), target(width, 2, noise);
+        std::vector<std::uint32_t> expected;
+        for (int y = 0; y < 2; ++y)
+          for (int x = 0; x < width; ++x) {
+            const std::uint32_t old = GetPixel(target.context, x, y);
+            expected.push_back(
+                x < left ? old
+                         : Combine(code, 0xFFFFFF, GetPixel(source.context, x - left, y), old) & 0xFFFFFF);
+          }
+        BitBlt(target.context, left, 0, width, 2, source.context, 0, 0, code);
+        for (int y = 0; y < 2; ++y)
+          for (int x = 0; x < width; ++x)
+            ASSERT_EQ(GetPixel(target.context, x, y), expected[static_cast<size_t>(y * width + x)])
+                << width << " wide, operation " << std::hex << code << ", pixel " << std::dec << x;
+      }
+}
+
+// Off-screen pictures take over the memory of earlier ones, whose pixels must never show.
+TEST_F(TransferTest, NewBitmapsAreBlackWhateverWasThere) {
+  constexpr int side = 160;
+  const Canvas source(side, side);
+  source.Fill(0x123456);
+  const HDC screen = GetDC(nullptr);
+  const HDC context = CreateCompatibleDC(screen);
+  const RECT parts[] = {{0, 0, side, side}, {0, 0, side, 7},  {0, 5, side, 9}, {0, 9, side, 9},
+                        {3, 0, side, 9},    {0, 0, 20, side}, {0, 0, 1, 1}};
+  for (const RECT& part : parts)
+    for (const bool grows : {false, true}) {
+      const HBITMAP bitmap = CreateCompatibleBitmap(screen, side, side);
+      const HGDIOBJ previous = SelectObject(context, bitmap);
+      if (grows) BitBlt(context, 0, 0, side, 6, source.context, 0, 0, SRCCOPY);
+      BitBlt(context, part.left, part.top, part.right - part.left, part.bottom - part.top, source.context, 0,
+             0, SRCCOPY);
+      for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+          const bool covered =
+              (grows && y < 6) || (x >= part.left && x < part.right && y >= part.top && y < part.bottom);
+          ASSERT_EQ(GetPixel(context, x, y), covered ? RGB(0x12, 0x34, 0x56) : 0u) << x << ", " << y;
+        }
+      PatBlt(context, 0, 0, side, side, WHITENESS);  // for the next one
+      SelectObject(context, previous);
+      DeleteObject(bitmap);
+    }
+  DeleteDC(context);
+  ReleaseDC(nullptr, screen);
+}
+
 TEST_F(TransferTest, BrushesFill) {
   Canvas target(4, 3);
   const HBRUSH brush = CreateSolidBrush(RGB(10, 20, 30));

@@ -15,7 +15,7 @@ constexpr int sectionAlignment = 4;
 
 std::shared_ptr<Bitmap> MakeBitmap(const PixelFormat& format, int width, int height) {
   auto bitmap = std::make_shared<Bitmap>();
-  if (!bitmap->surface.Allocate(format, width, height, deviceAlignment, false)) return nullptr;
+  if (!bitmap->surface.AllocateForUse(format, width, height, deviceAlignment)) return nullptr;
   if (format.kind == PixelFormat::Kind::Indexed) bitmap->surface.colors = StandardColors(format.bits);
   return bitmap;
 }
@@ -85,8 +85,10 @@ HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixe
     return nullptr;
   }
   auto bitmap = MakePlainBitmap(width, height, static_cast<int>(bitsPerPixel));
-  if (bitmap && bits)
+  if (bitmap && bits) {
+    bitmap->surface.Complete();
     std::memcpy(bitmap->surface.bits, bits, static_cast<std::size_t>(bitmap->surface.stride * height));
+  }
   return Publish(std::move(bitmap));
 }
 

@@ -47,7 +47,9 @@ void CopyPart(Context& destination, const RECT& wanted, Context& source, POINT f
                               limit(available.right - moveX), limit(available.bottom - moveY)});
   if (IsEmpty(target)) return;
   const POINT start{static_cast<LONG>(target.left + moveX), static_cast<LONG>(target.top + moveY)};
-  const SurfaceLock lock(destination.Target(), source.Target());
+  const bool overwrites = !operation.UsesDestination() && &destination.Target() != &source.Target();
+  const SurfaceLock lock = overwrites ? SurfaceLock(destination.Target(), target, source.Target())
+                                      : SurfaceLock(destination.Target(), source.Target());
   Transfer(destination.Target(), target, source.Target(), start, operation, PatternOf(destination),
            MonoColorsOf(destination, &source));
 }

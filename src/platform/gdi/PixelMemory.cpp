@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -62,7 +61,6 @@ constinit Store gStore;
 PixelMemory::PixelMemory(std::size_t size) {
   const Block kept = size < leastKept ? Block{} : gStore.Take(size);
   if (kept.bytes != nullptr) {
-    std::memset(kept.bytes, 0, size);
     mpBytes = kept.bytes;
     mCapacity = kept.capacity;
   } else {
@@ -70,15 +68,19 @@ PixelMemory::PixelMemory(std::size_t size) {
     // on.
     mpBytes = static_cast<std::uint8_t*>(std::calloc(size, 1));
     mCapacity = size;
+    mIsZeroed = true;
   }
 }
 
 PixelMemory::PixelMemory(PixelMemory&& other) noexcept
-    : mpBytes(std::exchange(other.mpBytes, nullptr)), mCapacity(other.mCapacity) {}
+    : mpBytes(std::exchange(other.mpBytes, nullptr)),
+      mCapacity(other.mCapacity),
+      mIsZeroed(other.mIsZeroed) {}
 
 PixelMemory& PixelMemory::operator=(PixelMemory&& other) noexcept {
   std::swap(mpBytes, other.mpBytes);
   std::swap(mCapacity, other.mCapacity);
+  std::swap(mIsZeroed, other.mIsZeroed);
   return *this;
 }
 

@@ -1,4 +1,4 @@
-// Zeroed memory for pixels. Drawing off-screen makes and drops bitmaps of the same few sizes all the time,
+// Memory for pixels. Drawing off-screen makes and drops bitmaps of the same few sizes all the time,
 // and pages that are fresh from the system cost several times what drawing on them costs; so some large
 // blocks are kept for whoever comes next.
 #pragma once
@@ -19,10 +19,13 @@ class PixelMemory {
   ~PixelMemory();
 
   [[nodiscard]] std::uint8_t* Get() const { return mpBytes; }
+  // False for one of the blocks that were kept.
+  [[nodiscard]] bool IsZeroed() const { return mIsZeroed; }
 
  private:
   std::uint8_t* mpBytes = nullptr;
   std::size_t mCapacity = 0;
+  bool mIsZeroed = false;
 };
 
 }  // namespace orm::platform::gdi

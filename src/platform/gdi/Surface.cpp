@@ -1,6 +1,7 @@
 // Memory of surfaces, pixel formats, and access to runs of pixel values.
 #include "gdi/Surface.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -33,6 +34,24 @@ void ReadPacked(const std::uint8_t* row, int x, int count, std::uint32_t* values
   for (; x < end; ++x) one();
 }
 
+// Puts the low bits of eight values into each byte, the first value's highest, for as many bytes as are done
+// at once. Returns how many these were.
+int PackBits(std::uint8_t* bytes, int count, const std::uint32_t* values) {
+  constexpr int atOnce = 4;
+  std::uint8_t single[8 * atOnce];
+  int done = 0;
+  for (; done + atOnce <= count; done += atOnce, values += 8 * atOnce) {
+    for (int i = 0; i < 8 * atOnce; ++i) single[i] = static_cast<std::uint8_t>(values[i] & 1);
+    for (int i = 0; i < atOnce; ++i) {
+      std::uint64_t word;
+      std::memcpy(&word, single + 8 * i, sizeof word);
+      // Each factor's bit brings one byte's bit to its place in the top byte; no two sums meet.
+      bytes[done + i] = static_cast<std::uint8_t>(word * 0x8040201008040201u >> 56);
+    }
+  }
+  return done;
+}
+
 template <int bits>
 void WritePacked(std::uint8_t* row, int x, int count, const std::uint32_t* values) {
   constexpr int perByte = 8 / bits;
@@ -44,6 +63,11 @@ void WritePacked(std::uint8_t* row, int x, int count, const std::uint32_t* value
     byte = static_cast<std::uint8_t>((byte & ~(mask << shift)) | (*values++ & mask) << shift);
   };
   for (; x < end && x % perByte != 0; ++x) one();
+  if constexpr (bits == 1) {
+    const int packed = PackBits(row + x / perByte, (end - x) / perByte, values);
+    x += packed * perByte;
+    values += packed * perByte;
+  }
   for (; x + perByte <= end; x += perByte, values += perByte) {
     std::uint32_t byte = 0;
     for (int i = 0; i < perByte; ++i) byte |= (values[i] & mask) << (8 - bits - i * bits);
@@ -123,12 +147,20 @@ std::int64_t Surface::StrideFor(std::int64_t width, int bits, int alignment) {
 }
 
 bool Surface::Allocate(const PixelFormat& pixels, int newWidth, int newHeight, int alignment, bool upwards) {
+  if (!AllocateForUse(pixels, newWidth, newHeight, alignment)) return false;
+  Complete();
+  View(pixels, newWidth, newHeight, stride, upwards, bits);
+  return true;
+}
+
+bool Surface::AllocateForUse(const PixelFormat& pixels, int newWidth, int newHeight, int alignment) {
   if (newWidth <= 0 || newHeight <= 0) return false;
   const std::int64_t rowBytes = StrideFor(newWidth, pixels.bits, alignment);
   if (rowBytes > INT32_MAX / newHeight) return false;
   mMemory = PixelMemory(static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(newHeight));
   if (!mMemory.Get()) return false;
-  View(pixels, newWidth, newHeight, rowBytes, upwards, mMemory.Get());
+  View(pixels, newWidth, newHeight, rowBytes, false, mMemory.Get());
+  if (!mMemory.IsZeroed()) mFreshRow = 0;
   return true;
 }
 
@@ -140,8 +172,21 @@ void Surface::View(const PixelFormat& pixels, int newWidth, int newHeight, std::
   stride = rowBytes;
   bottomUp = upwards;
   bits = static_cast<std::uint8_t*>(memory);
+  mFreshRow = newHeight;
   mpTop = upwards ? bits + rowBytes * (newHeight - 1) : bits;
   mStep = upwards ? -rowBytes : rowBytes;
+}
+
+void Surface::Complete() {
+  for (; mFreshRow < height; ++mFreshRow) std::memset(Row(mFreshRow), 0, static_cast<std::size_t>(stride));
+}
+
+void Surface::Overwrite(const RECT& target) {
+  const bool coversRows = target.left == 0 && std::int64_t{target.right} * format.bits == stride * 8;
+  if (coversRows && target.top <= mFreshRow)
+    mFreshRow = std::max<int>(mFreshRow, target.bottom);
+  else
+    Complete();
 }
 
 void Surface::Read(int x, int y, int count, std::uint32_t* values) const {
@@ -161,12 +206,15 @@ void Surface::Read(int x, int y, int count, std::uint32_t* values) const {
     case 24: {
       row += 3 * static_cast<std::ptrdiff_t>(x);
       int i = 0;
-      // Four bytes at a time while a fifth pixel byte follows within the row.
-      for (; i < count - 1; ++i, row += 3) {
-        std::uint32_t value;
-        std::memcpy(&value, row, 4);
-        values[i] = value & 0xFFFFFF;
+      // Two pixels of eight bytes, while what follows them is still of the row.
+      for (; i < count - 2; i += 2, row += 6) {
+        std::uint64_t two;
+        std::memcpy(&two, row, sizeof two);
+        two = (two & 0xFFFFFF) | (two << 8 & 0xFFFFFF00000000);
+        std::memcpy(values + i, &two, sizeof two);
       }
+      for (; i < count - 1; ++i, row += 3)
+        values[i] = row[0] | std::uint32_t{row[1]} << 8 | std::uint32_t{row[2]} << 16;
       if (i < count) values[i] = row[0] | std::uint32_t{row[1]} << 8 | std::uint32_t{row[2]} << 16;
       return;
     }
@@ -236,7 +284,7 @@ std::uint32_t Surface::Nearest(Xrgb color) const {
          format.blue.Pack(color & 0xFF);
 }
 
-SurfaceLock::SurfaceLock(Surface& first, Surface& second) {
+SurfaceLock::SurfaceLock(Unprepared, Surface& first, Surface& second) {
   if (&first == &second) {
     mFirst = std::unique_lock(first.lock);
     return;

@@ -67,8 +67,18 @@ class Surface {
   // fit into memory.
   bool Allocate(const PixelFormat& pixels, int width, int height, int alignment, bool bottomUp);
 
+  // The same, top row first, but zeroing waits until pixels are used: an off-screen picture is mostly covered
+  // before it is looked at. Whoever touches the pixels without a SurfaceLock calls Complete before.
+  bool AllocateForUse(const PixelFormat& pixels, int width, int height, int alignment);
+
   // A view of a caller's pixels, which have to outlive it and are not written unless the caller draws on it.
   void View(const PixelFormat& pixels, int width, int height, std::int64_t stride, bool bottomUp, void* bits);
+
+  // Zeroes the rows that have not been.
+  void Complete();
+  // The same, except that rows which the caller is about to write as a whole are left out, when they continue
+  // what was written from the top on.
+  void Overwrite(const RECT& target);
 
   std::uint8_t* Row(int y) const { return mpTop + y * mStep; }
 
@@ -93,17 +103,30 @@ class Surface {
 
  private:
   PixelMemory mMemory;
+  int mFreshRow = 0;  // rows from this one on have not been zeroed
   std::uint8_t* mpTop = nullptr;
   std::int64_t mStep = 0;
 };
 
-// Locks one surface or two different ones.
+// Locks one surface or two different ones, whose pixels are complete then.
 class SurfaceLock {
  public:
-  explicit SurfaceLock(Surface& only) : mFirst(only.lock) {}
-  SurfaceLock(Surface& first, Surface& second);
+  explicit SurfaceLock(Surface& only) : mFirst(only.lock) { only.Complete(); }
+  SurfaceLock(Surface& first, Surface& second) : SurfaceLock(Unprepared{}, first, second) {
+    first.Complete();
+    second.Complete();
+  }
+  // For writing every pixel of a rectangle of the first surface without reading there.
+  SurfaceLock(Surface& overwritten, const RECT& target, Surface& source)
+      : SurfaceLock(Unprepared{}, overwritten, source) {
+    source.Complete();
+    overwritten.Overwrite(target);
+  }
 
  private:
+  struct Unprepared {};
+  SurfaceLock(Unprepared, Surface& first, Surface& second);
+
   std::unique_lock<std::mutex> mFirst;
   std::unique_lock<std::mutex> mSecond;
 };
