@@ -2,6 +2,7 @@
 #include "ClassDirectory.h"
 
 #include <ormutil/Error.h>
+#include <win32/memoryx.h>
 
 #include "Areas.h"
 #include "ClassManagerImpl.h"
@@ -16,6 +17,8 @@ constexpr const char* FILE_NAME = "src/shared/ClassDirectory";
 
 constexpr DWORD WATCHED =
     FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
+
+constexpr SIZE_T BYTES_OF_LIBRARY = 2048;  // three classes of two faces
 
 const String& GetKey(const FacePtr<LibraryIntl>& rpLibrary) {
   return rpLibrary->GetFileName();
@@ -77,6 +80,11 @@ FacePtr<LibraryIntl> DirectoryIntl::GetLibrary(const String& fileName, ULONGLONG
   }
   library->AddUse();
   return library;
+}
+
+void DirectoryIntl::PrepareLibraries(size_t count) {
+  OrmPopulateHeap(count * BYTES_OF_LIBRARY);
+  if (count > 1) mrManager.GetSharedCache().Populate();
 }
 
 bool DirectoryIntl::Unregister(DWORD cookie) {

@@ -19,6 +19,9 @@ class DirectoryIntl final : public FaceObject<BaseFace> {
   // one.
   // For `listedStamp` see LibraryIntl::Register.
   FacePtr<LibraryIntl> GetLibrary(const String& fileName, ULONGLONG listedStamp);
+  // Has the memory that `count` more libraries with a few classes will take made at once: registering them is
+  // a third of a process's start, and touching page after page for the first time was most of that.
+  void PrepareLibraries(size_t count);
   // Drops one use of the mask with this cookie; true when that was the last and the mask is gone.
   bool Unregister(DWORD cookie);
   // True when a library was freed.

@@ -7,11 +7,16 @@
 #include "ClassDirectory.h"
 #include "PathListing.h"
 
+#include <algorithm>
+
 namespace orm {
 
 namespace {
 
 constexpr const char* FILE_NAME = "src/shared/ClassMask";
+
+// For which memory is prepared.
+constexpr size_t LIBRARIES_AT_ONCE = 48;
 
 void DropUses(std::vector<FacePtr<LibraryIntl>> libraries) {
   for (const auto& library : libraries) library->DropUse();
@@ -41,9 +46,12 @@ void MaskIntl::FindLibraries(Libraries& rLibraries) {
   }
   std::vector<ListedFile> files;
   ListFiles(mrDirectory.GetPath(), mMask.GetText(), 0, FILE_ATTRIBUTE_DIRECTORY, files);
-  for (const auto& [name, time] : files) {
+  rLibraries.reserve(files.size());
+  for (size_t i = 0; i < files.size(); ++i) {
+    if (i % LIBRARIES_AT_ONCE == 0)
+      mrDirectory.PrepareLibraries(std::min(files.size() - i, LIBRARIES_AT_ONCE));
     try {
-      rLibraries.push_back(mrDirectory.GetLibrary(name, time));
+      rLibraries.push_back(mrDirectory.GetLibrary(files[i].name, files[i].lastWriteTime));
     } catch (const Error&) {
       // No component library, or none that can be listed now.
     }

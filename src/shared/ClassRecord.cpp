@@ -25,14 +25,16 @@ std::vector<FaceRecord> NormalizeFaces(const std::vector<FaceDescription>& descr
 }
 
 // Reads what WriteClassList wrote. A count is believed only after that many bytes were seen to be left, and
-// vectors grow with what was read, so that no count sizes memory by itself.
+// vectors of more than a few elements grow with what was read, so that no count sizes memory by itself.
 class ClassListReader : private ReadArchive {
  public:
   explicit ClassListReader(const Binary& stream) : ReadArchive(stream) {}
 
   std::vector<ClassRecord> Read() {
     std::vector<ClassRecord> records;
-    for (DWORD left = ReadCount(); left > 0; --left) {
+    DWORD left = ReadCount();
+    records.reserve(std::min(left, FEW));
+    for (; left > 0; --left) {
       HashedId id = ReadId();
       Binary data;
       ReadBinary(data);
@@ -43,6 +45,7 @@ class ClassListReader : private ReadArchive {
   }
 
  private:
+  static constexpr DWORD FEW = 16;
   static constexpr DWORD MAX_TEXT = 0x10000;  // more than the cache's block holds
 
   std::vector<FaceRecord> ReadFaces() {

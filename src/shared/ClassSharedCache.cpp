@@ -3,6 +3,7 @@
 
 #include <ormutil/Error.h>
 #include <win32/mappingx.h>
+#include <win32/memoryx.h>
 
 namespace orm {
 
@@ -138,6 +139,12 @@ void SharedCache::Close() {
 bool SharedCache::CheckWhole() {
   if (IsAvailable() && !OrmIsMappingWhole(mhMapping)) UnmapBlock();
   return IsAvailable();
+}
+
+void SharedCache::Populate() {
+  if (mIsPopulated || !IsAvailable()) return;
+  mIsPopulated = true;
+  OrmPopulatePages(mpView, CacheBlock::SIZE);
 }
 
 DWORD SharedCache::AddRef() {

@@ -35,6 +35,9 @@ class SharedCache final : public BaseFace {
   // unavailable from then on. False then, and when it was before. Under the mutex, which its holders keep.
   bool CheckWhole();
 
+  // Has the block's pages made at once, for many look-ups.
+  void Populate();
+
   DWORD AddRef() override;
   bool Release() override;
   BaseFace* QueryFace(const char*) override { return nullptr; }
@@ -56,6 +59,7 @@ class SharedCache final : public BaseFace {
   HANDLE mhMapping = nullptr;
   void* mpView = nullptr;
   BYTE* mpHeader = nullptr;
+  bool mIsPopulated = false;
 };
 
 }  // namespace orm

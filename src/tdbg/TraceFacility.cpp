@@ -56,11 +56,11 @@ void TakeModuleName(const char* path) {
 
 // The module is the loaded image that holds the facility object.
 void FindModule() {
-  MEMORY_BASIC_INFORMATION information{};
   std::strcpy(facility.moduleName, "<?\?\?>");
-  if (VirtualQuery(&facility, &information, sizeof information) == 0 || information.AllocationBase == nullptr)
-    return;
-  const auto module = static_cast<HMODULE>(information.AllocationBase);
+  HMODULE module = nullptr;
+  constexpr DWORD byAddress =
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  if (!GetModuleHandleExA(byAddress, reinterpret_cast<const char*>(&facility), &module)) return;
   const DWORD length = GetModuleFileNameA(module, facility.modulePath, sizeof facility.modulePath);
   if (length == 0 || length >= sizeof facility.modulePath) {
     facility.modulePath[0] = 0;

@@ -19,29 +19,46 @@
 namespace orm::platform {
 namespace {
 
+// As small as it goes: a folder may hold many.
 struct Entry {
   std::u32string folded;
   std::string name;  // UTF-8
-  struct stat status {};
+  WIN32_FILE_ATTRIBUTE_DATA attributes;
 };
 
 class FileSearch final : public KernelObject {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kFileSearch;
 
-  explicit FileSearch(std::vector<WIN32_FIND_DATAA> entries) noexcept
+  explicit FileSearch(std::vector<Entry> entries) noexcept
       : KernelObject(kKind), mEntries(std::move(entries)) {}
 
   bool Next(WIN32_FIND_DATAA* data) {
     const std::lock_guard lock(mLock);
     if (mNext == mEntries.size()) return false;
-    *data = mEntries[mNext++];
+    Describe(mEntries[mNext++], data);
     return true;
   }
 
  private:
+  static void Describe(const Entry& entry, WIN32_FIND_DATAA* data) {
+    const WIN32_FILE_ATTRIBUTE_DATA& attributes = entry.attributes;
+    *data = {attributes.dwFileAttributes,
+             attributes.ftCreationTime,
+             attributes.ftLastAccessTime,
+             attributes.ftLastWriteTime,
+             attributes.nFileSizeHigh,
+             attributes.nFileSizeLow,
+             0,
+             0,
+             {},
+             {}};
+    const std::string name = AnsiFromUtf8(entry.name);
+    memcpy(data->cFileName, name.c_str(), name.size() + 1);
+  }
+
   std::mutex mLock;
-  std::vector<WIN32_FIND_DATAA> mEntries;
+  std::vector<Entry> mEntries;
   std::size_t mNext = 0;
 };
 
@@ -58,30 +75,20 @@ bool ComesBefore(const Entry& left, const Entry& right) {
 std::vector<Entry> List(DIR* folder, const NamePattern& pattern) {
   std::vector<Entry> entries;
   while (const dirent* item = readdir(folder)) {
-    Entry entry{FoldName(item->d_name), item->d_name, {}};
-    if (!pattern.Matches(entry.folded)) continue;
-    if (fstatat(dirfd(folder), item->d_name, &entry.status, 0) != 0 &&
-        fstatat(dirfd(folder), item->d_name, &entry.status, AT_SYMLINK_NOFOLLOW) != 0) {
+    const std::string_view name = item->d_name;
+    std::u32string folded = FoldName(name);
+    if (!pattern.Matches(folded)) continue;
+    if (name.size() >= MAX_PATH && AnsiFromUtf8(name).size() >= MAX_PATH) continue;
+    struct stat status;
+    if (fstatat(dirfd(folder), item->d_name, &status, 0) != 0 &&
+        fstatat(dirfd(folder), item->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
       continue;
     }
-    entries.push_back(std::move(entry));
+    Entry& entry = entries.emplace_back(Entry{std::move(folded), std::string(name), {}});
+    FillAttributes(status, &entry.attributes);
   }
   std::sort(entries.begin(), entries.end(), ComesBefore);
   return entries;
-}
-
-std::vector<WIN32_FIND_DATAA> Describe(const std::vector<Entry>& entries) {
-  std::vector<WIN32_FIND_DATAA> described;
-  described.reserve(entries.size());
-  for (const Entry& entry : entries) {
-    const std::string name = AnsiFromUtf8(entry.name);
-    if (name.size() >= MAX_PATH) continue;
-    WIN32_FIND_DATAA data{};
-    FillAttributes(entry.status, &data);
-    memcpy(data.cFileName, name.c_str(), name.size() + 1);
-    described.push_back(data);
-  }
-  return described;
 }
 
 // Splits at the last separator; a trail byte is none. The folder keeps its separator, for "C:\".
@@ -97,7 +104,7 @@ void SplitPattern(std::string_view text, std::string_view* folder, std::string_v
   *name = text.substr(split);
 }
 
-DWORD Search(const char* text, std::vector<WIN32_FIND_DATAA>* found) {
+DWORD Search(const char* text, std::vector<Entry>* found) {
   std::string_view folder, name;
   SplitPattern(text == nullptr ? "" : text, &folder, &name);
   DWORD error = ERROR_SUCCESS;
@@ -107,7 +114,7 @@ DWORD Search(const char* text, std::vector<WIN32_FIND_DATAA>* found) {
   std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
   if (listing == nullptr && errno == ENOENT) listing.reset(opendir(ResolveCase(path).c_str()));
   if (listing == nullptr) return errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno);
-  *found = Describe(List(listing.get(), NamePattern(Utf8FromAnsi(name))));
+  *found = List(listing.get(), NamePattern(Utf8FromAnsi(name)));
   return found->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
 }
 
@@ -117,7 +124,7 @@ DWORD Search(const char* text, std::vector<WIN32_FIND_DATAA>* found) {
 using namespace orm::platform;
 
 HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) {
-  std::vector<WIN32_FIND_DATAA> found;
+  std::vector<Entry> found;
   const DWORD error = data == nullptr ? ERROR_INVALID_PARAMETER : Search(pattern, &found);
   if (error != ERROR_SUCCESS) {
     SetLastErrorCode(error);

@@ -299,6 +299,19 @@ HMODULE GetModuleHandleA(const char* name) noexcept {
   return module;
 }
 
+BOOL GetModuleHandleExA(DWORD flags, const char* address, HMODULE* module) noexcept {
+  constexpr DWORD supported =
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  if (module == nullptr || flags != supported) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return FALSE;
+  }
+  *module = BaseOf(address);
+  if (*module != nullptr) return TRUE;
+  tlsLastError = ERROR_MOD_NOT_FOUND;
+  return FALSE;
+}
+
 DWORD GetModuleFileNameA(HMODULE module, char* buffer, DWORD size) noexcept {
   const std::string path = ImagePath(module);
   if (path.empty()) {

@@ -13,6 +13,8 @@ NamePattern::NamePattern(std::string_view pattern) : mPattern(FoldName(pattern =
     mWithoutStop = true;
     mPattern.pop_back();
   }
+  mIsExtension = mPattern.starts_with(U"*.") && mPattern.size() > 2 &&
+                 mPattern.find_first_of(U"*?.", 2) == std::u32string::npos;
 }
 
 // Goes over what can stand for nothing: `next` is the character that follows in the name.
@@ -29,6 +31,7 @@ void NamePattern::Spread(std::vector<char>* reached, char32_t next, bool atEnd) 
 
 bool NamePattern::Matches(const std::u32string& name) const {
   if (mWithoutStop && name.find(U'.') != std::u32string::npos) return false;
+  if (mIsExtension) return name.ends_with(std::u32string_view(mPattern).substr(1));
   std::vector<char> reached(mPattern.size() + 1), after(mPattern.size() + 1);
   reached[0] = 1;
   // A star before a full stop of the pattern does not go past the name's last one.

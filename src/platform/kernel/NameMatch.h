@@ -25,6 +25,7 @@ class ORM_PLATFORM_API NamePattern {
 
   std::u32string mPattern;
   bool mWithoutStop = false;
+  bool mIsExtension = false;  // a star, a full stop and plain letters: by far the most frequent pattern
 };
 
 }  // namespace orm::platform

@@ -60,37 +60,45 @@ class NamedMutexTable {
   std::map<std::string, NamedMutex*> mMutexes;
 };
 
+// Leaves the file mapped.
 class NamedMutex::Initialiser final : public NamedInitialiser {
  public:
+  explicit Initialiser(NamedMutex& made) : mMade(made) {}
+
   DWORD Initialise(int descriptor) override {
     if (ftruncate(descriptor, kFileBytes) != 0) return ErrorFromErrno(errno);
-    void* const view = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (view == MAP_FAILED) return ErrorFromErrno(errno);
-    auto* const state = reinterpret_cast<SharedState*>(static_cast<std::byte*>(view) + kStateOffset);
+    if (const int error = mMade.MapFile(descriptor); error != 0) return ErrorFromErrno(error);
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
     pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-    const int code = pthread_mutex_init(&state->mutex, &attributes);
+    const int code = pthread_mutex_init(&mMade.mShared->mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
-    munmap(view, kFileBytes);
     return code == 0 ? ERROR_SUCCESS : ErrorFromErrno(code);
   }
+
+ private:
+  NamedMutex& mMade;
 };
 
+// 0 or an errno value.
+int NamedMutex::MapFile(int descriptor) noexcept {
+  void* const view = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+  if (view == MAP_FAILED) return errno;
+  mShared = reinterpret_cast<SharedState*>(static_cast<std::byte*>(view) + kStateOffset);
+  return 0;
+}
+
 bool NamedMutex::Map() noexcept {
+  if (mShared != nullptr) return true;
   struct stat status;
   if (fstat(mFile.Descriptor(), &status) != 0 || status.st_size < static_cast<off_t>(kFileBytes)) {
     tlsLastError = ERROR_INVALID_DATA;
     return false;
   }
-  void* const view = mmap(nullptr, kFileBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFile.Descriptor(), 0);
-  if (view == MAP_FAILED) {
-    tlsLastError = ErrorFromErrno(errno);
-    return false;
-  }
-  mShared = reinterpret_cast<SharedState*>(static_cast<std::byte*>(view) + kStateOffset);
-  return true;
+  const int error = MapFile(mFile.Descriptor());
+  if (error != 0) tlsLastError = ErrorFromErrno(error);
+  return error == 0;
 }
 
 void NamedMutex::OnHandleOpened() noexcept {
@@ -110,7 +118,7 @@ Ref<NamedMutex> NamedMutex::Create(const char* name, const SECURITY_ATTRIBUTES* 
   existed = true;
   return NamedMutexTable::Get().FindOrMake(plain, [&]() -> Ref<NamedMutex> {
     auto made = Ref<NamedMutex>::Adopt(new NamedMutex(plain));
-    Initialiser initialiser;
+    Initialiser initialiser(*made);
     const NamedFile::Result result = made->mFile.Create(plain, NamedKind::kMutex, security, initialiser);
     existed = result.existed;
     if (result.error == ERROR_SUCCESS && made->Map()) return made;

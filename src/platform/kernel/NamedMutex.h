@@ -46,6 +46,7 @@ class NamedMutex final : public OwnableMutex {
   explicit NamedMutex(std::string name) : OwnableMutex(kKind), mName(std::move(name)) {}
   ~NamedMutex() override;
   bool Map() noexcept;
+  int MapFile(int descriptor) noexcept;
   std::atomic<uint32_t>& LockWord() noexcept;
 
   const std::string mName;

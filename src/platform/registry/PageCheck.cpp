@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -242,6 +243,35 @@ class Walk {
   const char* mFault = "is no sound head";
 };
 
+// The file from its beginning, for a walk: read when it is small, which costs less than mapping it, unmapping
+// it and touching each page. Empty, with errno, when it cannot be had.
+class Content {
+ public:
+  Content(int file, std::size_t size) : mSize(size) {
+    if (size <= smallSize) {
+      mRead = std::make_unique_for_overwrite<unsigned char[]>(size);
+      const ssize_t read = pread(file, mRead.get(), size, 0);
+      if (read == static_cast<ssize_t>(size)) mStart = mRead.get();
+    } else if (void* view = mmap(nullptr, size, PROT_READ, MAP_SHARED, file, 0); view != MAP_FAILED) {
+      mStart = static_cast<const unsigned char*>(view);
+    }
+  }
+  ~Content() {
+    if (mStart != nullptr && mSize > smallSize) munmap(const_cast<unsigned char*>(mStart), mSize);
+  }
+  Content(const Content&) = delete;
+  Content& operator=(const Content&) = delete;
+
+  [[nodiscard]] const unsigned char* Start() const { return mStart; }
+
+ private:
+  static constexpr std::size_t smallSize = 64 * 1024;
+
+  const std::size_t mSize;
+  std::unique_ptr<unsigned char[]> mRead;
+  const unsigned char* mStart = nullptr;
+};
+
 // A process that lacks descriptors or memory has not found a damaged store.
 DWORD ErrorOfLooking() {
   const int error = errno;
@@ -276,19 +306,17 @@ DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* faul
   const Head head = Load<Head>(page.data() + pageHeader);
   const bool isCurrent = isRead && page == again && head.txnId == txnId;
   struct stat status {};
-  void* start = isCurrent && fstat(file, &status) == 0
-                    ? mmap(nullptr, static_cast<std::size_t>(status.st_size), PROT_READ, MAP_SHARED, file, 0)
-                    : MAP_FAILED;
-  const DWORD error = start == MAP_FAILED ? ErrorOfLooking() : ERROR_SUCCESS;
+  const bool isSized = isCurrent && fstat(file, &status) == 0 && status.st_size > 0;
+  const Content content(file, isSized ? static_cast<std::size_t>(status.st_size) : 0);
+  const DWORD error = !isSized || content.Start() == nullptr ? ErrorOfLooking() : ERROR_SUCCESS;
   close(file);
   if (isRead && !isCurrent) return ERROR_BUSY;
   if (error != ERROR_SUCCESS) return error;
   const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
   const bool isSound = IsHeadSound(page.data(), pages);
-  Walk walk(static_cast<const unsigned char*>(start), pages, isSound ? head.lastPage : 0);
+  Walk walk(content.Start(), pages, isSound ? head.lastPage : 0);
   const bool result = isSound && walk.Run(head);
   if (!result && fault != nullptr) *fault = walk.Fault();
-  munmap(start, static_cast<std::size_t>(status.st_size));
   return result ? ERROR_SUCCESS : ERROR_BADDB;
 }
 

@@ -3,6 +3,8 @@
 //   load     Start: library group, ordinary group     then DllMain(DLL_PROCESS_ATTACH)
 //   threads  DllMain(DLL_THREAD_ATTACH), DllMain(DLL_THREAD_DETACH)
 //   unload   DllMain(DLL_PROCESS_DETACH)              then Stop: the exit actions
+#include <win32/memoryx.h>
+
 #include "../Areas.h"
 #include "../ModuleFrame.h"
 #include "../ThreadModule.h"
@@ -58,7 +60,11 @@ void BuildOrdinaryGroup() {
   TraceAreaRegister(areaDllMain);
 }
 
+// What registry, named objects and trace facility allocate before the module is ready.
+constexpr SIZE_T HEAP_OF_START = 0x14000;
+
 void Start() {
+  OrmPopulateHeap(HEAP_OF_START);
   TraceFacilityOwnTearDown();
   BuildLibraryGroup();
   BuildOrdinaryGroup();

@@ -42,6 +42,11 @@ ORM_PLATFORM_API BOOL FreeLibrary(HMODULE module) noexcept;
 ORM_PLATFORM_API FARPROC GetProcAddress(HMODULE module, const char* name) noexcept;
 // The handle of a loaded module by path or file name, or of the program (null name); not counted.
 ORM_PLATFORM_API HMODULE GetModuleHandleA(const char* name) noexcept;
+// The module that an address lies in, not counted: only with both flags, anything else is
+// ERROR_INVALID_PARAMETER; ERROR_MOD_NOT_FOUND for an address of no module.
+inline constexpr DWORD GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT = 2;
+inline constexpr DWORD GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS = 4;
+ORM_PLATFORM_API BOOL GetModuleHandleExA(DWORD flags, const char* address, HMODULE* module) noexcept;
 // The full path of the module (null: the program) into `buffer` of `size` characters; returns the length
 // without the terminator. A short buffer is filled, terminated, and gives `size` with
 // ERROR_INSUFFICIENT_BUFFER.
