@@ -47,6 +47,10 @@ auto Find(const List& list, const String& key) -> typename List::value_type {
 DirectoryIntl::~DirectoryIntl() {
   UnloadLibraries(true);
   std::exchange(mMasks, {}).clear();
+  // A thread that is creating at the end of the process comes back to the library's record: it stays.
+  for (const auto& library : mLibraries) {
+    if (library->IsBusy()) library->AddRef();
+  }
   std::exchange(mLibraries, {}).clear();
   if (mhChange != INVALID_HANDLE_VALUE) FindCloseChangeNotification(mhChange);
 }

@@ -77,6 +77,7 @@ void LibraryIntl::Load(const CacheEntry* pCacheEntry) {
                "Failed to load library: '%s', code: %08x.", GetPath(), code);
     throw MakeSystemError(code, String(), true);
   }
+  if (!mpCreations) mpCreations = std::make_unique<SpreadCounter>();
   mLoadedStamp = mPath.GetLastWriteTime();
   const bool hasCreate = Resolve(module.Get(), "LibCreateInstance", mpCreate);
   const bool hasEnum = Resolve(module.Get(), "LibEnumClasses", mpEnum);
@@ -184,7 +185,7 @@ int LibraryIntl::Unload(bool force) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Unload(%i)",
                          static_cast<int>(force));
   if (!mModule) return 0;
-  if (mLockCount != 0) return -1;
+  if (IsBusy()) return -1;
   bool canUnload = false;
   try {
     // What it calls meanwhile must not free it under its own feet.

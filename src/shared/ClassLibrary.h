@@ -2,6 +2,9 @@
 #pragma once
 
 #include <ormutil/Path.h>
+#include <ormutil/SpreadCounter.h>
+
+#include <memory>
 
 #include "ClassRegistry.h"
 #include "ClassSharedCache.h"
@@ -33,7 +36,7 @@ class ModuleHandle {
 };
 
 // Every operation runs under the class manager's lock, except CreateInstance, during which a Creation keeps
-// the module.
+// the module, and the beginning and end of that.
 class LibraryIntl final : public FaceObject<BaseFace> {
  public:
   // The file `name` in `directory`. Nothing is looked at yet.
@@ -60,17 +63,25 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   bool DropUse();
   bool IsUsed() const { return mUseCount != 0; }
 
+  bool IsLoaded() const { return static_cast<bool>(mModule); }
+
   const String& GetFileName() const { return mFileName; }
   const String& GetPath() const { return mPath.GetText(); }
   // Time of the file version whose classes are registered; 0 while none are.
   ULONGLONG GetRegisteredStamp() const { return mRegisteredStamp; }
 
-  // An object creation, or another call into the library, in progress: the module stays. Made and destroyed
-  // under the lock.
+  // Counts a creation, which keeps the module and, while the manager lives, this object; under the lock,
+  // which may be shared, and while the module is mapped.
+  void BeginCreation() { mpCreations->Begin(); }
+  void EndCreation() { mpCreations->End(); }
+  // Whether creations or other calls into the library are in progress.
+  bool IsBusy() const { return mpCreations && !mpCreations->IsZero(); }
+
+  // A call into the library for the life of a scope.
   class Creation {
    public:
-    explicit Creation(LibraryIntl& rLibrary) : mrLibrary(rLibrary) { ++mrLibrary.mLockCount; }
-    ~Creation() { --mrLibrary.mLockCount; }
+    explicit Creation(LibraryIntl& rLibrary) : mrLibrary(rLibrary) { mrLibrary.BeginCreation(); }
+    ~Creation() { mrLibrary.EndCreation(); }
     Creation(const Creation&) = delete;
     Creation& operator=(const Creation&) = delete;
 
@@ -97,8 +108,8 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   ULONGLONG mRegisteredStamp = 0;
   ULONGLONG mLoadedStamp = 0;  // of the file as it was just after the module was loaded
   DWORD mUseCount = 0;         // masks that include the library
-  DWORD mLockCount = 0;        // creations and other calls in progress
   bool mOutdated = false;      // the file is newer than the loaded module whose classes are registered
+  std::unique_ptr<SpreadCounter> mpCreations;  // there since the first load
   RegistrationSet mRegistrations;
   ModuleHandle mModule;
   // Set by a load; called only while a module is mapped.

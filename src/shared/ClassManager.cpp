@@ -11,6 +11,7 @@
 #include "ThreadModule.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 
 namespace orm {
@@ -61,7 +62,6 @@ ClassManagerImpl* ClassManagerImpl::GetCurrent() {
 
 ClassManagerImpl::ClassManagerImpl() {
   gspManager = this;
-  InitializeCriticalSection(&mLock);
   mShared.Open();
   // After the cache, for which the process may have had to wait.
   const DWORD now = GetTickCount();
@@ -81,7 +81,6 @@ ClassManagerImpl::~ClassManagerImpl() {
   mRegistry.Clear();
   mShared.Close();
   gspManager = nullptr;
-  DeleteCriticalSection(&mLock);
 }
 
 BaseFace* ClassManagerImpl::QueryFace(const char* faceId) {
@@ -105,8 +104,32 @@ FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const 
   }
 }
 
+LibraryIntl* ClassManagerImpl::BeginQuickCreation(const String& classId) {
+  const DWORD now = GetTickCount();
+  const SharedClassLock lock(mLock);
+  if (IsSynchronizationDue(now) || IsUnloadDue(now)) return nullptr;
+  const ClassEntry* pEntry = mRegistry.Find(classId);
+  LibraryIntl* pLibrary = pEntry ? pEntry->GetCurrent()->mpLibrary : nullptr;
+  if (!pLibrary || !pLibrary->IsLoaded()) return nullptr;
+  pLibrary->BeginCreation();
+  return pLibrary;
+}
+
+// Without the lock, for a library whose creation has begun. What needs not be done leaves its trace all the
+// same.
+FacePtr<BaseFace> ClassManagerImpl::MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId) {
+  const auto end = [](LibraryIntl* pLibrary) { pLibrary->EndCreation(); };
+  const std::unique_ptr<LibraryIntl, decltype(end)> creation(&rLibrary, end);
+  { const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Synchronize()"); }
+  rLibrary.Load(nullptr);
+  FacePtr<BaseFace> object;
+  rLibrary.CreateInstance(classId, object);
+  return object;
+}
+
 // Empty when the class has no source or its source makes nothing.
 FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId) {
+  if (LibraryIntl* pLibrary = BeginQuickCreation(classId)) return MakeObjectQuickly(*pLibrary, classId);
   FacePtr<BaseFace> object;
   ClassLock lock(mLock);
   Synchronize();
@@ -216,11 +239,19 @@ bool ClassManagerImpl::GetShared(FacePtr<BaseFace>& rLock) {
 void ClassManagerImpl::Synchronize() {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Synchronize()");
   DWORD now = GetTickCount();
-  if (now - mLastSynchronization >= SYNCHRONIZE_INTERVAL && !mSynchronizing) {
+  if (IsSynchronizationDue(now)) {
     SynchronizeDirectories();
     now = GetTickCount();
   }
-  if (now - mLastUnload >= UNLOAD_INTERVAL) static_cast<ClassManager*>(this)->UnloadLibraries(false);
+  if (IsUnloadDue(now)) static_cast<ClassManager*>(this)->UnloadLibraries(false);
+}
+
+bool ClassManagerImpl::IsSynchronizationDue(DWORD now) const {
+  return now - mLastSynchronization >= SYNCHRONIZE_INTERVAL && !mSynchronizing;
+}
+
+bool ClassManagerImpl::IsUnloadDue(DWORD now) const {
+  return now - mLastUnload >= UNLOAD_INTERVAL;
 }
 
 void ClassManagerImpl::SynchronizeDirectories() {

@@ -44,7 +44,7 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   DWORD GetRegistrationStamp() override;
   void UnloadLibraries(bool force) override;
 
-  CRITICAL_SECTION& GetLock() { return mLock; }
+  ManagerLock& GetLock() { return mLock; }
 
   // Under the lock.
   void RegisterClasses(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
@@ -62,6 +62,12 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
 
  private:
   FacePtr<BaseFace> MakeObject(const String& classId);
+  // The library that makes objects of the class, when it is loaded and nothing else is to be done first, with
+  // one creation begun; null otherwise. Without the lock.
+  LibraryIntl* BeginQuickCreation(const String& classId);
+  static FacePtr<BaseFace> MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId);
+  bool IsSynchronizationDue(DWORD now) const;
+  bool IsUnloadDue(DWORD now) const;
   template <class Test>
   void EnumClassesThatPass(std::vector<String>& rClassIds, Test test);
   DWORD RegisterPath(const String& text);
@@ -72,7 +78,7 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   // Forgets the directory when it has neither libraries nor masks left.
   void RemoveIfEmpty(const FacePtr<DirectoryIntl>& rpDirectory);
 
-  CRITICAL_SECTION mLock;
+  ManagerLock mLock;
   ClassRegistry mRegistry;
   std::vector<FacePtr<FactoryRegistration>> mFactories;  // by the factory's address
   std::vector<FacePtr<DirectoryIntl>> mDirectories;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <ormutil/ClassManager.h>
 
+#include <atomic>
 #include <fstream>
 #include <thread>
 
@@ -232,6 +233,31 @@ TEST(ComponentLibrary, StaysWhileAnObjectIsBeingMade) {
   GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
   EXPECT_EQ(NumberOf("CID_CallingBack"), 1);
   EXPECT_EQ(factory->created, 1);
+}
+
+// Creating shares the manager's lock; registering and unloading hold it alone.
+TEST(ComponentLibrary, ThreadsCreateWhileItIsUnloadedAndRegisteredAnew) {
+  TestFolder folder;
+  folder.Add("alpha");
+  folder.Add("beta");
+  GetClassMgr()->Register(folder.GetPath());
+  constexpr int THREADS = 3;
+  std::atomic<int> running{THREADS};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < THREADS; ++t) {
+    threads.emplace_back([&running, t] {
+      for (int i = 0; i < 500; ++i) EXPECT_EQ(NumberOf((t + i) % 3 == 0 ? "CID_Beta" : "CID_Alpha"), 1);
+      --running;
+    });
+  }
+  while (running != 0) {
+    GetClassMgr()->UnloadLibraries(true);
+    GetClassMgr()->Unregister(GetClassMgr()->Register(folder.GetPath("alpha.dll")));
+    EXPECT_TRUE(IsRegistered("CID_Alpha"));
+  }
+  for (std::thread& thread : threads) thread.join();
+  GetClassMgr()->UnloadLibraries(false);
+  EXPECT_FALSE(IsMapped("alpha.dll")) << "no creation is still counted";
 }
 
 TEST(ComponentLibrary, AChainOfHoldersIsFreedInOneCall) {

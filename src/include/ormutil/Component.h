@@ -18,6 +18,7 @@
 #pragma once
 
 #include <ormutil/ClassFactory.h>
+#include <ormutil/SpreadCounter.h>
 
 extern "C" {
 
@@ -39,7 +40,7 @@ namespace orm {
 
 namespace component_detail {
 // Hidden, so that each library counts its own objects.
-[[gnu::visibility("hidden")]] inline constinit LONG liveObjects = 0;
+[[gnu::visibility("hidden")]] inline constinit SpreadCounter liveObjects;
 }  // namespace component_detail
 
 // An object of a component library; see FaceObject. Counts itself for CanUnloadComponent.
@@ -52,13 +53,13 @@ class ComponentObject : public FaceObject<First, Others...> {
   }
 
  protected:
-  ComponentObject() { InterlockedIncrement(&component_detail::liveObjects); }
-  ~ComponentObject() override { InterlockedDecrement(&component_detail::liveObjects); }
+  ComponentObject() { component_detail::liveObjects.Begin(); }
+  ~ComponentObject() override { component_detail::liveObjects.End(); }
 };
 
 // Whether no ComponentObject of this library is alive.
 inline bool CanUnloadComponent() {
-  return __atomic_load_n(&component_detail::liveObjects, __ATOMIC_ACQUIRE) == 0;
+  return component_detail::liveObjects.IsZero();
 }
 
 // The classes of a library: default-constructible types with a CLASS_ID, derived from ComponentObject.
