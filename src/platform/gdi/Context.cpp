@@ -12,8 +12,8 @@ RECT Intersect(const RECT& a, const RECT& b) {
           std::min(a.bottom, b.bottom)};
 }
 
-LONG SaturatedAdd(LONG a, LONG b) {
-  return static_cast<LONG>(std::clamp<std::int64_t>(std::int64_t{a} + b, INT32_MIN / 2, INT32_MAX / 2));
+LONG SaturatedAdd(std::int64_t a, std::int64_t b) {
+  return static_cast<LONG>(std::clamp<std::int64_t>(a + b, INT32_MIN / 2, INT32_MAX / 2));
 }
 
 Context::Context(Origin contextOrigin)

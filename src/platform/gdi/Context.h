@@ -2,6 +2,7 @@
 // screen's surface, memory contexts onto the bitmap that is selected.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 
 #include "gdi/Bitmap.h"
@@ -83,6 +84,6 @@ inline bool IsEmpty(const RECT& rect) {
   return rect.left >= rect.right || rect.top >= rect.bottom;
 }
 // The sum, kept within what fits; rectangles come from outside.
-LONG SaturatedAdd(LONG a, LONG b);
+LONG SaturatedAdd(std::int64_t a, std::int64_t b);
 
 }  // namespace orm::platform::gdi

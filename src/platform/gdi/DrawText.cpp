@@ -249,21 +249,21 @@ int DrawFormatted(Context& context, const std::u32string& text, RECT& rect, UINT
   const auto count = static_cast<std::int64_t>(lines.size());
   const int height =
       static_cast<int>(std::min<std::int64_t>(count * LineHeight(context, format), INT32_MAX / 4));
-  LONG top = rect.top;
+  std::int64_t down = 0;
   if (format & DT_SINGLELINE && !(format & DT_CALCRECT)) {
     const std::int64_t spare = std::int64_t{rect.bottom} - rect.top - height;
-    if (format & DT_VCENTER) top += static_cast<LONG>(spare / 2);
-    if (format & DT_BOTTOM) top += static_cast<LONG>(spare);
+    if (format & DT_VCENTER) down += spare / 2;
+    if (format & DT_BOTTOM) down += spare;
   }
   if (!(format & DT_CALCRECT)) {
-    PaintLines(context, layout, lines, rect, top, format, margins);
+    PaintLines(context, layout, lines, rect, SaturatedAdd(rect.top, down), format, margins);
   } else {
     int widest = 0;
     for (const Line& line : lines) widest = std::max(widest, line.width);
     rect.right = SaturatedAdd(SaturatedAdd(rect.left, widest), margins.left + margins.right);
     rect.bottom = SaturatedAdd(rect.top, height);
   }
-  return static_cast<int>(top - rect.top) + height;
+  return SaturatedAdd(down, height);
 }
 
 }  // namespace

@@ -38,13 +38,15 @@ void ReadPacked(const std::uint8_t* row, int x, int count, std::uint32_t* values
 // at once. Returns how many these were.
 int PackBits(std::uint8_t* bytes, int count, const std::uint32_t* values) {
   constexpr int atOnce = 4;
-  std::uint8_t single[8 * atOnce];
+  constexpr std::ptrdiff_t valuesAtOnce = 8 * atOnce;
+  std::uint8_t single[valuesAtOnce];
   int done = 0;
-  for (; done + atOnce <= count; done += atOnce, values += 8 * atOnce) {
-    for (int i = 0; i < 8 * atOnce; ++i) single[i] = static_cast<std::uint8_t>(values[i] & 1);
-    for (int i = 0; i < atOnce; ++i) {
+  for (; done + atOnce <= count; done += atOnce, values += valuesAtOnce) {
+    for (std::ptrdiff_t i = 0; i < valuesAtOnce; ++i) single[i] = static_cast<std::uint8_t>(values[i] & 1);
+    const std::uint8_t* eight = single;
+    for (int i = 0; i < atOnce; ++i, eight += 8) {
       std::uint64_t word;
-      std::memcpy(&word, single + 8 * i, sizeof word);
+      std::memcpy(&word, eight, sizeof word);
       // Each factor's bit brings one byte's bit to its place in the top byte; no two sums meet.
       bytes[done + i] = static_cast<std::uint8_t>(word * 0x8040201008040201u >> 56);
     }
@@ -66,7 +68,7 @@ void WritePacked(std::uint8_t* row, int x, int count, const std::uint32_t* value
   if constexpr (bits == 1) {
     const int packed = PackBits(row + x / perByte, (end - x) / perByte, values);
     x += packed * perByte;
-    values += packed * perByte;
+    values += std::ptrdiff_t{packed} * perByte;
   }
   for (; x + perByte <= end; x += perByte, values += perByte) {
     std::uint32_t byte = 0;

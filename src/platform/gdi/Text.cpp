@@ -99,7 +99,7 @@ std::u32string DecodeText(const char* text, std::size_t bytes) {
     const char32_t unit = units[static_cast<std::size_t>(i)];
     const char32_t next = i + 1 < count ? units[static_cast<std::size_t>(i) + 1] : 0;
     if (unit >= 0xD800 && unit < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
-      result += 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+      result += static_cast<char32_t>(0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
       ++i;
     } else {
       result += unit;

@@ -12,7 +12,7 @@ namespace {
 // Beside this library. The loader would look there for a plain name as well, unless a tool that stands
 // between (a sanitizer, a preloaded library) makes the call in our place.
 std::string PathOfTextLibrary() {
-  const std::string name = "libormtext.so.4";
+  std::string name = "libormtext.so.4";
   Dl_info self;
   if (dladdr(reinterpret_cast<void*>(&PathOfTextLibrary), &self) == 0 || self.dli_fname == nullptr)
     return name;

@@ -87,7 +87,8 @@ class ChangeNotification final : public Waitable {
     while (const dirent* entry = readdir(listing.get())) {
       const std::string name = entry->d_name;
       struct stat status {};
-      const std::string path = folder + '/' + name;
+      std::string path = folder;
+      path.append(1, '/').append(name);
       if (name == "." || name == ".." || lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         continue;
       Watch(path);

@@ -81,7 +81,8 @@ const CodePage& ResolveAnsiCodePage() {
   asking = false;
   if (page == nullptr) page = FindCodePage(1252);
   const CodePage* none = nullptr;
-  return ansiCodePage.compare_exchange_strong(none, page, std::memory_order_acq_rel) ? *page : *none;
+  ansiCodePage.compare_exchange_strong(none, page, std::memory_order_acq_rel);
+  return *ansiCodePage.load(std::memory_order_acquire);
 }
 
 bool SetAnsiCodePage(UINT number) {

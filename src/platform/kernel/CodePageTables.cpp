@@ -131,12 +131,12 @@ void FillSingleBytes(CodePage& page, Converter& converter) {
     const auto text = static_cast<unsigned char>(byte);
     std::uint16_t unit = CodePage::noCharacter;
     // Text that is plain ASCII is that in every page; some converters see a yen or won sign at 0x5C.
-    if (byte < 0x80)
+    if (byte < 0x80) {
       unit = text;
-    else if (page.isLead[byte])
-      unit = CodePage::noCharacter;
-    else if (unit = converter.ToUnit(&text, 1); unit == CodePage::noCharacter && byte < 0xA0)
-      unit = text;
+    } else if (!page.isLead[byte]) {
+      unit = converter.ToUnit(&text, 1);
+      if (unit == CodePage::noCharacter && byte < 0xA0) unit = text;
+    }
     page.toWide[byte] = unit;
   }
   for (const OpenBytes& run : openBytes)

@@ -350,7 +350,8 @@ class Formatter {
     Char* first = end;
     const unsigned base = format.type == 'x' || format.type == 'X' ? 16 : format.type == 'o' ? 8 : 10;
     const char* const alphabet = format.type == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
-    for (; magnitude != 0; magnitude /= base) *--first = static_cast<Char>(alphabet[magnitude % base]);
+    for (; magnitude != 0; magnitude /= base)
+      *--first = static_cast<Char>(static_cast<unsigned char>(alphabet[magnitude % base]));
     const auto count = static_cast<std::size_t>(end - first);
     // At least one digit, unless a precision of 0 asks for none; an alternate octal number begins with 0.
     std::size_t least = format.precision < 0 ? 1 : static_cast<std::size_t>(format.precision);

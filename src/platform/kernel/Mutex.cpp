@@ -59,7 +59,7 @@ void Mutex::Abandon() noexcept {
 namespace {
 
 // The handle of a mutex that exists now, owned by the caller if it was asked for and nobody else had it.
-HANDLE HandleOf(Ref<OwnableMutex> mutex, bool own) {
+HANDLE HandleOf(const Ref<OwnableMutex>& mutex, bool own) {
   const HANDLE handle = AllocateHandle(Ref<KernelObject>(mutex.get()));
   if (handle == nullptr || !own) return handle;
   ThreadRecord& thread = CurrentThread();

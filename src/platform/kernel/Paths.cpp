@@ -158,7 +158,8 @@ std::string ResolveCase(const std::string& path) {
   for (std::size_t start = 1; start < path.size();) {
     const std::size_t end = std::min(path.find('/', start), path.size());
     const std::string name = path.substr(start, end - start);
-    const std::string exact = resolved + '/' + name;
+    std::string exact = resolved;
+    exact.append(1, '/').append(name);
     if (lstat(exact.c_str(), &status) == 0) {
       resolved = exact;
     } else {

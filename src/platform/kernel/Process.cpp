@@ -34,6 +34,7 @@ struct MapLine {
   unsigned long inode = 0;
 
   bool Parse(const char* line) {
+    // NOLINTNEXTLINE(cert-err34-c): the kernel writes these lines, and no number of them overflows.
     return sscanf(line, "%" SCNxPTR "-%" SCNxPTR " %4s %*x %*s %lu", &begin, &end, permissions, &inode) == 4;
   }
 };
