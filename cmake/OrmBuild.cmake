@@ -24,7 +24,10 @@ target_compile_options(orm_options INTERFACE
 target_compile_definitions(orm_options INTERFACE _FILE_OFFSET_BITS=64)
 
 set(ORM_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined or thread")
+# After these seconds a test has hung. Sanitizers make some tests twenty times slower.
+set(orm_test_timeout 120)
 if(ORM_SANITIZE)
+  set(orm_test_timeout 600)
   add_compile_options(-fsanitize=${ORM_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ORM_SANITIZE})
 endif()
