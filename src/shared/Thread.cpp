@@ -92,8 +92,20 @@ Thread* Thread::GetOwn() {
   return own ? own : GetSelf().Get();
 }
 
+inline Thread::Recent& Thread::FindRecent(const char* text) {
+  // The blocks of short texts lie 32 bytes apart.
+  const uintptr_t first = reinterpret_cast<uintptr_t>(text) / 32;
+  Recent* pFree = nullptr;
+  for (unsigned i = 0; i < RECENT_PROBES; ++i) {
+    Recent& rRecent = mRecent[(first + i) % RECENT];
+    if (rRecent.text == text) return rRecent;
+    if (!rRecent.text && !pFree) pFree = &rRecent;
+  }
+  return pFree ? *pFree : mRecent[first % RECENT];
+}
+
 FacePtr<BaseFace>* Thread::FindDatum(const BaseString<MbcsTraits>& key) {
-  Recent& rRecent = mRecent[GetPlace(key.GetBegin())];
+  Recent& rRecent = FindRecent(key.GetBegin());
   if (rRecent.text == key.GetBegin()) return rRecent.value;
   const auto found = mData.find(key);
   if (found == mData.end()) return nullptr;
@@ -114,7 +126,8 @@ void Thread::SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value)
   } else if (pDatum) {
     pDatum->Swap(value);
     const auto found = self->mData.find(key);
-    self->mRecent[GetPlace(found->first.GetBegin())] = {};
+    const char* text = found->first.GetBegin();
+    if (Recent& rRecent = self->FindRecent(text); rRecent.text == text) rRecent = {};
     self->mData.erase(found);
   }
 }

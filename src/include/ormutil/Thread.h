@@ -109,13 +109,16 @@ class ORMUTIL_API Thread : public BaseFace {
     const char* text;
     FacePtr<BaseFace>* value;
   };
-  static constexpr unsigned RECENT = 16;
+  static constexpr unsigned RECENT = 32;
+  // A datum is in one of this many places, beginning with the one that its key's address names.
+  static constexpr unsigned RECENT_PROBES = 4;
 
   // Null when the key is absent.
   FacePtr<BaseFace>* FindDatum(const BaseString<MbcsTraits>& key);
   // The calling thread's object without a reference.
   static Thread* GetOwn();
-  static unsigned GetPlace(const char* text) { return reinterpret_cast<uintptr_t>(text) / 32 % RECENT; }
+  // The place of a key's text when it has one, else the one that it may take: a free one if possible.
+  Recent& FindRecent(const char* text);
 
   Recent mRecent[RECENT] = {};
 
