@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "CopyBytes.h"
-
 namespace orm {
 
 namespace {
@@ -27,18 +25,6 @@ constexpr unsigned kAheadFrom = 4096;
 
 [[noreturn]] void ThrowInvalid() {
   throw Error(ERROR_ARCHIVE_INVALID, "The data are not valid archive data.");
-}
-
-// What Deserialize does with a text that this library has written in the same code page; 0, with nothing
-// done, for every other.
-size_t ReadPlainText(const unsigned char* source, size_t available, String& text) {
-  constexpr size_t kHead = 8;
-  if (available <= kHead) return 0;
-  const uint32_t size = string_detail::Load32(source);
-  if (size == 0 || size > available - kHead) return 0;
-  if (string_detail::Load32(source + 4) != GetACP() || source[kHead + size - 1] != 0) return 0;
-  CopyBytes(text.PrepareWriting(size, false), source + kHead, size);
-  return kHead + size;
 }
 
 }  // namespace
@@ -175,16 +161,14 @@ void ReadArchive::ReadNumberSlowly(unsigned char* dest, unsigned size) {
 }
 
 void ReadArchive::ReadString(String& text) {
-  if (GetFormat() == ARCHIVE_FORMAT_UNKNOWN) {
+  if (mPos == 0 && GetFormat() == ARCHIVE_FORMAT_UNKNOWN) {
     text.Empty();
     ThrowInvalid();
   }
   const unsigned total = mpData->GetSize();
   ORM_ASSERT(mPos <= total, "mPos <= mpData->GetSize()", kSource, 253);
-  const size_t left = mPos <= total ? total - mPos : 0;
-  const unsigned char* source = mpData->GetData() + (total - left);
-  size_t consumed = ReadPlainText(source, left, text);
-  if (consumed == 0) consumed = text.Deserialize(source, left, GetACP());
+  const size_t left = GetRemaining();
+  const size_t consumed = text.Deserialize(mpData->GetData() + (total - left), left, CP_ACP);
   if (consumed == 0) ThrowInvalid();
   ORM_ASSERT(mpData != nullptr, "mpData != 0", kSource, 260);
   mPos += static_cast<uint32_t>(consumed);
@@ -197,7 +181,7 @@ void ReadArchive::ReadBinary(Binary& data) {
   if (count > left) ThrowEnd();
   const unsigned char* source = mpData->GetData() + mPos;
   mPos += count;
-  data.Assign(source, count);
+  if (count == 0 || !data.AssignInPlace(source, count)) data.Assign(source, count);
 }
 
 void Archive::SetStream(Binary& stream, ModeType mode) {

@@ -6,7 +6,6 @@
 #include <new>
 
 #include "Areas.h"
-#include "CopyBytes.h"
 #include "SecureErase.h"
 
 namespace orm {
@@ -54,12 +53,6 @@ Binary::Block* Binary::Allocate(unsigned long long size, unsigned used, int line
 void Binary::Free(Block* pBlock) noexcept {
   SecureErase(pBlock->GetBytes(), pBlock->mAllocated);
   ::operator delete(pBlock);
-}
-
-bool Binary::Owns(const void* data) const {
-  const auto address = reinterpret_cast<uintptr_t>(data);
-  const auto begin = reinterpret_cast<uintptr_t>(GetData());
-  return mpData && address >= begin && address - begin < mpData->mAllocated;
 }
 
 unsigned char* Binary::PrepareWriting(unsigned size, bool keepData, bool keepSize) {
@@ -113,10 +106,7 @@ unsigned char* Binary::GetBuffer(unsigned size) {
 // A source inside this buffer's block is kept alive, and the block made unwritable, by one more holder.
 void Binary::Assign(const void* data, unsigned size) {
   if (size == 0) return Clear();
-  if (mpData && size <= mpData->mAllocated && !IsShared() && !Owns(data)) {
-    mpData->mSize = size;
-    return CopyBytes(mpData->GetBytes(), data, size);
-  }
+  if (AssignInPlace(data, size)) return;
   const Binary keep = Owns(data) ? *this : Binary();
   SetSize(size, false);
   std::memcpy(mpData->GetBytes(), data, size);

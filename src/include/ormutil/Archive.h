@@ -118,6 +118,11 @@ class ReadArchive {
   ORMUTIL_API ArchiveFormatType GetFormat();
   // True when every byte has been read.
   ORMUTIL_API bool IsEof();
+  // The bytes that have not been read; whoever is told a count by the stream can hold it against this.
+  unsigned GetRemaining() const {
+    const unsigned total = mpData ? mpData->GetSize() : 0;
+    return mPos <= total ? total - mPos : 0;
+  }
 
   template <ArchiveNumber T>
   ReadArchive& operator>>(T& value) {

@@ -2,6 +2,8 @@
 // live in libormutil; the definitions stand in a header for traits of a client's own.
 #pragma once
 
+#include <ormutil/CopyBytes.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -360,7 +362,7 @@ void BaseString<Traits>::Serialize(unsigned char* buffer, unsigned codePage, uns
   if (size == 4) return string_detail::Store32(buffer, 0);
   string_detail::Store32(buffer, size - 8);
   string_detail::Store32(buffer + 4, Traits::GetStoredCodePage(codePage));
-  std::memcpy(buffer + 8, mpText, size - 8);
+  CopyBytes(buffer + 8, mpText, size - 8);
 }
 
 template <class Traits>
@@ -380,23 +382,22 @@ size_t BaseString<Traits>::Deserialize(const unsigned char* buffer, size_t avail
     Empty();
     return 0;
   }
-  const unsigned ansi = GetACP();
   unsigned source = string_detail::Load32(buffer + 4);
-  if (source != CODE_PAGE_UTF16 && source != ansi && !IsValidCodePage(source)) source = ansi;
   const unsigned char* text = buffer + 8;
   if constexpr (std::is_base_of_v<SbcsTraits, Traits>) {
-    // 8-bit text stays as it is: what the traits would do in two steps.
+    // 8-bit text stays as it is, whatever its code page: what the traits would do in two steps. A last byte
+    // that is a terminator saves the search for one; an earlier one ends the text as well.
     if (source != CODE_PAGE_UTF16) {
-      const void* end = std::memchr(text, 0, stored);
-      if (!end) {
+      if (text[stored - 1] != 0 && !std::memchr(text, 0, stored)) {
         Empty();
         return 0;
       }
-      const size_t size = static_cast<size_t>(static_cast<const unsigned char*>(end) - text) + 1;
-      std::memcpy(PrepareWriting(stored, false), text, size);
+      CopyBytes(PrepareWriting(stored, false), text, stored);
       return size_t{stored} + 8;
     }
   }
+  const unsigned ansi = GetACP();
+  if (source != CODE_PAGE_UTF16 && source != ansi && !IsValidCodePage(source)) source = ansi;
   if (!string_detail::IsTerminated(text, stored, source)) {
     Empty();
     return 0;

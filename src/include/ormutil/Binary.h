@@ -17,6 +17,7 @@
 #pragma once
 
 #include <ormutil/AtomicCounter.h>
+#include <ormutil/CopyBytes.h>
 #include <ormutil/Export.h>
 
 #include <utility>
@@ -80,6 +81,7 @@ class Binary {
 
  private:
   friend class WriteArchive;
+  friend class ReadArchive;
 
   struct Block {
     explicit Block(unsigned allocated, unsigned size) : counter(1), mAllocated(allocated), mSize(size) {}
@@ -99,7 +101,18 @@ class Binary {
   [[gnu::cold]] ORMUTIL_API static void Free(Block* pBlock) noexcept;
   static Block* Allocate(unsigned long long size, unsigned used, int line);
   // Whether the address lies in this buffer's block.
-  bool Owns(const void* data) const;
+  bool Owns(const void* data) const {
+    const auto address = reinterpret_cast<uintptr_t>(data);
+    const auto begin = reinterpret_cast<uintptr_t>(GetData());
+    return mpData && address >= begin && address - begin < mpData->mAllocated;
+  }
+  // Assigns bytes when this buffer has a block that takes them without further ado.
+  bool AssignInPlace(const void* data, unsigned size) {
+    if (!mpData || size > mpData->mAllocated || IsShared() || Owns(data)) return false;
+    mpData->mSize = size;
+    CopyBytes(mpData->GetBytes(), data, size);
+    return true;
+  }
 
   // Makes the block this buffer's own and at least `size` bytes large and yields its bytes: with `keepData`
   // the old ones, with `keepSize` the old size too, else the size becomes `size` if it was smaller.
