@@ -125,4 +125,9 @@ const PropertyTable* GetPropertyTable(const Properties& bag) {
   return table.IsNull() ? nullptr : &*table;
 }
 
+PropertyTable* GetWritablePropertyTable(Properties& bag) {
+  if (typeid(bag) != typeid(MemoryProperties)) return nullptr;
+  return &static_cast<MemoryProperties&>(bag).mTable.MakeWritable();
+}
+
 }  // namespace orm

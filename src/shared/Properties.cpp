@@ -38,8 +38,10 @@ void WriteValue(WriteArchive& archive, const Properties& bag, const String& name
 }
 
 // Room for the fixed parts of an entry and for texts of common length.
-constexpr unsigned kUsualEntry = 48;
+constexpr unsigned kUsualEntry = 32;
 constexpr unsigned kMaxReserve = 1u << 20;
+// An empty name, the type and an empty string.
+constexpr unsigned kLeastEntry = 12;
 
 // What WriteBag writes, without asking the bag for one name after the other.
 bool WriteTable(WriteArchive& archive, const PropertyTable& table) {
@@ -79,20 +81,30 @@ Payload ReadPayload(ReadArchive& archive) {
   return result;
 }
 
-void ReadProperty(ReadArchive& archive, Properties& bag) {
-  const auto name = ReadPayload<String>(archive);
+// Calls `set(name, value)` with what was read. `name` is the caller's, so that one serves many properties.
+template <class Set>
+void ReadProperty(ReadArchive& archive, String& name, Set set) {
+  archive >> name;
   switch (ReadPayload<DWORD>(archive)) {
     case Properties::TYPE_NUMBER:
-      return bag.SetNumber(name, ReadPayload<DWORD>(archive));
+      return set(name, ReadPayload<DWORD>(archive));
     case Properties::TYPE_STRING:
-      return bag.SetString(name, ReadPayload<String>(archive));
+      return set(name, ReadPayload<String>(archive));
     case Properties::TYPE_BINARY:
-      return bag.SetBinary(name, ReadPayload<Binary>(archive));
+      return set(name, ReadPayload<Binary>(archive));
     default:
       ORM_FORCED_ASSERT(kSource, __LINE__);
       ThrowBadData("Unknown data format or data are corrupted.", nullptr);
   }
 }
+
+// Sets in a bag of any kind.
+struct SetInBag {
+  Properties& bag;
+  void operator()(const String& name, DWORD value) const { bag.SetNumber(name, value); }
+  void operator()(const String& name, const String& value) const { bag.SetString(name, value); }
+  void operator()(const String& name, const Binary& value) const { bag.SetBinary(name, value); }
+};
 
 void ReadBag(ReadArchive& archive, Properties& bag) {
   const auto version = ReadPayload<DWORD>(archive);
@@ -102,8 +114,17 @@ void ReadBag(ReadArchive& archive, Properties& bag) {
         "Make sure that you are not mixing incompatible versions of this software.");
   }
   // The count is not trusted with memory: an entry is set as it is read, and a count that lies ends with the
-  // data.
-  for (auto left = ReadPayload<DWORD>(archive); left > 0; --left) ReadProperty(archive, bag);
+  // data. Room is made for no more entries than the rest of the data can hold.
+  auto left = ReadPayload<DWORD>(archive);
+  if (left == 0) return;
+  String name;
+  if (PropertyTable* table = GetWritablePropertyTable(bag)) {
+    table->Reserve(std::min(left, archive.GetRemaining() / kLeastEntry));
+    const auto set = [table](const String& key, const auto& value) { table->FindOrInsert(key) = value; };
+    for (; left > 0; --left) ReadProperty(archive, name, set);
+  } else {
+    for (; left > 0; --left) ReadProperty(archive, name, SetInBag{bag});
+  }
 }
 
 // Whether the property, which both bags have with this type, has the same value in both.

@@ -2,6 +2,7 @@
 #include "PropertyTable.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -14,22 +15,27 @@ constexpr uint64_t Repeat(uint8_t byte) {
   return uint64_t{0x0101010101010101} * byte;
 }
 
+template <class Word>
+Word LoadWord(const char* pos) {
+  Word result;
+  std::memcpy(&result, pos, sizeof result);
+  return result;
+}
+
 // Up to eight bytes as a little-endian number; what is missing is zero.
 uint64_t Load(const char* pos, size_t size) {
-  const auto load32 = [](const char* from) {
-    uint32_t result;
-    std::memcpy(&result, from, sizeof result);
-    return uint64_t{result};
-  };
-  if (size >= 8) {
-    uint64_t result;
-    std::memcpy(&result, pos, sizeof result);
-    return result;
+  if (size >= 8) return LoadWord<uint64_t>(pos);
+  if (size >= 4) {
+    return LoadWord<uint32_t>(pos) | uint64_t{LoadWord<uint32_t>(pos + size - 4)} << (size - 4) * 8;
   }
-  if (size >= 4) return load32(pos) | load32(pos + size - 4) << (size - 4) * 8;
-  uint64_t result = 0;
-  for (size_t i = 0; i < size; ++i) result |= uint64_t{static_cast<unsigned char>(pos[i])} << i * 8;
-  return result;
+  if (size == 0) return 0;
+  const auto byte = [pos](size_t at) { return uint64_t{static_cast<unsigned char>(pos[at])} << at * 8; };
+  return byte(0) | byte(size / 2) | byte(size - 1);
+}
+
+// The same where at least eight bytes end with these.
+uint64_t LoadEnd(const char* pos, size_t size) {
+  return size >= 8 ? LoadWord<uint64_t>(pos) : LoadWord<uint64_t>(pos + size - 8) >> (8 - size) * 8;
 }
 
 // Eight ASCII characters in lower case: a byte of 'A' to 'Z' reaches its top bit by the first addition and
@@ -60,54 +66,66 @@ String FoldToPlain(const String& name) {
   return folded.c_str();
 }
 
+constexpr uint64_t kFactor = 0x9E3779B97F4A7C15, kSecondFactor = 0xC2B2AE3D27D4EB4F;
+
+PropertyNameDigest MakeDigest(uint64_t prefix, uint64_t second, uint64_t hash, uint64_t all, size_t length) {
+  const bool isPlain = (all & Repeat(0x80)) == 0 && length < PropertyNameDigest::kNotPlain;
+  // Only the upper bits of a product depend on all of its factor.
+  return {__builtin_bswap64(prefix), __builtin_bswap64(second), static_cast<uint32_t>(hash >> 32),
+          isPlain ? static_cast<uint32_t>(length) : PropertyNameDigest::kNotPlain};
+}
+
 }  // namespace
 
-// The first two words, which are all that most names have, are multiplied side by side.
-[[gnu::always_inline]] inline PropertyNameKey::PropertyNameKey(const String& name)
-    : mpText(name.GetBegin()), mSecond(0), mLength(static_cast<uint32_t>(name.GetSize())) {
-  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15, kSecondFactor = 0xC2B2AE3D27D4EB4F;
-  uint64_t all = Load(mpText, std::min<size_t>(8, mLength));
-  mPrefix = __builtin_bswap64(ToLower(all));
-  uint64_t hash = mPrefix * kFactor;
-  if (mLength > 8) {
-    const uint64_t second = Load(mpText + 8, std::min<size_t>(8, mLength - 8));
-    all |= second;
-    mSecond = __builtin_bswap64(ToLower(second));
-    hash += mSecond * kSecondFactor;
-  }
-  for (size_t pos = 16; pos < mLength; pos += 8) {
-    const uint64_t word = Load(mpText + pos, std::min<size_t>(8, mLength - pos));
+// The two words are multiplied side by side.
+[[gnu::always_inline]] inline PropertyNameDigest PropertyNameKey::DigestShort(const char* text,
+                                                                              size_t length) {
+  const uint64_t first = Load(text, length);
+  const uint64_t second = length > 8 ? LoadEnd(text + 8, length - 8) : 0;
+  const uint64_t prefix = ToLower(first), rest = ToLower(second);
+  return MakeDigest(prefix, rest, prefix * kFactor + rest * kSecondFactor, first | second, length);
+}
+
+PropertyNameDigest PropertyNameKey::DigestLong(const char* text, size_t length) {
+  const uint64_t first = Load(text, 8), second = Load(text + 8, 8);
+  const uint64_t prefix = ToLower(first), rest = ToLower(second);
+  uint64_t all = first | second;
+  uint64_t hash = prefix * kFactor + rest * kSecondFactor;
+  for (size_t pos = kShort; pos < length; pos += 8) {
+    const uint64_t word = LoadEnd(text + pos, length - pos);
     all |= word;
     hash = ((hash ^ hash >> 32) + ToLower(word)) * kFactor;
   }
-  // Only the upper half of a product depends on all of its factor; the lower bits choose the cell.
-  mHash = static_cast<uint32_t>((hash ^ hash >> 32) * kFactor >> 32);
-  mPlain = (all & Repeat(0x80)) == 0;
+  return MakeDigest(prefix, rest, hash, all, length);
 }
 
-inline bool PropertyNameKey::IsEqual(const PropertyNameKey& other) const {
-  if (mPrefix != other.mPrefix || mSecond != other.mSecond || mLength != other.mLength) return false;
-  for (size_t pos = 16; pos < mLength; pos += 8) {
-    if (LoadLower(mpText, pos, mLength) != LoadLower(other.mpText, pos, mLength)) return false;
+inline bool PropertyNameKey::IsEqual(const PropertyNameDigest& digest, const String& name) const {
+  if (mDigest != digest) return false;
+  for (size_t pos = kShort; pos < mDigest.length; pos += 8) {
+    if (LoadLower(mpText, pos, mDigest.length) != LoadLower(name.GetBegin(), pos, mDigest.length))
+      return false;
   }
   return true;
 }
 
 bool PropertyNameKey::operator<(const PropertyNameKey& other) const {
-  if (!mPlain || !other.mPlain) return _mbsicmp(Bytes(mpText), Bytes(other.mpText)) < 0;
-  if (mPrefix != other.mPrefix) return mPrefix < other.mPrefix;
-  if (mSecond != other.mSecond) return mSecond < other.mSecond;
-  const size_t common = std::min(mLength, other.mLength);
-  for (size_t pos = 16; pos < common; pos += 8) {
-    const uint64_t mine = LoadLower(mpText, pos, mLength);
-    const uint64_t theirs = LoadLower(other.mpText, pos, other.mLength);
+  if (!IsPlain() || !other.IsPlain()) return _mbsicmp(Bytes(mpText), Bytes(other.mpText)) < 0;
+  if (mDigest.prefix != other.mDigest.prefix) return mDigest.prefix < other.mDigest.prefix;
+  if (mDigest.second != other.mDigest.second) return mDigest.second < other.mDigest.second;
+  const uint32_t mySize = mDigest.length, theirSize = other.mDigest.length;
+  for (size_t pos = kShort; pos < std::min(mySize, theirSize); pos += 8) {
+    const uint64_t mine = LoadLower(mpText, pos, mySize);
+    const uint64_t theirs = LoadLower(other.mpText, pos, theirSize);
     if (mine != theirs) return __builtin_bswap64(mine) < __builtin_bswap64(theirs);
   }
-  return mLength < other.mLength;
+  return mySize < theirSize;
 }
 
 PropertyTable::PropertyTable(const PropertyTable& other) {
-  other.ForEach([this](const PropertyEntry& entry) { Append(PropertyNameKey(entry.name), entry); });
+  mBlocks.emplace_back().reserve(other.GetSize());
+  other.ForEach([this](const PropertyEntry& entry) {
+    Append(PropertyNameKey(entry.name), entry.name).entry.value = entry.value;
+  });
   Rebuild(mCount * 2);
 }
 
@@ -121,11 +139,17 @@ void PropertyTable::ForEachItem(size_t first, Visit visit) const {
 
 // ---- Finding
 
-[[gnu::always_inline]] inline PropertyTable::Cell* PropertyTable::FindCell(const PropertyNameKey& key) const {
+[[gnu::always_inline]] inline PropertyTable::Item* PropertyTable::FindIndexed(const PropertyNameKey& key,
+                                                                              Cell*& pFree) const {
   if (mIndex.empty() || !key.IsPlain()) return nullptr;
-  Cell* cell = &mIndex[key.GetHash() & mMask];
-  for (Cell* end = cell + kWindow; cell != end && cell->pItem; ++cell) {
-    if (cell->hash == key.GetHash() && cell->pItem->key.IsEqual(key)) return cell;
+  Cell* cell = &mIndex[key.GetHash() >> mHashShift];
+  for (Cell* end = cell + kWindow; cell != end; ++cell) {
+    Item* const item = *cell;
+    if (!item) {
+      pFree = cell;
+      return nullptr;
+    }
+    if (key.IsEqual(item->digest, item->entry.name) && !item->IsDead()) return item;
   }
   return nullptr;
 }
@@ -133,20 +157,32 @@ void PropertyTable::ForEachItem(size_t first, Visit visit) const {
 PropertyTable::Item* PropertyTable::FindOther(const PropertyNameKey& key, const String& name) const {
   if (!key.IsPlain()) {
     const String folded = FoldToPlain(name);
-    const Cell* cell = folded.IsEmpty() ? nullptr : FindCell(PropertyNameKey(folded));
-    if (cell) return cell->pItem;
+    Cell* pFree;
+    Item* item = folded.IsEmpty() ? nullptr : FindIndexed(PropertyNameKey(folded), pFree);
+    if (item) return item;
   }
-  if (mOthers.empty()) return nullptr;
   const auto found = mOthers.find(key);
   return found != mOthers.end() ? found->second : nullptr;
 }
 
-inline PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key, const String& name) const {
-  const Cell* cell = FindCell(key);
-  return cell ? cell->pItem : FindOther(key, name);
+[[gnu::always_inline]] inline PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key,
+                                                                           const String& name) const {
+  Cell* pFree;
+  if (Item* item = FindIndexed(key, pFree)) return item;
+  return key.IsPlain() && mOthers.empty() ? nullptr : FindOther(key, name);
 }
 
+// Only what short names need, so that nothing has to be kept across calls.
 const PropertyValue* PropertyTable::Find(const String& name) const {
+  const size_t length = name.GetSize();
+  if (length > PropertyNameKey::kShort) return FindSlowly(name);
+  const PropertyNameKey key(name, length);
+  Cell* pFree;
+  if (const Item* item = FindIndexed(key, pFree)) return &item->entry.value;
+  return key.IsPlain() && mOthers.empty() ? nullptr : FindSlowly(name);
+}
+
+[[gnu::noinline]] const PropertyValue* PropertyTable::FindSlowly(const String& name) const {
   const Item* item = FindItem(PropertyNameKey(name), name);
   return item ? &item->entry.value : nullptr;
 }
@@ -154,65 +190,87 @@ const PropertyValue* PropertyTable::Find(const String& name) const {
 // ---- Changing
 
 PropertyValue& PropertyTable::FindOrInsert(const String& name) {
+  if ((mCount + 1) * 2 > mCells) Rebuild((mCount + 1) * 2);
   const PropertyNameKey key(name);
-  if (Item* item = FindItem(key, name)) return item->entry.value;
-  if ((mCount + 1) * 2 > mMask) Rebuild((mCount + 1) * 2);
-  Item& item = Append(key, PropertyEntry{name, {}});
-  Index(item);
+  Cell* pFree = nullptr;
+  if (Item* item = FindIndexed(key, pFree)) return item->entry.value;
+  if (!key.IsPlain() || !mOthers.empty()) {
+    if (Item* item = FindOther(key, name)) return item->entry.value;
+  }
+  Item& item = Append(key, name);
+  if (pFree) {
+    *pFree = &item;
+  } else {
+    IndexElsewhere(item);
+  }
   return item.entry.value;
 }
 
 // The key may point into the caller's string, since the entry shares its text.
-PropertyTable::Item& PropertyTable::Append(const PropertyNameKey& key, const PropertyEntry& entry) {
+inline PropertyTable::Item& PropertyTable::Append(const PropertyNameKey& key, const String& name) {
   if (mBlocks.empty() || mBlocks.back().size() == mBlocks.back().capacity()) {
     mBlocks.emplace_back().reserve(std::max(kFirstBlock, mCount));
   }
-  mBlocks.back().push_back({key, entry});
+  Item& item = mBlocks.back().emplace_back(key.GetDigest(), name);
   ++mCount;
-  return mBlocks.back().back();
+  return item;
+}
+
+void PropertyTable::Reserve(size_t count) {
+  if (count == 0) return;
+  const size_t room = mBlocks.empty() ? 0 : mBlocks.back().capacity() - mBlocks.back().size();
+  if (room < count) mBlocks.emplace_back().reserve(count);
+  if ((mCount + count) * 2 > mCells) Rebuild((mCount + count) * 2);
 }
 
 void PropertyTable::Delete(const String& name) {
   Item* item = FindItem(PropertyNameKey(name), name);
   if (!item) return;
-  if (Cell* cell = FindCell(item->key)) {
-    cell->hash = ~cell->hash;
-  } else {
-    mOthers.erase(item->key);
-  }
+  if (!mOthers.empty()) mOthers.erase(item->GetKey());
   // The name stays: the order still looks at it.
   item->entry.value = {};
-  item->dead = true;
   if (++mDead > kMostDead && mDead > GetSize()) Compact();
 }
 
-// Puts the item into the index when there is a place for it.
-bool PropertyTable::FitsIndex(Item& item) {
-  if (!item.key.IsPlain()) return false;
-  Cell* begin = &mIndex[item.key.GetHash() & mMask];
-  Cell* free = std::find_if(begin, begin + kWindow, [](const Cell& cell) { return !cell.pItem; });
-  if (free == begin + kWindow) return false;
-  *free = {item.key.GetHash(), &item};
-  return true;
+PropertyTable::Cell* PropertyTable::FindFree(const PropertyNameKey& key) {
+  if (!key.IsPlain()) return nullptr;
+  Cell* const begin = &mIndex[key.GetHash() >> mHashShift];
+  Cell* const free = std::find(begin, begin + kWindow, nullptr);
+  return free != begin + kWindow ? free : nullptr;
 }
 
-void PropertyTable::Index(Item& item) {
-  if (FitsIndex(item)) return;
-  if (item.key.IsPlain() && mMask < mCount * kMostSpace) {
-    Rebuild((mMask + 1) * 2);
-  } else {
-    mOthers.emplace(item.key, &item);
+void PropertyTable::IndexElsewhere(Item& item) {
+  try {
+    const PropertyNameKey key = item.GetKey();
+    if (key.IsPlain() && mCells <= mCount * kMostSpace) Rebuild(mCells * 2);
+    if (Cell* free = FindFree(key)) {
+      *free = &item;
+    } else {
+      mOthers.emplace(key, &item);
+    }
+  } catch (...) {
+    mBlocks.back().pop_back();
+    --mCount;
+    throw;
   }
 }
 
+// An item without a value, which is one that is just being inserted, is left out like a deleted one.
 void PropertyTable::Rebuild(size_t leastCells) {
-  size_t cells = kFewestCells;
-  while (cells < leastCells) cells *= 2;
-  mMask = cells - 1;
-  mIndex.assign(cells + kWindow - 1, Cell{});
+  const auto bits = static_cast<unsigned>(std::bit_width(std::max(leastCells, kFewestCells) - 1));
+  const size_t cells = size_t{1} << bits;
+  std::vector<Cell>(cells + kWindow - 1).swap(mIndex);
+  mCells = cells;
+  mHashShift = 32 - bits;
   mOthers.clear();
   ForEachItem(0, [this](Item& item) {
-    if (!item.dead && !FitsIndex(item)) mOthers.emplace(item.key, &item);
+    if (item.IsDead()) return;
+    const PropertyNameKey key = item.GetKey();
+    if (Cell* free = FindFree(key)) {
+      *free = &item;
+    } else {
+      mOthers.emplace(key, &item);
+    }
   });
 }
 
@@ -223,7 +281,7 @@ void PropertyTable::Compact() {
   mOrdered = 0;
   for (const std::vector<Item>& block : old) {
     for (const Item& item : block) {
-      if (!item.dead) Append(item.key, item.entry);
+      if (!item.IsDead()) Append(item.GetKey(), item.entry.name).entry.value = item.entry.value;
     }
   }
   Rebuild(mCount * 2);
@@ -244,7 +302,7 @@ void PropertyTable::MakeOrder() const {
   if (known == mCount) return;
   mOrder.reserve(mCount);
   ForEachItem(known, [this](const Item& item) { mOrder.push_back(&item); });
-  const auto before = [](const Item* a, const Item* b) { return a->key < b->key; };
+  const auto before = [](const Item* a, const Item* b) { return a->GetKey() < b->GetKey(); };
   const auto added = mOrder.begin() + static_cast<std::ptrdiff_t>(known);
   if (!std::is_sorted(added, mOrder.end(), before)) std::sort(added, mOrder.end(), before);
   if (known > 0 && before(*added, *std::prev(added))) {

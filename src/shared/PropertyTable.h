@@ -19,27 +19,49 @@
 
 namespace orm {
 
+// What a name is compared by before its text is: it is kept with the name, which it takes 24 bytes to do.
+struct PropertyNameDigest {
+  // The length of names that do not consist of ASCII characters: their case folds by the code page only.
+  static constexpr uint32_t kNotPlain = UINT32_MAX;
+
+  uint64_t prefix;  // the first eight characters in lower case, the first one in the top byte
+  uint64_t second;  // the eight after them, likewise
+  uint32_t hash;    // of the lower-case form; only for plain names
+  uint32_t length;
+
+  bool IsPlain() const { return length != kNotPlain; }
+  bool operator==(const PropertyNameDigest& other) const = default;
+};
+
 // A name as it is compared. It points into the text of a string that must outlive it.
 class PropertyNameKey {
  public:
-  explicit PropertyNameKey(const String& name);
+  // Nearly all names have so few characters; the digest says everything about them.
+  static constexpr size_t kShort = 16;
 
-  // Whether the name consists of ASCII characters, so that its case folds without a code page.
-  bool IsPlain() const { return mPlain; }
-  // Of the lower-case form; only for plain names.
-  uint32_t GetHash() const { return mHash; }
+  explicit PropertyNameKey(const String& name) : PropertyNameKey(name, name.GetSize()) {}
+  PropertyNameKey(const String& name, size_t length)
+      : mDigest(length <= kShort ? DigestShort(name.GetBegin(), length)
+                                 : DigestLong(name.GetBegin(), length)),
+        mpText(name.GetBegin()) {}
+  // Of a name whose digest is known.
+  PropertyNameKey(const PropertyNameDigest& digest, const String& name)
+      : mDigest(digest), mpText(name.GetBegin()) {}
+
+  const PropertyNameDigest& GetDigest() const { return mDigest; }
+  bool IsPlain() const { return mDigest.IsPlain(); }
+  uint32_t GetHash() const { return mDigest.hash; }
   // Both plain.
-  bool IsEqual(const PropertyNameKey& other) const;
+  bool IsEqual(const PropertyNameDigest& digest, const String& name) const;
   // The order of enumeration.
   bool operator<(const PropertyNameKey& other) const;
 
  private:
+  static PropertyNameDigest DigestShort(const char* text, size_t length);
+  static PropertyNameDigest DigestLong(const char* text, size_t length);
+
+  PropertyNameDigest mDigest;
   const char* mpText;
-  uint64_t mPrefix;  // the first eight characters in lower case, the first one in the top byte
-  uint64_t mSecond;  // the eight after them, likewise
-  uint32_t mLength;
-  uint32_t mHash;
-  bool mPlain;
 };
 
 // The alternatives stand in the order of Properties::PropertyType.
@@ -62,60 +84,68 @@ class PropertyTable {
   // The property's value, of no type when the property is new.
   PropertyValue& FindOrInsert(const String& name);
   void Delete(const String& name);
+  // Makes room for so many properties more, in one block.
+  void Reserve(size_t count);
 
   size_t GetSize() const { return mCount - mDead; }
   // Calls `visit(const PropertyEntry&)` for each property in order.
   template <class Visit>
   void ForEach(Visit visit) const {
     for (const Item* item : GetOrder()) {
-      if (!item->dead) visit(item->entry);
+      if (!item->IsDead()) visit(item->entry);
     }
   }
 
  private:
   struct Item {
-    PropertyNameKey key;
+    PropertyNameDigest digest;
     PropertyEntry entry;
-    bool dead = false;  // deleted, but still a place in the order
+
+    Item(const PropertyNameDigest& nameDigest, const String& name) : digest(nameDigest), entry{name, {}} {}
+    PropertyNameKey GetKey() const { return PropertyNameKey(digest, entry.name); }
+    // Without a value it is deleted, but still a place in the order.
+    bool IsDead() const { return entry.value.index() == Properties::TYPE_NONE; }
   };
-  // A deleted item's cell has the complement of its hash, so that no name finds it.
-  struct Cell {
-    uint32_t hash = 0;
-    Item* pItem = nullptr;
-  };
+  using Cell = Item*;
   using Order = std::vector<const Item*>;
   // A name lies in one of this many cells, beginning with the one that its hash names.
   static constexpr size_t kWindow = 8;
-  static constexpr size_t kFewestCells = 32;
+  static constexpr size_t kFewestCells = 64;
   // Where there are more cells than this for each item, names that crowd one place are meant to.
   static constexpr size_t kMostSpace = 2;
-  static constexpr size_t kFirstBlock = 8;
+  static constexpr size_t kFirstBlock = 16;
   // Dead items are put up with until they are more than this and more than the others.
   static constexpr size_t kMostDead = 16;
 
-  Cell* FindCell(const PropertyNameKey& key) const;
-  // What FindCell does not find.
+  // The item that the index finds, else null and, when there is one, the free cell that the name may take.
+  Item* FindIndexed(const PropertyNameKey& key, Cell*& pFree) const;
+  const PropertyValue* FindSlowly(const String& name) const;
+  // What the index does not find.
   Item* FindOther(const PropertyNameKey& key, const String& name) const;
   Item* FindItem(const PropertyNameKey& key, const String& name) const;
-  Item& Append(const PropertyNameKey& key, const PropertyEntry& entry);
+  Item& Append(const PropertyNameKey& key, const String& name);
   // Calls `visit(item)` for the items from this one on, dead ones included.
   template <class Visit>
   void ForEachItem(size_t first, Visit visit) const;
-  bool FitsIndex(Item& item);
-  void Index(Item& item);
+  // For the last item, whose name has no cell to take. When it throws the item is gone.
+  void IndexElsewhere(Item& item);
+  // A free cell for the name, or null.
+  Cell* FindFree(const PropertyNameKey& key);
   void Rebuild(size_t leastCells);
   void Compact();
   const Order& GetOrder() const;
   void MakeOrder() const;
 
-  // Each block is twice as large as the one before it and never grows, so that items stay where they are.
+  // Each block is about twice as large as the one before it and never grows, so that items stay where they
+  // are.
   mutable std::vector<std::vector<Item>> mBlocks;
   size_t mCount = 0;  // of all items
   size_t mDead = 0;
-  // A power of two of cells that hashes name, at least twice as many as there are items, and kWindow - 1
-  // more.
+  // A power of two of cells that the upper bits of hashes name, at least twice as many as there are items,
+  // and kWindow - 1 more.
   mutable std::vector<Cell> mIndex;
-  size_t mMask = 0;
+  size_t mCells = 0;
+  unsigned mHashShift = 0;
   std::map<PropertyNameKey, Item*> mOthers;
 
   // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under the
@@ -128,5 +158,8 @@ class PropertyTable {
 // The table of a memory bag that has one; null for every other bag, also for one of a class derived from the
 // memory bag, whose operations may be its own.
 const PropertyTable* GetPropertyTable(const Properties& bag);
+
+// The same for writing; a memory bag that has none, or shares it, gets one of its own.
+PropertyTable* GetWritablePropertyTable(Properties& bag);
 
 }  // namespace orm

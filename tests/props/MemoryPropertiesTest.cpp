@@ -123,5 +123,13 @@ TEST(MemoryProperties, BehavesAsAMap) {
     for (const auto& [n, value] : reference) expected.push_back(n);
     ASSERT_EQ(names, expected);
     if (i % 20'000 == 0) bag = MemoryProperties(bag);
+    if (i % 20'000 == 10'000) {
+      const Binary data = bag.Export();
+      bag.Import(data);  // onto the same names
+      MemoryProperties imported;
+      imported.Import(data);
+      EXPECT_EQ(imported.Export(), data);
+      bag = imported;
+    }
   }
 }

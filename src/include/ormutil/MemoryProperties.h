@@ -40,6 +40,7 @@ class ORMUTIL_API MemoryProperties : public Properties {
 
  private:
   friend const PropertyTable* GetPropertyTable(const Properties& bag);
+  friend PropertyTable* GetWritablePropertyTable(Properties& bag);
 
   CountedObject<PropertyTable> mTable;
 };
