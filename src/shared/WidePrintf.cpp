@@ -160,10 +160,13 @@ class Formatter {
       case 'F':
       case 'g':
       case 'G': {
+        // Not all of them long doubles: %a shows how a number is stored.
         const char spelling[] = {'L', static_cast<char>(type), 0};
-        PutNumber(conversion, spelling,
-                  conversion.size == Size::LongDouble ? va_arg(mArguments, long double)
-                                                      : va_arg(mArguments, double));
+        if (conversion.size == Size::LongDouble) {
+          PutNumber(conversion, spelling, va_arg(mArguments, long double));
+        } else {
+          PutNumber(conversion, spelling + 1, va_arg(mArguments, double));
+        }
         return true;
       }
       case 'p':

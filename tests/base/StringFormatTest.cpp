@@ -48,10 +48,14 @@ TEST(StringFormat, WideTextIsFormattedLikeNarrowText) {
   EXPECT_EQ(FormatWide(u"%d|%5u|%-4x|%+03d|%#o", -7, 42u, 255u, 5, 8u), "-7|   42|ff  |+05|010");
   EXPECT_EQ(FormatWide(u"%lld %I64x %hhd %zu", 1LL << 40, 1ULL << 36, 257, size_t{9}),
             "1099511627776 1000000000 1 9");
+  EXPECT_EQ(FormatWide(u"%ld %hd %lu %hu %hhu", -1L, 0x1FFFE, 2UL, 65'537u, 258u), "-1 -2 2 1 2");
   EXPECT_EQ(FormatWide(u"%.3f %g %Lf", 1.5, 0.25, 2.0L), "1.500 0.25 2.000000");
+  EXPECT_EQ(FormatWide(u"%.1e %E %A %p", 1.5, 0.0, 1.0, reinterpret_cast<void*>(0x1F)),
+            "1.5e+00 0.000000E+00 0X1P+0 0x1f");
   EXPECT_EQ(FormatWide(u"[%s|%6s|%-6s|%.2s|%hs|%S]", word, word, word, word, "ab", "cd"),
             "[word|  word|word  |wo|ab|cd]");
   EXPECT_EQ(FormatWide(u"%c%hc%*d%%", 'x', 'y', 3, 1), "xy  1%");
+  EXPECT_EQ(FormatWide(u"[%*d]", -4, 7), "[7   ]") << "a negative width aligns to the left";
   EXPECT_EQ(FormatWide(u"%s", static_cast<const unsigned short*>(nullptr)), "(null)");
   EXPECT_EQ(FormatWide(u"%.2hs|%.*s", "abc", -1, word), "ab|word");
   // Not conversions: the result is empty.
@@ -79,6 +83,12 @@ TEST(StringFormat, InsertsTakeStringsAndNumbers) {
   static const unsigned short wide[] = {'<', '%', '1', '>', 0};
   static const unsigned short insert[] = {0x416, 'z', 0};
   EXPECT_EQ(Narrow(WideString::FormatInserts(wide, insert)), "<?z>");
+  static const unsigned short nothing[] = {'%', '0', 0};
+  EXPECT_TRUE(WideString::FormatInserts(nothing).IsEmpty());
+  EXPECT_THAT(log.Take(), IsEmpty());
+  static const unsigned short open[] = {'%', '1', '!', 0};
+  EXPECT_TRUE(WideString::FormatInserts(open, insert).IsEmpty());
+  EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/include/BaseString", 2402, "forced assert")));
 }
 
 TEST(StringFormat, WithoutMemoryThereIsNoText) {
