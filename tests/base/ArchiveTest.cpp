@@ -106,6 +106,9 @@ TEST(Archive, RejectsWhatItCannotRead) {
        {""s, "\0\x13\x48"s, "\1\x13\x48\x5B\1\0\0\0"s, "\0\x13\x48\x5C\1\0\0\0"s}) {
     EXPECT_EQ(Failure(bytes, number), ERROR_ARCHIVE_INVALID);
     EXPECT_EQ(number, 0u);
+    String text("old");
+    EXPECT_EQ(Failure(bytes, text), ERROR_ARCHIVE_INVALID);
+    EXPECT_EQ(text, "");
     const Binary stream = Of(bytes);
     ReadArchive reader(stream);
     EXPECT_EQ(reader.GetFormat(), ARCHIVE_FORMAT_UNKNOWN);

@@ -65,6 +65,9 @@ TEST(Binary, ShrinkingAndClearingKeepAnUnsharedBlock) {
   const unsigned char* block = data.GetData();
   data.SetSize(5, true);
   EXPECT_EQ(Bytes(data), "xxxxx");
+  data.Assign("ab", 2);
+  EXPECT_EQ(Bytes(data), "ab");
+  EXPECT_EQ(data.GetData(), block);
   data.Clear();
   EXPECT_EQ(data.GetAllocated(), 512u);
   EXPECT_EQ(data.GetData(), block);

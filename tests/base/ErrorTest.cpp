@@ -107,6 +107,8 @@ TEST(Error, CopiesAreIndependent) {
   EXPECT_EQ(error.GetMarkedLayer(), -1);
   EXPECT_TRUE(error.GetSuggestion().IsEmpty());
   EXPECT_EQ(error.GetData().GetSize(), 1u) << "the data outlive the layers";
+  error = std::move(extended);
+  EXPECT_EQ(Text(error), "more\nshared\n\nSuggestion: advice");
 }
 
 TEST(Error, SystemErrorsCarryTheSystemsText) {

@@ -29,7 +29,7 @@ std::string Bytes(const BaseString<Traits>& text) {
 template <class StringType>
 Outcome Read(const std::string& bytes, unsigned codePage = 0) {
   Outcome outcome{};
-  for (size_t shift : {1, 0}) {
+  for (size_t shift : {1u, 0u}) {
     const std::unique_ptr<unsigned char[]> memory(new unsigned char[bytes.size() + shift]);
     std::copy(bytes.begin(), bytes.end(), memory.get() + shift);
     StringType text;
@@ -100,6 +100,9 @@ TEST(StringSerialize, ReadsAndConverts) {
     const Outcome narrow = Read<String>(row.bytes, row.target);
     EXPECT_EQ(narrow.text, row.narrow);
     EXPECT_EQ(narrow.consumed, row.bytes.size());
+    const Outcome single = Read<BaseString<SbcsTraits>>(row.bytes, row.target);
+    EXPECT_EQ(single.text, row.narrow);
+    EXPECT_EQ(single.consumed, row.bytes.size());
     const Outcome wide = Read<WideString>(row.bytes, row.target);
     EXPECT_EQ(wide.text, row.wide);
     EXPECT_EQ(wide.consumed, row.bytes.size());

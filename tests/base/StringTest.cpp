@@ -93,6 +93,11 @@ TEST(String, OwnTextIsASourceLikeAnyOther) {
   EXPECT_STREQ(text.GetBegin(), "<abab>");
   text.SetSystemError(5, text.GetBegin() + 1);
   EXPECT_EQ(text.Compare("abab>") > 0, true);
+  String first;
+  first += text;
+  EXPECT_EQ(first.GetBegin(), text.GetBegin()) << "added to nothing a text is shared";
+  first = static_cast<const char*>(nullptr);
+  EXPECT_TRUE(first.IsEmpty());
   const String& self = text;
   text = self;
   EXPECT_STREQ(text.Left(text.GetBegin() + 5).GetBegin(), "abab>");

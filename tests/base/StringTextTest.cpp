@@ -54,7 +54,7 @@ TEST(StringText, TrimsCharactersOfASet) {
     EXPECT_EQ(Changed(row.text, [&](String& s) { s.Trim(row.set); }), row.both);
   }
   EXPECT_EQ(Changed("--a-b--", [](String& s) { s.Trim('-'); }), "a-b");
-  EXPECT_EQ(Changed("\xE9\xE9", [](String& s) { s.Trim('\xE9'); }), "");
+  EXPECT_EQ(Changed("\xE9\xE9", [](String& s) { s.Trim(static_cast<unsigned>('\xE9')); }), "");
 }
 
 TEST(StringText, SplitsWithoutEmptyTokens) {
@@ -89,6 +89,32 @@ TEST(StringText, ComparesAndFoldsLettersOfTheCodePage) {
   BaseString<SbcsTraits> single("\xC4X");
   single.MakeLower();
   EXPECT_STREQ(single.GetBegin(), "\xC4x");
+}
+
+// Whatever the code page: a byte is a character, and only ASCII has letters.
+TEST(StringText, SingleByteTextIsBytes) {
+  using Single = BaseString<SbcsTraits>;
+  WithCodePage page(932);
+  Single text("-\x83\x5C\\aZ[`{\xE4-");
+  EXPECT_EQ(text.GetLength(), 11u);
+  EXPECT_EQ(text.GetAt(1), 0x83u);
+  EXPECT_EQ(text.Find('\\') - text.GetBegin(), 2);
+  EXPECT_EQ(text.FindLast('\\') - text.GetBegin(), 3);
+  EXPECT_EQ(text.FindText("\\a") - text.GetBegin(), 3);
+  EXPECT_EQ(text.Find(0x835C), text.GetEnd());
+  EXPECT_EQ(text.FindLast(0x15C), text.GetEnd());
+  EXPECT_THAT(text.Split("\\"), ElementsAre(Single("-\x83"), Single("aZ[`{\xE4-")));
+  EXPECT_EQ(text.CompareNoCase("-\x83\x5C\\Az[`{\xE4-"), 0);
+  EXPECT_LT(text.CompareNoCase("-\x83\x5C\\az{`{\xE4-"), 0);
+  EXPECT_LT(text.CompareNoCase("-\xA1"), 0);
+  EXPECT_EQ(Single("aBx").CompareNoCase("Aby", 2), 0);
+  EXPECT_LT(Single("aB").CompareNoCase("AbC", 3), 0);
+  EXPECT_LT(Single("Z"), Single("a"));
+  text.Trim("-");
+  text.MakeUpper();
+  EXPECT_STREQ(text.GetBegin(), "\x83\x5C\\AZ[`{\xE4");
+  text.MakeLower();
+  EXPECT_STREQ(text.GetBegin(), "\x83\x5C\\az[`{\xE4");
 }
 
 // 0x83 0x5C is one character of code page 932 whose trail byte looks like a backslash; 0x81 alone is half a
@@ -133,7 +159,12 @@ TEST(StringText, WideTextIsTextToo) {
   text.MakeUpper();
   EXPECT_EQ(text, Wide(u"\u0416A\u0178;B"));
   EXPECT_EQ(text.CompareNoCase(Wide(u"\u0436a\u00FF;b").GetBegin()), 0);
+  EXPECT_LT(text.CompareNoCase(Wide(u"\u0436b").GetBegin(), 2), 0);
+  EXPECT_EQ(text.CompareNoCase(Wide(u"\u0436b").GetBegin(), 1), 0);
   EXPECT_EQ(text.Find(0x178) - text.GetBegin(), 2);
+  const WideString twice = text + text;
+  EXPECT_EQ(twice.FindLast('A') - twice.GetBegin(), 6);
+  EXPECT_EQ(twice.FindLast('x'), twice.GetEnd());
   EXPECT_EQ(text.FindText(Wide(u";B").GetBegin()) - text.GetBegin(), 3);
   EXPECT_EQ(text.FindText(Wide(u";BC").GetBegin()), text.GetEnd());
   EXPECT_THAT(text.Split(Wide(u";").GetBegin()), ElementsAre(Wide(u"\u0416A\u0178"), Wide(u"B")));

@@ -67,6 +67,15 @@ TEST_F(BitmapFilesTest, AreReadAsAnotherProgramReadsThem) {
   }
 }
 
+TEST_F(BitmapFilesTest, ThoseInTheProgramsResourcesLoadById) {
+  Bitmap resource, file;
+  ASSERT_TRUE(resource.Load(4712, nullptr, StretchInfo::GetNotChanging(), false));
+  ASSERT_TRUE(LoadFile(file, ReadData("pal8.bmp")));
+  EXPECT_EQ(Pixels(resource).width, Pixels(file).width);
+  EXPECT_EQ(Pixels(resource).colors, Pixels(file).colors);
+  EXPECT_NE(resource.GetPalette(), nullptr);
+}
+
 // A file with a colour table of three entries for 8 bits, and room before the pixels.
 std::string ShortTable() {
   Resource file;

@@ -51,7 +51,7 @@ void ExpectEqualToReference(int W, int H, int w, int h, std::mt19937& random, in
                                                      : 0);
   const std::vector<std::uint8_t> expected = ResamplePlainly({source.data(), W, H, w, h});
   const size_t pieceCount = static_cast<size_t>(W) + static_cast<size_t>(w);
-  for (const size_t lanes : {2, 4, 8}) {
+  for (const size_t lanes : {2u, 4u, 8u}) {
     std::vector<std::uint8_t> target(expected.size());
     std::vector<float> sums(orm::ResampleJob::Pad(static_cast<size_t>(w)) * 3), pieces(pieceCount);
     orm::Resample(

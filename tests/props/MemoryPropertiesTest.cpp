@@ -60,7 +60,8 @@ TEST(MemoryProperties, CopiesShareUntilOneIsChanged) {
   EXPECT_EQ(third.GetNumber("c"), 3u);
   EXPECT_TRUE(copy.EnumProperties().empty());
   copy = third;
-  third = third;
+  const MemoryProperties& itself = third;
+  third = itself;
   EXPECT_EQ(third.GetNumber("a"), 2u);
 }
 

@@ -388,8 +388,8 @@ TEST_F(PersistentTest, Location) {
                                    {"cfg://localhost", ""},
                                    {"", "cfg://localuser"},
                                    {"cfg://localhost/", "cfg://localuser"}};
-  for (const auto& [machine, user] : others) {
-    EXPECT_EQ(LayersOf([&] { mBag.SetLocation(machine, user); }),
+  for (const auto& other : others) {
+    EXPECT_EQ(LayersOf([&] { mBag.SetLocation(other[0], other[1]); }),
               (Layers{{0xE7220003, "Specified persistent property location is not supported."}}));
     EXPECT_EQ(trace.Take(), (std::vector<std::string>{
                                 "^ PersistentProperties::SetLocation(): Specified persistent property "

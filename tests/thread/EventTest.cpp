@@ -24,7 +24,9 @@ TEST(Event, EventBeforeInterruptionBeforeInput) {
     Event event(Event::MANUAL);
     MakeQueue();
     PostThreadMessageA(GetCurrentThreadId(), WM_USER, 0, 0);
-    bool message = false;
+    bool message = true;
+    EXPECT_FALSE(event.MessageWait(message, 0, QS_TIMER)) << "a message of another kind";
+    EXPECT_FALSE(message);
     EXPECT_TRUE(event.MessageWait(message, INFINITE, QS_POSTMESSAGE));
     EXPECT_TRUE(message);
     PostThreadMessageA(GetCurrentThreadId(), WM_USER, 0, 0);

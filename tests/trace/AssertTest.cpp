@@ -34,6 +34,8 @@ TEST(Assert, Policies) {
   } cases[] = {{"r", 3}, {"i", 4}, {"a", 255}, {"d", 3}};
   for (const auto& [policy, status] : cases) EXPECT_EQ(AssertInChild(policy, "").status, status) << policy;
   EXPECT_EQ(ReadLog("assert.log"), std::vector<std::string>(4, "src/x(12):assert fail:x > 0"));
+  SetRegistryText(TRACE_KEY + "\\trace_writer", " option_autoassert", "i");
+  EXPECT_EQ(AssertInChild("a", "").status, 4) << "the module's own policy goes first";
 }
 
 // The dialog, on a terminal of the child's own.

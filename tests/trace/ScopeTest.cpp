@@ -65,15 +65,26 @@ TEST_F(Scope, ALevelChangeInBetweenShowsOneLine) {
 
 class TimedScope : public Scope {
  protected:
-  void SetUp() override {
-    SetRegistryText(TRACE_KEY, " option_blocktimes", "Y");
+  void SetUp() override {}  // the facility reads its configuration with the first area
+  std::string LeaveLine(const char* global, const char* module) {
+    SetRegistryText(TRACE_KEY, " option_blocktimes", global);
+    SetRegistryText(TRACE_KEY + "\\test_trace", " option_blocktimes", module);
     Scope::SetUp();
+    SetLevel("t");
+    { TraceScope scope(area, TRACE_TRACE, "a", 1, "Do"); }
+    return mLines.size() == 2 ? mLines[1] : "no two lines";
   }
+  static constexpr const char* TIMED = "\\|<== \\([0-9]+\\.[0-9][0-9][0-9]\\) Do\r\n";
 };
 
 TEST_F(TimedScope, TellsTheTimeSpent) {
-  SetLevel("t");
-  { TraceScope scope(area, TRACE_TRACE, "a", 1, "Do"); }
-  ASSERT_EQ(mLines.size(), 2u);
-  EXPECT_THAT(mLines[1], testing::MatchesRegex("\\|<== \\([0-9]+\\.[0-9][0-9][0-9]\\) Do\r\n"));
+  EXPECT_THAT(LeaveLine("Y", ""), testing::MatchesRegex(TIMED));
+}
+
+TEST_F(TimedScope, IsTimedWhereTheModuleSaysSo) {
+  EXPECT_THAT(LeaveLine("n", "Y"), testing::MatchesRegex(TIMED));
+}
+
+TEST_F(TimedScope, IsNotTimedWhereTheModuleSaysSo) {
+  EXPECT_EQ(LeaveLine("y", "N"), "|<== Do\r\n");
 }
