@@ -18,7 +18,7 @@ constexpr const char* FILE_NAME = "src/shared/ClassDirectory";
 constexpr DWORD WATCHED =
     FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
 
-constexpr SIZE_T BYTES_OF_LIBRARY = 2048;  // three classes of two faces
+constexpr SIZE_T BYTES_OF_LIBRARY = 1600;  // with three classes of one face
 
 const String& GetKey(const FacePtr<LibraryIntl>& rpLibrary) {
   return rpLibrary->GetFileName();

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* FILE_NAME = "src/shared/ClassMask";
 
 // For which memory is prepared.
-constexpr size_t LIBRARIES_AT_ONCE = 48;
+constexpr size_t LIBRARIES_AT_ONCE = 60;
 
 void DropUses(std::vector<FacePtr<LibraryIntl>> libraries) {
   for (const auto& library : libraries) library->DropUse();

@@ -101,6 +101,14 @@ String Join(const std::vector<Span>& components) {
   return result;
 }
 
+// One component that is normal as it is, which the names of most files can be seen to be.
+bool IsPlainName(const char* text) {
+  const auto isPlain = [](char c) { return IsLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '-'; };
+  if (!isPlain(*text)) return false;
+  while (isPlain(*text) || *text == '.') ++text;
+  return *text == 0;
+}
+
 // "." or "..", alone or before a separator: the only ways in which a relative path may begin with a full
 // stop.
 bool BeginsWithDots(const char* text) {
@@ -133,6 +141,10 @@ bool ParseRooted(const String& root, const char* rest, String& result, int& root
 }  // namespace
 
 bool NormalizeComponents(const char* text, String& result) {
+  if (IsPlainName(text)) {
+    result = text;
+    return true;
+  }
   String folded;
   if (!FoldSeparators(text, folded)) return false;
   const std::vector<Span> components = ResolveDots(SplitComponents(folded));

@@ -7,6 +7,8 @@
 
 #include "kernel/Handle.h"
 #include "win32/kernel.h"
+#include "win32/memoryx.h"
+#include "win32/modules.h"
 
 namespace {
 
@@ -165,6 +167,26 @@ TEST(Process, VirtualQueryFindsTheImageOfAnAddress) {
   EXPECT_EQ(MEM_IMAGE, code.Type);
   EXPECT_EQ(code.AllocationBase, data.AllocationBase);
   EXPECT_EQ(MEM_PRIVATE, stack.Type);
+
+  constexpr DWORD byAddress =
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  HMODULE module = nullptr;
+  ASSERT_TRUE(GetModuleHandleExA(byAddress, reinterpret_cast<const char*>(&variable), &module));
+  EXPECT_EQ(data.AllocationBase, static_cast<void*>(module));
+  EXPECT_FALSE(GetModuleHandleExA(byAddress, reinterpret_cast<const char*>(&local), &module));
+  EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
+  EXPECT_FALSE(GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, "", &module)) << "would count";
+  EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
+}
+
+TEST(Process, PopulatingPagesChangesNothing) {
+  std::vector<char> bytes(100'000, 'x');
+  SetLastError(77);
+  OrmPopulatePages(bytes.data() + 1, bytes.size() - 1);
+  OrmPopulatePages(nullptr, 4096);
+  OrmPopulateHeap(SIZE_MAX);
+  EXPECT_EQ(77u, GetLastError());
+  EXPECT_EQ(std::vector<char>(100'000, 'x'), bytes);
 }
 
 }  // namespace

@@ -183,6 +183,23 @@ TEST(Mutex, SeveralOwnedAtOnceAndClosedBetween) {
   EXPECT_TRUE(ReleaseMutex(third.get()));
 }
 
+TEST(Mutex, AClosedHandleNamesItNoMore) {
+  const HANDLE closed = CreateMutexA(nullptr, FALSE, "used last");
+  const Handle other(CreateMutexA(nullptr, FALSE, "used last"));
+  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(closed, 0));
+  ASSERT_TRUE(ReleaseMutex(closed));
+  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(closed, 0));
+  ASSERT_TRUE(CloseHandle(closed));
+  EXPECT_FALSE(ReleaseMutex(closed));
+  EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+  EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(closed, 0));
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(other.get(), 0))
+      << "owned by this thread, for the second time";
+  EXPECT_TRUE(ReleaseMutex(other.get()));
+  EXPECT_TRUE(ReleaseMutex(other.get()));
+  EXPECT_FALSE(ReleaseMutex(other.get()));
+}
+
 TEST(Mutex, ExcludesUnderLoad) {
   for (const char* name : {static_cast<const char*>(nullptr), "under load"}) {
     const Handle mutex(CreateMutexA(nullptr, FALSE, name));

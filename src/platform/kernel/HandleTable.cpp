@@ -19,7 +19,7 @@ struct HandleSlot {
 namespace {
 
 constexpr uint64_t kPinMask = 0xFFFFFFFF;
-constexpr uint64_t kOpen = uint64_t{1} << 32;
+constexpr uint64_t kOpen = handleIsOpen;
 constexpr unsigned kGenerationShift = 33;
 constexpr uint64_t kGenerationMask = 0x7FFFFFFF;
 
@@ -160,6 +160,11 @@ const KernelObject* PeekHandle(HANDLE handle) noexcept {
   }
   const KernelObject* const object = parts.slot->object.load(std::memory_order_acquire);
   return Names(parts.slot->state.load(std::memory_order_relaxed), parts.generation) ? object : nullptr;
+}
+
+const std::atomic<uint64_t>* HandleState(HANDLE handle) noexcept {
+  const HandleParts parts = Decode(handle);
+  return parts.slot != nullptr ? &parts.slot->state : nullptr;
 }
 
 uint32_t OpenHandleCount() noexcept {

@@ -65,7 +65,7 @@ HANDLE HandleOf(const Ref<OwnableMutex>& mutex, bool own) {
   ThreadRecord& thread = CurrentThread();
   WaitNode request;
   request.thread = &thread;
-  if (mutex->TryAcquire(request) >= Acquired::kOwned) RecordOwnership(thread, HandlePin(handle));
+  if (mutex->TryAcquire(request) >= Acquired::kOwned) RecordOwnership(thread, HandlePin(handle), handle);
   return handle;
 }
 

@@ -84,12 +84,14 @@ bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {
   return false;
 }
 
-void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex) {
+void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex, HANDLE handle) {
   if (thread.ownsWarmMutex) {
     thread.ownedMutexes.push_back(std::move(mutex));
     return;
   }
   thread.warmMutex = std::move(mutex);
+  thread.warmHandle = handle;
+  thread.warmState = HandleState(handle);
   thread.ownsWarmMutex = true;
 }
 

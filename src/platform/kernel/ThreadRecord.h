@@ -32,6 +32,9 @@ struct ThreadRecord {
   // The mutex that the thread used last stays pinned after its release, so that taking it again costs no
   // interlocked step beyond the mutex's own. Its name does not depend on that: it goes with the last handle.
   HandlePin warmMutex;
+  HANDLE warmHandle = nullptr;  // under which it was taken; null when that is not known
+  // The state of that handle's slot, which stays this handle's as long as it is pinned.
+  const std::atomic<uint64_t>* warmState = nullptr;
   bool ownsWarmMutex = false;
   Ref<KernelObject> queue;  // the message queue; guarded by the list's lock for other threads
   void (*endQueue)(ThreadRecord&) = nullptr;
@@ -59,11 +62,21 @@ bool VisitThreads(Visit&& visit) {
       [](ThreadRecord& record, void* context) { return (*static_cast<Visit*>(context))(record); }, &visit);
 }
 
-// Keeps the mutex that the calling thread has just come to own until it is released.
-void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex);
+// Keeps the mutex that the calling thread has just come to own until it is released. `handle` is the one that
+// was pinned, or null.
+void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex, HANDLE handle);
+
+// A slot's state has this bit while its handle is open.
+inline constexpr uint64_t handleIsOpen = uint64_t{1} << 32;
+// The state of the slot that the handle names; null for one without a slot.
+const std::atomic<uint64_t>* HandleState(HANDLE handle) noexcept;
 
 // Whether the handle names the mutex that the thread used last.
 inline bool IsWarm(const ThreadRecord& thread, HANDLE handle) noexcept {
+  if (thread.warmState != nullptr && thread.warmHandle == handle &&
+      (thread.warmState->load(std::memory_order_relaxed) & handleIsOpen) != 0) {
+    return true;
+  }
   return thread.warmMutex && PeekHandle(handle) == thread.warmMutex.get();
 }
 

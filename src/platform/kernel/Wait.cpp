@@ -51,7 +51,8 @@ WaitHandles::~WaitHandles() {
 }
 
 void WaitHandles::Keep(uint32_t index, Acquired outcome) noexcept {
-  if (outcome >= Acquired::kOwned && index < mPinCount) RecordOwnership(mThread, std::move(Pins()[index]));
+  if (outcome >= Acquired::kOwned && index < mPinCount)
+    RecordOwnership(mThread, std::move(Pins()[index]), nullptr);
 }
 
 WaitResult WaitHandles::TryLast() noexcept {
@@ -124,7 +125,7 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
   if (result.outcome == Acquired::kNo && milliseconds != 0) {
     result = WaitOperation({&node, 1}).WaitForOne(Deadline(milliseconds));
   }
-  if (result.outcome >= Acquired::kOwned) RecordOwnership(thread, std::move(pin));
+  if (result.outcome >= Acquired::kOwned) RecordOwnership(thread, std::move(pin), object);
   return ToWaitCode(result);
 }
 
