@@ -43,6 +43,12 @@ fs::path CopyOf(const char* part, const char* as) {
   return copy;
 }
 
+// There is no way back through the loader, which would keep its lock.
+TEST(Modules, AThrowingInitialiserEndsTheProcessWithItsReason) {
+  EXPECT_DEATH(LoadLibraryA(Ansi(kParts / "throwing.dll").c_str()),
+               "throwing.dll: a static initialiser threw: no use");
+}
+
 TEST(Modules, TenLibrariesInTurnLeaveNoMapping) {
   for (int i = 0; i < 10; ++i) {
     const fs::path path = kParts / ("part" + std::to_string(i) + ".dll");

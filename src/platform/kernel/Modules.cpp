@@ -114,6 +114,14 @@ DWORD ErrorFromLoaderText(const char* text) {
   abort();
 }
 
+// dlopen as a function that may throw. It is declared as one that does not, and the compiler then drops what
+// catches the exceptions of static initialisers, unless it cannot know which function is called.
+void* OpenLibrary(const char* path, int mode) {
+  using Open = void* (*)(const char*, int);
+  const volatile Open open = dlopen;
+  return open(path, mode);
+}
+
 HMODULE Count(LoaderHandle handle) {
   const HMODULE module = BaseOfHandle(handle.get());
   LoadedTable& table = Table();
@@ -135,7 +143,7 @@ HMODULE Load(const std::string& path) {
   bool attachFailed;
   try {
     const LoadInProgress load;
-    handle.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+    handle.reset(OpenLibrary(path.c_str(), RTLD_NOW | RTLD_LOCAL));
     attachFailed = load.AttachFailed();
   } catch (...) {
     DieOfInitialiser(path);
