@@ -32,6 +32,18 @@ if(ORM_SANITIZE)
   add_link_options(-fsanitize=${ORM_SANITIZE})
 endif()
 
+# Counters that lie in files which the processes map.
+option(ORM_COVERAGE "Count which lines and branches run (clang only)" OFF)
+if(ORM_COVERAGE)
+  set(counting -fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
+  list(JOIN counting " " flags)
+  string(APPEND CMAKE_CXX_FLAGS_DEBUG " ${flags}")
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} ${counting} -fPIC -fvisibility=hidden
+    -c "${PROJECT_SOURCE_DIR}/tests/support/CoverageStart.cpp" -o "${CMAKE_BINARY_DIR}/coverage_start.o"
+    COMMAND_ERROR_IS_FATAL ANY)
+  add_link_options("${CMAKE_BINARY_DIR}/coverage_start.o" -Wno-unused-command-line-argument)
+endif()
+
 # The sources of a room are the files that lie in it.
 function(orm_room_sources variable)
   set(found)
