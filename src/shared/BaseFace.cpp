@@ -18,11 +18,8 @@ bool FaceId::HasText(const char* text) const {
 }
 
 void ThrowFaceNotSupportedError(const char* faceId) {
-  Error error;
-  error.AddLayer(0xE7230002,
-                 BaseString<MbcsTraits>::FormatInserts("The interface '%1' is not supported.", faceId),
-                 false);
-  throw error;
+  throw Error(0xE7230002,
+              BaseString<MbcsTraits>::FormatInserts("The interface '%1' is not supported.", faceId));
 }
 
 }  // namespace orm

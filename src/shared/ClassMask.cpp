@@ -18,7 +18,7 @@ constexpr const char* FILE_NAME = "src/shared/ClassMask";
 // For which memory is prepared.
 constexpr size_t LIBRARIES_AT_ONCE = 60;
 
-void DropUses(std::vector<FacePtr<LibraryIntl>> libraries) {
+void DropUses(const std::vector<FacePtr<LibraryIntl>>& libraries) {
   for (const auto& library : libraries) library->DropUse();
 }
 
@@ -30,7 +30,7 @@ void MaskIntl::Register() {
   try {
     FindLibraries(found);
   } catch (const Error&) {
-    DropUses(std::move(found));
+    DropUses(found);
     Unregister();
     throw;
   }

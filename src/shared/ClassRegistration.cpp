@@ -79,18 +79,18 @@ DWORD ClassManagerImpl::Register(const String& path) {
 
 DWORD ClassManagerImpl::RegisterPath(const String& text) {
   const ClassLock lock(mLock);
-  const auto [path, mask] = SplitPath(text);
-  if (!mSystemDirectory.IsOutside(path)) {
+  const DirectoryAndMask target = SplitPath(text);
+  if (!mSystemDirectory.IsOutside(target.directory)) {
     throw Error(ERROR_COMPONENT_PATH_INVALID, "The specified path is Windows system path.");
   }
-  FacePtr<DirectoryIntl> directory = FindDirectory(path);
+  FacePtr<DirectoryIntl> directory = FindDirectory(target.directory);
   if (directory) {
     directory->StartWatch();
-    return directory->Register(mask);
+    return directory->Register(target.mask);
   }
-  directory = FacePtr<DirectoryIntl>::Adopt(new DirectoryIntl(*this, path));
+  directory = FacePtr<DirectoryIntl>::Adopt(new DirectoryIntl(*this, target.directory));
   directory->StartWatch();
-  const DWORD cookie = directory->Register(mask);
+  const DWORD cookie = directory->Register(target.mask);
   mDirectories.push_back(directory);
   return cookie;
 }

@@ -150,8 +150,10 @@ WORD ReadMilliseconds(Range fraction) {
     for (const char* pos = fraction.begin; pos < end && IsDigit(*pos); ++pos)
       value = value * 10 + (*pos - '0');
   } else {
-    // Blanks may come first, and then a number in any base that scanf knows.
+    // Blanks may come first, and then a number in any base that scanf knows; three characters cannot
+    // overflow.
     const String text(fraction.begin, fraction.end);
+    // NOLINTNEXTLINE(cert-err34-c)
     if (std::sscanf(text.GetBegin(), "%3i", &value) != 1) value = 0;
   }
   return static_cast<WORD>(value);

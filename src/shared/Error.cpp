@@ -30,15 +30,13 @@ void Error::MakeWritable(bool keepContents) {
 }
 
 void Error::AddLayer(DWORD code, const String& message, bool mark) {
-  // The message may belong to a layer that moves.
-  const String text = message;
   MakeWritable(true);
   std::vector<Layer>& layers = mpData->mLayers;
   if (code == ERROR_LAYER_BELOW) {
     ORM_ASSERT(!layers.empty(), "!mpData->mLayers.empty()", kSource, 97);
     code = layers.empty() ? 0 : layers.back().code;
   }
-  layers.push_back({code, text});
+  layers.push_back({code, message});
   if (mark) mpData->mMarkedLayer = static_cast<int>(layers.size()) - 1;
 }
 
@@ -54,12 +52,11 @@ void Error::Clear() {
 }
 
 void Error::MakeSystemError(DWORD code, const String& context, bool mark) {
-  const String keep = context;
   String message;
   message.SetSystemError(code, nullptr);
   Clear();
   AddLayer(code, message, mark);
-  if (!keep.IsEmpty()) AddLayer(ERROR_LAYER_BELOW, keep, false);
+  if (!context.IsEmpty()) AddLayer(ERROR_LAYER_BELOW, context, false);
 }
 
 Error MakeSystemError(DWORD code, const String& context, bool mark) {
@@ -77,15 +74,13 @@ bool Error::HasCode(DWORD code) const {
 }
 
 void Error::SetSuggestion(const String& text, bool) {
-  const String keep = text;
   MakeWritable(true);
-  mpData->mSuggestion = keep;
+  mpData->mSuggestion = text;
 }
 
 void Error::SetData(const Binary& data) {
-  const Binary keep = data;
   MakeWritable(true);
-  mpData->mBinary = keep;
+  mpData->mBinary = data;
 }
 
 String Error::Format() const {

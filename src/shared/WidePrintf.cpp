@@ -60,9 +60,7 @@ class Formatter {
 
   int Run(const Unit* format) {
     for (mpPos = format; *mpPos != 0;) {
-      if (*mpPos != '%') {
-        mOutput.Put(*mpPos++);
-      } else if (*++mpPos == '%') {
+      if (*mpPos != '%' || *++mpPos == '%') {
         mOutput.Put(*mpPos++);
       } else if (!Convert()) {
         return -1;

@@ -1,12 +1,14 @@
 // orm draw bitmap: loads a bitmap file the way a resource is loaded and draws it.
 #include "DrawBitmap.h"
 
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 
 #include "BitmapFile.h"
 #include "Picture.h"
@@ -16,20 +18,40 @@ namespace {
 
 constexpr int mostPixels = 16384;  // of a picture's side
 
+// Reads whole numbers and the marks between them from a text's front.
+class Fields {
+ public:
+  explicit Fields(std::string_view text) : mPosition(text.data()), mEnd(text.data() + text.size()) {}
+
+  bool ReadNumber(int& value) {
+    const auto [rest, error] = std::from_chars(mPosition, mEnd, value);
+    mPosition = rest;
+    return error == std::errc();
+  }
+  bool ReadMark(char mark) {
+    if (mPosition == mEnd || *mPosition != mark) return false;
+    ++mPosition;
+    return true;
+  }
+  bool ReadRatio(int& multiplier, int& divisor) {
+    return ReadNumber(multiplier) && ReadMark('/') && ReadNumber(divisor) && multiplier > 0 && divisor > 0;
+  }
+  bool IsAtEnd() const { return mPosition == mEnd; }
+
+ private:
+  const char* mPosition;
+  const char* mEnd;
+};
+
 StretchInfo ParseScale(const std::string& text) {
   if (text.empty()) return StretchInfo::GetNotChanging();
   StretchInfo scale{};
-  int read = 0;
-  if (std::sscanf(text.c_str(), "%d/%d%n", &scale.mMulX, &scale.mDivX, &read) == 2) {
+  Fields fields(text);
+  if (fields.ReadRatio(scale.mMulX, scale.mDivX)) {
     scale.mMulY = scale.mMulX;
     scale.mDivY = scale.mDivX;
-    int more = 0;
-    if (text[static_cast<std::size_t>(read)] == 'x' &&
-        std::sscanf(text.c_str() + read, "x%d/%d%n", &scale.mMulY, &scale.mDivY, &more) == 2)
-      read += more;
-    if (static_cast<std::size_t>(read) == text.size() && scale.mMulX > 0 && scale.mDivX > 0 &&
-        scale.mMulY > 0 && scale.mDivY > 0)
-      return scale;
+    if (fields.IsAtEnd()) return scale;
+    if (fields.ReadMark('x') && fields.ReadRatio(scale.mMulY, scale.mDivY) && fields.IsAtEnd()) return scale;
   }
   throw std::invalid_argument("'" + text + "' is no scale: write 120/96, or 3/2x1/2 for width and height");
 }
@@ -42,11 +64,17 @@ struct Repeat {
 Repeat ParseRepeat(const std::string& text) {
   Repeat repeat;
   Bitmap::RepeatInfo& info = repeat.info;
-  const int fields = std::sscanf(text.c_str(), "%dx%d:%d,%d,%d,%d,%d,%d,%d,%d", &repeat.size.cx,
-                                 &repeat.size.cy, &info.mStartX, &info.mLengthX, &info.mPeriodX,
-                                 &info.mPhaseX, &info.mStartY, &info.mLengthY, &info.mPeriodY, &info.mPhaseY);
-  if (fields >= 2 && repeat.size.cx > 0 && repeat.size.cy > 0 && repeat.size.cx <= mostPixels &&
-      repeat.size.cy <= mostPixels)
+  Fields fields(text);
+  bool isRead =
+      fields.ReadNumber(repeat.size.cx) && fields.ReadMark('x') && fields.ReadNumber(repeat.size.cy);
+  char mark = ':';
+  for (int* field : {&info.mStartX, &info.mLengthX, &info.mPeriodX, &info.mPhaseX, &info.mStartY,
+                     &info.mLengthY, &info.mPeriodY, &info.mPhaseY}) {
+    if (isRead && !fields.IsAtEnd()) isRead = fields.ReadMark(mark) && fields.ReadNumber(*field);
+    mark = ',';
+  }
+  if (isRead && fields.IsAtEnd() && repeat.size.cx > 0 && repeat.size.cy > 0 &&
+      repeat.size.cx <= mostPixels && repeat.size.cy <= mostPixels)
     return repeat;
   throw std::invalid_argument("'" + text +
                               "' is no repetition: write WIDTHxHEIGHT, then : and the start, length, period "

@@ -21,7 +21,7 @@ constexpr COLORREF rule = RGB(0xB0, 0xB8, 0xC8);
 
 // Resource data of a picture with 24 bits; color(x, y) gives 0x00RRGGBB.
 std::vector<BYTE> MakeResource(int width, int height, const std::function<DWORD(int, int)>& color) {
-  const std::size_t stride = static_cast<std::size_t>((width * 24 + 31) / 32 * 4);
+  const std::size_t stride = (static_cast<std::size_t>(width) * 24 + 31) / 32 * 4;
   std::vector<BYTE> bytes(40 + stride * static_cast<std::size_t>(height));
   const auto put = [&bytes](std::size_t at, DWORD value) {
     for (int i = 0; i < 4; ++i) bytes[at++] = static_cast<BYTE>(value >> 8 * i);

@@ -248,6 +248,7 @@ std::string ArchiveKindName(ArchiveKind kind) {
 
 std::vector<ArchiveKind> AllArchiveKinds() {
   std::vector<ArchiveKind> all;
+  all.reserve(kinds.size());
   for (const Kind& kind : kinds) all.push_back(kind.kind);
   return all;
 }

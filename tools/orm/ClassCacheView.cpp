@@ -50,7 +50,7 @@ class Reader {
 
   void ReadHeader() {
     for (uint32_t i = 0; i < 3; ++i) {
-      mView.magic[i] = Load32(i * 4);
+      mView.magic[i] = Load32(uint64_t{i} * 4);
       if (mView.magic[i] != MAGIC[i])
         Fault("magic word " + std::to_string(i + 1) + " is wrong: no process uses this block");
     }

@@ -20,7 +20,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const RegPath LIB_PATHS{HKEY_LOCAL_MACHINE, "Software\\Brightwell\\LibPaths"};
+RegPath GetLibraryPaths() {
+  return {HKEY_LOCAL_MACHINE, "Software\\Brightwell\\LibPaths"};
+}
 
 String ToString(const std::string& text) {
   try {
@@ -71,8 +73,8 @@ struct PathsOptions {
 
 void ChangePaths(const std::string& path, bool add) {
   const std::string text = InterfacePath(path).GetBegin();
-  RegSection section{LIB_PATHS, false, {}, {}};
-  const RegDocument present = ReadRegTree(LIB_PATHS, false);
+  RegSection section{GetLibraryPaths(), false, {}, {}};
+  const RegDocument present = ReadRegTree(GetLibraryPaths(), false);
   for (const RegEntry& entry : present.empty() ? std::vector<RegEntry>() : present.front().entries) {
     const bool same = _mbsicmp(reinterpret_cast<const unsigned char*>(entry.data->bytes.c_str()),
                                reinterpret_cast<const unsigned char*>(text.c_str())) == 0;
@@ -92,7 +94,7 @@ void ShowPaths(bool json) {
   std::vector<String> registered;
   FacePtr<ClassManagerPathInfo>(ClassManagerPathInfo::CLASS_ID, "")->GetPaths(registered, true);
   Json list{{"defaults", Json::array()}, {"registered", Json::array()}};
-  const RegDocument defaults = ReadRegTree(LIB_PATHS, false);
+  const RegDocument defaults = ReadRegTree(GetLibraryPaths(), false);
   for (const RegEntry& entry : defaults.empty() ? std::vector<RegEntry>() : defaults.front().entries) {
     if (entry.data->type == REG_SZ) list["defaults"].push_back(ToDisplay(entry.data->bytes.c_str()));
   }

@@ -92,7 +92,7 @@ void ExplainStaying(const ElfDescription& elf, ProbeResult& result) {
     }
   }
   if (result.reasons.size() == before)
-    result.reasons.push_back("something in the process refers to it; nothing in its file says what");
+    result.reasons.emplace_back("something in the process refers to it; nothing in its file says what");
 }
 
 void ReadReport(const std::string& output, Json& json) {
@@ -131,9 +131,10 @@ ProbeResult ProbeLibrary(const std::string& path, bool createObjects) {
     return result;
   }
   result.meetsContract = result.reasons.empty() && !result.json["classes"].empty();
-  if (result.json["classes"].empty() && result.reasons.empty()) result.reasons.push_back("it lists no class");
+  if (result.json["classes"].empty() && result.reasons.empty())
+    result.reasons.emplace_back("it lists no class");
   if (!result.json.value("agrees", true)) {
-    result.reasons.push_back("LibCanUnload answers false: it says that objects of it are alive");
+    result.reasons.emplace_back("LibCanUnload answers false: it says that objects of it are alive");
   }
   result.unloads = !result.json.value("mapped", false) && result.json.value("agrees", true);
   if (result.json.value("mapped", false)) ExplainStaying(elf, result);

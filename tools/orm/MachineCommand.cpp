@@ -8,12 +8,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <string_view>
+#include <system_error>
 
 #include "Command.h"
 #include "Console.h"
@@ -156,8 +158,11 @@ Json Describe() {
   json["hives"] = Entries(folder + "/registry");
   json["users"] = Json::array();
   for (const std::string& hive : Entries(folder + "/registry")) {
+    constexpr std::string_view prefix = "user-";
     unsigned user = 0;
-    if (std::sscanf(hive.c_str(), "user-%u", &user) == 1) json["users"].push_back(UserName(user));
+    if (hive.starts_with(prefix) &&
+        std::from_chars(hive.data() + prefix.size(), hive.data() + hive.size(), user).ec == std::errc())
+      json["users"].push_back(UserName(user));
   }
   json["objects"] = Json::array();
   for (const std::string& file : Entries(folder + "/named")) {

@@ -16,7 +16,7 @@ struct Name {
   std::string text;
   std::uint16_t number = 0;
 
-  auto operator<=>(const Name&) const = default;
+  auto operator<=>(const Name&) const = default;  // NOLINT(modernize-use-nullptr): the check misreads it
 };
 
 std::string ToText(const Name& name);
@@ -26,7 +26,7 @@ struct Key {
   Name name;
   std::uint16_t language = 0;
 
-  auto operator<=>(const Key&) const = default;
+  auto operator<=>(const Key&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 inline constexpr std::uint16_t bitmapType = 2;

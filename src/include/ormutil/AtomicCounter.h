@@ -14,7 +14,7 @@ class AtomicCounter {
   // Tags a counter of a block that is built at compile time, before any check could report.
   struct Constant {};
 
-  constexpr AtomicCounter(Constant, LONG value) : mValue(value) {}
+  constexpr AtomicCounter(Constant, LONG value) noexcept : mValue(value) {}
   AtomicCounter(LONG value) {
     Check(118);
     __atomic_store_n(&mValue, value, __ATOMIC_RELAXED);

@@ -36,7 +36,7 @@ namespace orm {
 
 // The two words before the characters of a string.
 struct StringBlock {
-  constexpr StringBlock(AtomicCounter::Constant tag, LONG holders, unsigned bytes)
+  constexpr StringBlock(AtomicCounter::Constant tag, LONG holders, unsigned bytes) noexcept
       : count(tag, holders), capacity(bytes) {}
   StringBlock(LONG holders, unsigned bytes) : count(holders), capacity(bytes) {}
 

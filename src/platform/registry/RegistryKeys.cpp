@@ -44,7 +44,8 @@ DWORD CreateKey(HKEY key, const char* subKey, const char* className, REGSAM acce
   Place place;
   KeyParts parts;
   DWORD error = Begin(key, subKey, &place, &parts);
-  if (error == ERROR_SUCCESS) error = WalkDown(parts, &place);
+  if (error != ERROR_SUCCESS) return error;
+  error = WalkDown(parts, &place);
   // A store that this user cannot even make is denied, rather than absent.
   if (error == ERROR_FILE_NOT_FOUND && place.hive->Open() != ERROR_SUCCESS) return ERROR_ACCESS_DENIED;
   if (error == ERROR_FILE_NOT_FOUND) {

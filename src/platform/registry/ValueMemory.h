@@ -26,7 +26,8 @@ class ValueMemory {
     std::array<char, 46> name;
     std::array<BYTE, 64> data;
 
-    Value() {}  // the texts are not cleared: their sizes say what is there
+    // The texts are not cleared: their sizes say what is there. A defaulted constructor would clear them.
+    Value() {}  // NOLINT(modernize-use-equals-default)
     // Empty when the name or the data are too long.
     Value(std::uint64_t txn, std::string_view name, DWORD type, std::string_view data);
 
