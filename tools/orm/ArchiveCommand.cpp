@@ -80,7 +80,8 @@ void PrintDump(std::string_view bytes, const std::vector<ArchiveField>& fields) 
     for (std::size_t at = 0; at < field.size; at += 16) {
       std::string hex;
       for (std::size_t i = at; i < std::min(field.size, at + 16); ++i) {
-        hex += (hex.empty() ? "" : " ") + HexOf(bytes.substr(field.offset + i, 1));
+        if (!hex.empty()) hex += ' ';
+        hex += HexOf(bytes.substr(field.offset + i, 1));
       }
       char offset[16];
       std::snprintf(offset, sizeof offset, "%6zu", field.offset + at);

@@ -49,8 +49,8 @@ class Reader {
   uint64_t Load64(uint64_t at) const { return Load32(at) | static_cast<uint64_t>(Load32(at + 4)) << 32; }
 
   void ReadHeader() {
-    for (uint32_t i = 0; i < 3; ++i) {
-      mView.magic[i] = Load32(uint64_t{i} * 4);
+    for (uint64_t i = 0; i < 3; ++i) {
+      mView.magic[i] = Load32(i * 4);
       if (mView.magic[i] != MAGIC[i])
         Fault("magic word " + std::to_string(i + 1) + " is wrong: no process uses this block");
     }
