@@ -89,7 +89,7 @@ FacePtr<Thread> Thread::GetSelf() {
 // The slot's own reference keeps the object for as long as its thread runs.
 Thread* Thread::GetOwn() {
   auto* own = static_cast<Thread*>(TlsGetValue(gTlsIndex));
-  return own ? own : GetSelf().Get();  // NOLINT(clang-analyzer-cplusplus.NewDelete)
+  return own ? own : GetSelf().Get();
 }
 
 inline Thread::Recent& Thread::FindRecent(const char* text) {
