@@ -38,7 +38,7 @@ void ReadPacked(const std::uint8_t* row, int x, int count, std::uint32_t* values
 // at once. Returns how many these were.
 int PackBits(std::uint8_t* bytes, int count, const std::uint32_t* values) {
   constexpr int atOnce = 4;
-  constexpr std::ptrdiff_t valuesAtOnce = 8 * atOnce;
+  constexpr std::ptrdiff_t valuesAtOnce = std::ptrdiff_t{8} * atOnce;
   std::uint8_t single[valuesAtOnce];
   int done = 0;
   for (; done + atOnce <= count; done += atOnce, values += valuesAtOnce) {
