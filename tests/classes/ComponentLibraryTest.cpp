@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 #include "ErrorText.h"
@@ -235,7 +236,9 @@ TEST(ComponentLibrary, StaysWhileAnObjectIsBeingMade) {
   EXPECT_EQ(factory->created, 1);
 }
 
-// Creating shares the manager's lock; registering and unloading hold it alone.
+// Creating shares the manager's lock; registering and unloading hold it alone. The objects
+// are released by the thread that unloads, since the last steps of a Release run in the library's own code,
+// after it has said that it may go.
 TEST(ComponentLibrary, ThreadsCreateWhileItIsUnloadedAndRegisteredAnew) {
   TestFolder folder;
   folder.Add("alpha");
@@ -243,19 +246,32 @@ TEST(ComponentLibrary, ThreadsCreateWhileItIsUnloadedAndRegisteredAnew) {
   GetClassMgr()->Register(folder.GetPath());
   constexpr int THREADS = 3;
   std::atomic<int> running{THREADS};
+  std::mutex mutex;
+  std::vector<FacePtr<Numbered>> made;
+  const auto release = [&] {
+    const std::lock_guard lock(mutex);
+    made.clear();
+  };
   std::vector<std::thread> threads;
   for (int t = 0; t < THREADS; ++t) {
-    threads.emplace_back([&running, t] {
-      for (int i = 0; i < 500; ++i) EXPECT_EQ(NumberOf((t + i) % 3 == 0 ? "CID_Beta" : "CID_Alpha"), 1);
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 500; ++i) {
+        FacePtr<Numbered> object((t + i) % 3 == 0 ? "CID_Beta" : "CID_Alpha", "");
+        EXPECT_EQ(object->GetNumber(), 1);
+        const std::lock_guard lock(mutex);
+        made.push_back(std::move(object));
+      }
       --running;
     });
   }
   while (running != 0) {
+    release();
     GetClassMgr()->UnloadLibraries(true);
     GetClassMgr()->Unregister(GetClassMgr()->Register(folder.GetPath("alpha.dll")));
     EXPECT_TRUE(IsRegistered("CID_Alpha"));
   }
   for (std::thread& thread : threads) thread.join();
+  release();
   GetClassMgr()->UnloadLibraries(false);
   EXPECT_FALSE(IsMapped("alpha.dll")) << "no creation is still counted";
 }
