@@ -181,7 +181,7 @@ void ReadArchive::ReadBinary(Binary& data) {
   if (count > left) ThrowEnd();
   const unsigned char* source = mpData->GetData() + mPos;
   mPos += count;
-  if (count == 0 || !data.AssignInPlace(source, count)) data.Assign(source, count);
+  data.Assign(source, count);
 }
 
 void Archive::SetStream(Binary& stream, ModeType mode) {

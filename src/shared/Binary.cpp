@@ -104,9 +104,8 @@ unsigned char* Binary::GetBuffer(unsigned size) {
 }
 
 // A source inside this buffer's block is kept alive, and the block made unwritable, by one more holder.
-void Binary::Assign(const void* data, unsigned size) {
+void Binary::AssignSlowly(const void* data, unsigned size) {
   if (size == 0) return Clear();
-  if (AssignInPlace(data, size)) return;
   const Binary keep = Owns(data) ? *this : Binary();
   SetSize(size, false);
   std::memcpy(mpData->GetBytes(), data, size);

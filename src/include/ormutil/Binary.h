@@ -62,7 +62,9 @@ class Binary {
   // sees them. Null when the size is 0 and there is no block. Valid until the buffer is changed or copied.
   ORMUTIL_API unsigned char* GetBuffer(unsigned size);
   // Replaces the content, or adds to its end; `data` may lie in this buffer.
-  ORMUTIL_API void Assign(const void* data, unsigned size);
+  void Assign(const void* data, unsigned size) {
+    if (size == 0 || !AssignInPlace(data, size)) AssignSlowly(data, size);
+  }
   ORMUTIL_API void Append(const void* data, unsigned size);
   // Fills `count` bytes from `offset` with `value`, growing the buffer when they lie beyond its end (bytes
   // between the old end and `offset` are unspecified). A count of 0xFFFFFFFF means up to the end.
@@ -81,7 +83,6 @@ class Binary {
 
  private:
   friend class WriteArchive;
-  friend class ReadArchive;
 
   struct Block {
     explicit Block(unsigned allocated, unsigned size) : counter(1), mAllocated(allocated), mSize(size) {}
@@ -106,6 +107,7 @@ class Binary {
     const auto begin = reinterpret_cast<uintptr_t>(GetData());
     return mpData && address >= begin && address - begin < mpData->mAllocated;
   }
+  ORMUTIL_API void AssignSlowly(const void* data, unsigned size);
   // Assigns bytes when this buffer has a block that takes them without further ado.
   bool AssignInPlace(const void* data, unsigned size) {
     if (!mpData || size > mpData->mAllocated || IsShared() || Owns(data)) return false;

@@ -215,9 +215,8 @@ void Surface::Read(int x, int y, int count, std::uint32_t* values) const {
         two = (two & 0xFFFFFF) | (two << 8 & 0xFFFFFF00000000);
         std::memcpy(values + i, &two, sizeof two);
       }
-      for (; i < count - 1; ++i, row += 3)
+      for (; i < count; ++i, row += 3)
         values[i] = row[0] | std::uint32_t{row[1]} << 8 | std::uint32_t{row[2]} << 16;
-      if (i < count) values[i] = row[0] | std::uint32_t{row[1]} << 8 | std::uint32_t{row[2]} << 16;
       return;
     }
     default:
