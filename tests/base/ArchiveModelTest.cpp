@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "AssertionLog.h"
+#include "support/BinaryBytes.h"
 
 using namespace orm;
 
@@ -35,7 +36,7 @@ Item RandomItem(std::mt19937& rRandom) {
     case 4:
       return number;
     case 5:
-      return Binary(bytes.data(), static_cast<unsigned>(bytes.size()));
+      return test::BinaryOf(bytes);
     default:
       return String(RandomBytes(rRandom, 1).c_str());
   }

@@ -6,37 +6,30 @@
 #include <string>
 
 #include "AssertionLog.h"
+#include "support/BinaryBytes.h"
 
 using namespace orm;
+using namespace test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using namespace std::string_literals;
 
 namespace {
 
-Binary Of(const std::string& bytes) {
-  return Binary(bytes.data(), static_cast<unsigned>(bytes.size()));
-}
-
-std::string Bytes(const Binary& data) {
-  return data.IsEmpty() ? std::string()
-                        : std::string(reinterpret_cast<const char*>(data.GetData()), data.GetSize());
-}
-
 const std::string kHeader = "\0\x13\x48\x5B"s;
 
 template <class... Values>
 std::string Written(const Values&... values) {
-  Binary stream = Of("dropped");
+  Binary stream = BinaryOf("dropped");
   WriteArchive writer(stream);
   (void)(writer << ... << values);
-  return Bytes(stream);
+  return BytesOf(stream);
 }
 
 // The code of the one layer that reading throws, 0 when it throws nothing.
 template <class T>
 DWORD Failure(const std::string& bytes, T& value) {
-  const Binary stream = Of(bytes);
+  const Binary stream = BinaryOf(bytes);
   ReadArchive reader(stream);
   try {
     reader >> value;
@@ -72,14 +65,14 @@ TEST(Archive, WritesFixedBytes) {
             kHeader + "\1\3\2\xB\xA\x9\x8\x7\x6\x5\x4\1\xFF\xFF\xFF\xFF"s);
   EXPECT_EQ(Written(String()), kHeader + "\0\0\0\0"s);
   EXPECT_EQ(Written("abc"), kHeader + "\4\0\0\0\xE4\x04\0\0abc\0"s);
-  EXPECT_EQ(Written(Of("xyz"), Binary()), kHeader + "\3\0\0\0xyz\0\0\0\0"s);
+  EXPECT_EQ(Written(BinaryOf("xyz"), Binary()), kHeader + "\3\0\0\0xyz\0\0\0\0"s);
 }
 
 TEST(Archive, ReadsBackInBothByteOrders) {
   const std::string values[] = {kHeader + "\xFF\2\1\4\3\2\1\x8\7\6\5\4\3\2\1\1\3\0\0\0xyz"s,
                                 "\xF0\x13\x48\x5B\xFF\1\2\1\2\3\4\1\2\3\4\5\6\7\x8\1\0\0\0\3xyz"s};
   for (const std::string& bytes : values) {
-    const Binary stream = Of(bytes);
+    const Binary stream = BinaryOf(bytes);
     ReadArchive reader(stream);
     EXPECT_EQ(reader.GetFormat(), ARCHIVE_FORMAT_DEFAULT);
     int8_t byte = 0;
@@ -95,7 +88,7 @@ TEST(Archive, ReadsBackInBothByteOrders) {
     EXPECT_EQ(number, 0x01020304u);
     EXPECT_EQ(large, 0x0102030405060708u);
     EXPECT_TRUE(flag);
-    EXPECT_EQ(Bytes(data), "xyz");
+    EXPECT_EQ(BytesOf(data), "xyz");
     EXPECT_TRUE(reader.IsEof());
   }
 }
@@ -109,7 +102,7 @@ TEST(Archive, RejectsWhatItCannotRead) {
     String text("old");
     EXPECT_EQ(Failure(bytes, text), ERROR_ARCHIVE_INVALID);
     EXPECT_EQ(text, "");
-    const Binary stream = Of(bytes);
+    const Binary stream = BinaryOf(bytes);
     ReadArchive reader(stream);
     EXPECT_EQ(reader.GetFormat(), ARCHIVE_FORMAT_UNKNOWN);
     EXPECT_THROW(reader.IsEof(), Error);
@@ -117,15 +110,15 @@ TEST(Archive, RejectsWhatItCannotRead) {
   number = 7;
   EXPECT_EQ(Failure(kHeader + "\1\0\0"s, number), ERROR_ARCHIVE_END);
   EXPECT_EQ(number, 0u);
-  Binary data = Of("kept");
+  Binary data = BinaryOf("kept");
   EXPECT_EQ(Failure(kHeader + "\4\0\0\0abc"s, data), ERROR_ARCHIVE_END);
   EXPECT_EQ(Failure(kHeader + "\xFF\xFF\xFF\xFF"s, data), ERROR_ARCHIVE_END);
-  EXPECT_EQ(Bytes(data), "kept");
+  EXPECT_EQ(BytesOf(data), "kept");
   test::AssertionLog log;
   String text("x");
   EXPECT_EQ(Failure(kHeader + "\4\0\0\0\xE4\x04\0\0abc"s, text), ERROR_ARCHIVE_INVALID);
   EXPECT_TRUE(text.IsEmpty());
-  const Binary empty = Of(kHeader);
+  const Binary empty = BinaryOf(kHeader);
   EXPECT_TRUE(ReadArchive(empty).IsEof());
 }
 
@@ -135,11 +128,11 @@ TEST(Archive, RawBytesCarryNoHeaderOfTheirOwn) {
   writer.WriteData(nullptr, 0);
   EXPECT_TRUE(stream.IsEmpty());
   writer.WriteData(reinterpret_cast<const unsigned char*>("raw"), 3);
-  EXPECT_EQ(Bytes(stream), kHeader + "raw");
+  EXPECT_EQ(BytesOf(stream), kHeader + "raw");
   // The bytes of the stream itself, while it grows.
   for (int i = 0; i < 10; ++i) writer.WriteData(stream.GetData(), stream.GetSize());
   EXPECT_EQ(stream.GetSize(), 7u << 10);
-  EXPECT_EQ(Bytes(stream).substr(3 * 7, 7), kHeader + "raw");
+  EXPECT_EQ(BytesOf(stream).substr(3 * 7, 7), kHeader + "raw");
   writer << stream;
   EXPECT_EQ(stream.GetSize(), (7u << 11) + 4);
   RawReader reader(stream);
@@ -160,8 +153,8 @@ TEST(Archive, StreamsGrowAndMayBeSharedWhileTheyAreWritten) {
     expected.append(reinterpret_cast<const char*>(&i), sizeof i);
     if (i == 99) early = stream;
   }
-  EXPECT_EQ(Bytes(stream), expected);
-  EXPECT_EQ(Bytes(early), expected.substr(0, 404));
+  EXPECT_EQ(BytesOf(stream), expected);
+  EXPECT_EQ(BytesOf(early), expected.substr(0, 404));
   writer.Reserve(100000);
   EXPECT_GE(stream.GetAllocated(), stream.GetSize() + 100000);
   EXPECT_EQ(stream.GetSize(), expected.size());
@@ -204,13 +197,13 @@ TEST(Archive, MisuseIsAsserted) {
   EXPECT_THAT(log.Take(), ElementsAre(failure(231, "mpData != 0"), failure(182, "mpData != 0")));
   EXPECT_THROW(reader.ReadDataEx(&byte, 1), Error);
   EXPECT_THAT(log.Take(), ElementsAre(failure(239, "mpData != 0"), failure(182, "mpData != 0")));
-  const Binary valid = Of(kHeader + "x");
+  const Binary valid = BinaryOf(kHeader + "x");
   reader.SetStream(valid);
   reader.ReadData(&byte, 0);
   reader.ReadDataEx(&byte, 0);
   EXPECT_THAT(log.Take(), ElementsAre(failure(232, "size != 0"), failure(240, "size != 0")));
   // A stream that shrinks under its reader.
-  Binary shrinking = Of(kHeader + "12345678"s);
+  Binary shrinking = BinaryOf(kHeader + "12345678"s);
   reader.SetStream(shrinking);
   uint64_t number = 0;
   reader >> number;
@@ -230,8 +223,8 @@ TEST(Archive, DamagedStreamsThrowOrRead) {
   Error error(5, "Access is denied.", true);
   error.AddLayer(ERROR_LAYER_BELOW, "Cannot open the store.");
   error.SetSuggestion("Ask the owner.");
-  writer << uint32_t{3} << "text" << error << Of("0123456789") << uint64_t{9} << true << String();
-  const std::string intact = Bytes(stream);
+  writer << uint32_t{3} << "text" << error << BinaryOf("0123456789") << uint64_t{9} << true << String();
+  const std::string intact = BytesOf(stream);
   std::mt19937 random(20260817);
   int failures = 0;
   for (int round = 0; round < 20000; ++round) {
@@ -240,7 +233,7 @@ TEST(Archive, DamagedStreamsThrowOrRead) {
       bytes[random() % bytes.size()] = static_cast<char>(random() % 3 ? random() : 0xFF);
     }
     bytes.resize(bytes.size() - (random() % 4 ? 0 : random() % bytes.size()));
-    const Binary damaged = Of(bytes);
+    const Binary damaged = BinaryOf(bytes);
     ReadArchive reader(damaged);
     uint32_t number;
     uint64_t large;

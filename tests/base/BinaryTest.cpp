@@ -5,24 +5,15 @@
 #include <string>
 
 #include "AssertionLog.h"
+#include "support/BinaryBytes.h"
 #include "support/TraceConfig.h"
 
 using namespace orm;
+using namespace test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-namespace {
-
-Binary Of(const std::string& bytes) {
-  return Binary(bytes.data(), static_cast<unsigned>(bytes.size()));
-}
-
-std::string Bytes(const Binary& data) {
-  return data.IsEmpty() ? std::string()
-                        : std::string(reinterpret_cast<const char*>(data.GetData()), data.GetSize());
-}
-
-}  // namespace
+namespace {}  // namespace
 
 TEST(Binary, AllocatesByTheGrowthRule) {
   const std::pair<unsigned, unsigned> table[] = {{0, 0},     {1, 8},     {8, 8},     {9, 16},
@@ -36,7 +27,7 @@ TEST(Binary, AllocatesByTheGrowthRule) {
     sized.SetSize(size, false);
     EXPECT_EQ(sized.GetAllocated(), allocated) << size;
     EXPECT_EQ(sized.GetSize(), size);
-    EXPECT_EQ(Of(std::string(size, 'x')).GetAllocated(), allocated);
+    EXPECT_EQ(BinaryOf(std::string(size, 'x')).GetAllocated(), allocated);
   }
 }
 
@@ -45,15 +36,15 @@ TEST(Binary, WritersNeverTouchASharedBlock) {
                      +[](Binary& b) { b.GetBuffer(6)[0] = 'X'; }, +[](Binary& b) { b.Append("g", 1); },
                      +[](Binary& b) { b.Assign("z", 1); }, +[](Binary& b) { b.Clear(); },
                      +[](Binary& b) { b.Reserve(1000); }}) {
-    const Binary original = Of("abcdef");
+    const Binary original = BinaryOf("abcdef");
     Binary copy = original;
     EXPECT_EQ(copy.GetData(), original.GetData());
     write(copy);
     EXPECT_NE(copy.GetData(), original.GetData());
-    EXPECT_EQ(Bytes(original), "abcdef");
+    EXPECT_EQ(BytesOf(original), "abcdef");
   }
   // A holder fewer and the block may be written in place again.
-  Binary only = Of("abcdef");
+  Binary only = BinaryOf("abcdef");
   { const Binary guest = only; }
   const unsigned char* block = only.GetData();
   only.Set('x', 0, 1);
@@ -61,12 +52,12 @@ TEST(Binary, WritersNeverTouchASharedBlock) {
 }
 
 TEST(Binary, ShrinkingAndClearingKeepAnUnsharedBlock) {
-  Binary data = Of(std::string(300, 'x'));
+  Binary data = BinaryOf(std::string(300, 'x'));
   const unsigned char* block = data.GetData();
   data.SetSize(5, true);
-  EXPECT_EQ(Bytes(data), "xxxxx");
+  EXPECT_EQ(BytesOf(data), "xxxxx");
   data.Assign("ab", 2);
-  EXPECT_EQ(Bytes(data), "ab");
+  EXPECT_EQ(BytesOf(data), "ab");
   EXPECT_EQ(data.GetData(), block);
   data.Clear();
   EXPECT_EQ(data.GetAllocated(), 512u);
@@ -75,30 +66,30 @@ TEST(Binary, ShrinkingAndClearingKeepAnUnsharedBlock) {
   data.Clear();
   EXPECT_EQ(data.GetData(), nullptr);
   // Reserving less than a shared buffer holds keeps what it holds.
-  Binary full = Of("123456789");
+  Binary full = BinaryOf("123456789");
   const Binary second = full;
   full.Reserve(2);
-  EXPECT_EQ(Bytes(full), "123456789");
+  EXPECT_EQ(BytesOf(full), "123456789");
 }
 
 TEST(Binary, SetFillsARangeAndKeepsTheRest) {
-  Binary data = Of("abcdef");
+  Binary data = BinaryOf("abcdef");
   data.Set('-', 2, 0xFFFFFFFF);
-  EXPECT_EQ(Bytes(data), "ab----");
+  EXPECT_EQ(BytesOf(data), "ab----");
   data.Set('+', 1, 1);
-  EXPECT_EQ(Bytes(data), "a+----");
+  EXPECT_EQ(BytesOf(data), "a+----");
   data.Set('!', 5, 3);
-  EXPECT_EQ(Bytes(data), "a+---!!!");
+  EXPECT_EQ(BytesOf(data), "a+---!!!");
   Binary shared = data;
   shared.Set('#', 0, 2);
-  EXPECT_EQ(Bytes(shared), "##---!!!");
+  EXPECT_EQ(BytesOf(shared), "##---!!!");
   Binary none;
   none.Set('x', 0, 0xFFFFFFFF);
   EXPECT_EQ(none.GetData(), nullptr);
 }
 
 TEST(Binary, CopiesOutWhatFits) {
-  const Binary data = Of("0123456789");
+  const Binary data = BinaryOf("0123456789");
   struct Row {
     unsigned offset;
     bool complete;
@@ -114,29 +105,29 @@ TEST(Binary, CopiesOutWhatFits) {
 }
 
 TEST(Binary, OrdersByBytesThenBySize) {
-  EXPECT_LT(Of("\1\2").RawCompare("\1\2\3", 3), 0);
-  EXPECT_EQ(Of("\1\2").RawCompare("\1\2\3", 2), 0);
-  EXPECT_EQ(Of("\1\2").RawCompare("\1", 1), 1);
-  EXPECT_EQ(Of("\xFF").RawCompare("\x01\x01", 2), 1) << "bytes are unsigned";
+  EXPECT_LT(BinaryOf("\1\2").RawCompare("\1\2\3", 3), 0);
+  EXPECT_EQ(BinaryOf("\1\2").RawCompare("\1\2\3", 2), 0);
+  EXPECT_EQ(BinaryOf("\1\2").RawCompare("\1", 1), 1);
+  EXPECT_EQ(BinaryOf("\xFF").RawCompare("\x01\x01", 2), 1) << "bytes are unsigned";
   EXPECT_EQ(Binary().RawCompare(nullptr, 0), 0);
   EXPECT_EQ(Binary().RawCompare("x", 1), -1);
-  EXPECT_EQ(Of("abcd").Compare(Of("abcx"), 3), 0);
-  EXPECT_LT(Of("abcd").Compare(Of("abcx"), 0xFFFFFFFF), 0);
-  EXPECT_EQ(Of("abcd").Compare(Of("ab"), 0xFFFFFFFF), 2);
-  EXPECT_EQ(Of("abcd").Compare(Binary(), 3), 3);
+  EXPECT_EQ(BinaryOf("abcd").Compare(BinaryOf("abcx"), 3), 0);
+  EXPECT_LT(BinaryOf("abcd").Compare(BinaryOf("abcx"), 0xFFFFFFFF), 0);
+  EXPECT_EQ(BinaryOf("abcd").Compare(BinaryOf("ab"), 0xFFFFFFFF), 2);
+  EXPECT_EQ(BinaryOf("abcd").Compare(Binary(), 3), 3);
 }
 
 TEST(Binary, OwnBytesAreASourceLikeAnyOther) {
-  Binary data = Of("01234567");
+  Binary data = BinaryOf("01234567");
   data.Append(data.GetData() + 4, 4);
-  EXPECT_EQ(Bytes(data), "012345674567");
+  EXPECT_EQ(BytesOf(data), "012345674567");
   data.Assign(data.GetData() + 2, 3);
-  EXPECT_EQ(Bytes(data), "234");
+  EXPECT_EQ(BytesOf(data), "234");
 }
 
 TEST(Binary, MisuseIsAssertedAndHarmsNothing) {
   test::AssertionLog log;
-  Binary data = Of("abc");
+  Binary data = BinaryOf("abc");
   const auto failure = [](int line, const char* text) {
     return test::Failure("src/shared/Binary", line, text);
   };
@@ -147,13 +138,13 @@ TEST(Binary, MisuseIsAssertedAndHarmsNothing) {
   EXPECT_THAT(log.Take(), ElementsAre(failure(148, "otherSize == 0 || pOther != 0")));
   data.Set('x', 4, 0xFFFFFFFF);
   EXPECT_THAT(log.Take(), ElementsAre(failure(176, "offset <= GetSize()")));
-  EXPECT_EQ(Bytes(data), "abc");
+  EXPECT_EQ(BytesOf(data), "abc");
 }
 
 TEST(Binary, ReportsWhatItCannotAllocate) {
   test::SetRegistryText(test::TRACE_KEY + "\\test_binary", "binary", "e");
   test::AssertionLog log;
-  Binary data = Of("abc");
+  Binary data = BinaryOf("abc");
   EXPECT_THROW(data.SetSize(0xFFFFFFFF, true), std::bad_alloc);
   const std::string report =
       "an attempt to allocate 0 bytes for binary (requested -1 bytes) failed, about to crash now";
@@ -162,5 +153,5 @@ TEST(Binary, ReportsWhatItCannotAllocate) {
   log.Take();
   EXPECT_THROW(Binary("", 0xFFFFFFFF), std::bad_alloc);
   EXPECT_THAT(log.Take(), ElementsAre(report, test::Failure("src/shared/Binary", 95, "forced assert")));
-  EXPECT_EQ(Bytes(data), "abc");
+  EXPECT_EQ(BytesOf(data), "abc");
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "AssertionLog.h"
+#include "support/BinaryBytes.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
@@ -134,7 +135,7 @@ TEST(Error, ExportsFixedBytes) {
   const std::string expected =
       "\0\x13\x48\x5B\1\2\0\0\0\2\0\0\0zz\0\0\0\0\0\0\0\0\1\0\0\0\4\3\2\1\2\0\0\0\xE4\x04\0\0A\0"s;
   const Binary data = error.Export();
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(data.GetData()), data.GetSize()), expected);
+  EXPECT_EQ(test::BytesOf(data), expected);
   Binary stream;
   WriteArchive writer(stream);
   writer << Error() << uint8_t{7};

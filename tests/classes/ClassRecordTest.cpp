@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Random.h"
+#include "support/BinaryBytes.h"
 
 namespace {
 
@@ -15,14 +16,8 @@ using orm::ClassDescription;
 using orm::ClassRecord;
 using orm::FaceDescription;
 using orm::String;
-
-Binary Bytes(const std::string& text) {
-  return {text.data(), static_cast<unsigned>(text.size())};
-}
-
-std::string Text(const Binary& data) {
-  return {reinterpret_cast<const char*>(data.GetData()), data.GetSize()};
-}
+using test::BinaryOf;
+using test::BytesOf;
 
 // "CID_A[IID_X=data,IID_Y=]" and so on.
 std::string Describe(const std::vector<ClassRecord>& records) {
@@ -30,9 +25,9 @@ std::string Describe(const std::vector<ClassRecord>& records) {
   for (const ClassRecord& record : records) {
     text += std::string(text.empty() ? "" : " ") + record.id.text.GetBegin() + "[";
     for (const orm::FaceRecord& face : record.faces) {
-      text += std::string(face.id.text.GetBegin()) + "=" + Text(face.data) + ",";
+      text += std::string(face.id.text.GetBegin()) + "=" + BytesOf(face.data) + ",";
     }
-    text += "]" + Text(record.data);
+    text += "]" + BytesOf(record.data);
   }
   return text;
 }
@@ -50,10 +45,12 @@ class Assertions {
 TEST(ClassRecords, AreSortedAndUnique) {
   Assertions assertions;
   const std::vector<ClassDescription> descriptions = {
-      {"CID_b", Bytes("first"), {{"IID_X", Bytes("1")}, {"IID_X", {}}, {"IID_A", {}}, {"IID_A", Bytes("2")}}},
+      {"CID_b",
+       BinaryOf("first"),
+       {{"IID_X", BinaryOf("1")}, {"IID_X", {}}, {"IID_A", {}}, {"IID_A", BinaryOf("2")}}},
       {"CID_a", {}, {}},
       // The hash of these two is the same, so their texts decide.
-      {"CID_yx", {}, {{"IID_ba", {}}, {"IID_ab", Bytes("3")}, {"IID_ab", Bytes("4")}}},
+      {"CID_yx", {}, {{"IID_ba", {}}, {"IID_ab", BinaryOf("3")}, {"IID_ab", BinaryOf("4")}}},
       {"CID_xy", {}, {}},
   };
   EXPECT_EQ(Describe(orm::NormalizeClasses(descriptions)),
@@ -63,7 +60,7 @@ TEST(ClassRecords, AreSortedAndUnique) {
 
 TEST(ClassRecords, ARepeatedClassKeepsItsFirstDescriptionAndIsAnAssertion) {
   Assertions assertions;
-  const auto records = orm::NormalizeClasses({{"CID_A", Bytes("1"), {}}, {"CID_A", Bytes("2"), {}}});
+  const auto records = orm::NormalizeClasses({{"CID_A", BinaryOf("1"), {}}, {"CID_A", BinaryOf("2"), {}}});
   EXPECT_EQ(Describe(records), "CID_A[]1");
   EXPECT_NE(
       assertions.text.find("src/shared/ClassManager(1308):assert fail:clsids.find(clsid) == clsids.end()"),
@@ -83,8 +80,8 @@ TEST(ClassRecords, FindFaceComparesTextsOfEqualHashes) {
 TEST(ClassList, HasTheAgreedBytes) {
   using namespace std::string_literals;
   EXPECT_TRUE(orm::WriteClassList({}).IsEmpty());
-  const auto records = orm::NormalizeClasses({{"A", Bytes("d"), {{"B", Bytes("e")}}}});
-  EXPECT_EQ(Text(orm::WriteClassList(records)),
+  const auto records = orm::NormalizeClasses({{"A", BinaryOf("d"), {{"B", BinaryOf("e")}}}});
+  EXPECT_EQ(BytesOf(orm::WriteClassList(records)),
             "\x00\x13\x48\x5B"
             "\1\0\0\0"
             "\2\0\0\0\xE4\4\0\0A\0"
@@ -99,15 +96,16 @@ TEST(ClassList, HasTheAgreedBytes) {
 class ClassListReading : public testing::Test {
  protected:
   ClassListReading() {
-    mRecords = orm::NormalizeClasses({{"CID_Alpha", Bytes("data"), {{"IID_X", {}}, {"IID_Y", Bytes("y")}}},
-                                      {"CID_Beta", {}, {}},
-                                      {"CID_Gamma", {}, {{"IID_X", Bytes(std::string(200, 'z'))}}}});
-    mBytes = Text(orm::WriteClassList(mRecords));
+    mRecords =
+        orm::NormalizeClasses({{"CID_Alpha", BinaryOf("data"), {{"IID_X", {}}, {"IID_Y", BinaryOf("y")}}},
+                               {"CID_Beta", {}, {}},
+                               {"CID_Gamma", {}, {{"IID_X", BinaryOf(std::string(200, 'z'))}}}});
+    mBytes = BytesOf(orm::WriteClassList(mRecords));
   }
   // Whether it was read; only the archive's errors may be thrown.
   static bool Reads(const std::string& bytes) {
     try {
-      orm::ReadClassList(Bytes(bytes));
+      orm::ReadClassList(BinaryOf(bytes));
       return true;
     } catch (const orm::Error& error) {
       EXPECT_TRUE(error.GetCode() == orm::ERROR_ARCHIVE_END || error.GetCode() == orm::ERROR_ARCHIVE_INVALID);
@@ -121,7 +119,7 @@ class ClassListReading : public testing::Test {
 };
 
 TEST_F(ClassListReading, GivesBackWhatWasWritten) {
-  EXPECT_EQ(Describe(orm::ReadClassList(Bytes(mBytes))), Describe(mRecords));
+  EXPECT_EQ(Describe(orm::ReadClassList(BinaryOf(mBytes))), Describe(mRecords));
   EXPECT_TRUE(orm::ReadClassList({}).empty());
 }
 
@@ -138,9 +136,9 @@ TEST_F(ClassListReading, RefusesCountsHashesAndOrdersThatCannotBe) {
   EXPECT_FALSE(Reads(hash));
   std::vector<ClassRecord> unsorted = mRecords;
   std::swap(unsorted[0], unsorted[1]);
-  EXPECT_FALSE(Reads(Text(orm::WriteClassList(unsorted))));
+  EXPECT_FALSE(Reads(BytesOf(orm::WriteClassList(unsorted))));
   unsorted[1] = unsorted[0];
-  EXPECT_FALSE(Reads(Text(orm::WriteClassList(unsorted))));
+  EXPECT_FALSE(Reads(BytesOf(orm::WriteClassList(unsorted))));
 }
 
 TEST_F(ClassListReading, SurvivesRandomMutations) {

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "support/BinaryBytes.h"
 #include "support/ErrorLayers.h"
 #include "support/ModuleTrace.h"
 
@@ -17,10 +18,6 @@ const Layer kEnd{0xE7240001, "End of data reached during archive operation."};
 const Layer kInvalid{0xE7240002, "The data are not valid archive data."};
 constexpr const char* kSuggestion =
     "Make sure that you are not mixing incompatible versions of this software.";
-
-Binary Bytes(const std::string& bytes) {
-  return Binary(bytes.data(), static_cast<unsigned>(bytes.size()));
-}
 
 std::string Word(DWORD value) {
   std::string bytes;
@@ -51,19 +48,19 @@ TEST(Export, Bytes) {
                                Text("Language") + Word(2) + Text("en") +                       //
                                Text("layout") + Word(3) + Word(3) + "\1\2\3" +                 //
                                Text("zoom") + Word(1) + Word(100);
-  EXPECT_EQ(SampleBag().Export(), Bytes(expected));
+  EXPECT_EQ(SampleBag().Export(), BinaryOf(expected));
 
   Binary stream;
   WriteArchive archive(stream);
   archive << MemoryProperties();
-  EXPECT_EQ(stream, Bytes(kHeader + kVersion + Word(0)));
+  EXPECT_EQ(stream, BinaryOf(kHeader + kVersion + Word(0)));
 }
 
 TEST(Export, BigEndianData) {
   const std::string data = std::string("\x10\x13\x48\x5B", 4) + std::string("\x80\0\0\1\0\0\0\1", 8) +
                            Text("n") + std::string("\0\0\0\1\0\0\1\2", 8);
   MemoryProperties bag;
-  bag.Import(Bytes(data));
+  bag.Import(BinaryOf(data));
   EXPECT_EQ(bag.GetNumber("n"), 0x102u);
 }
 
@@ -108,7 +105,7 @@ TEST(Export, DamagedData) {
   for (const auto& c : cases) {
     MemoryProperties bag;
     bag.SetString("kept", "text");
-    const Error error = ErrorOf([&] { bag.Import(Bytes(c.data)); });
+    const Error error = ErrorOf([&] { bag.Import(BinaryOf(c.data)); });
     Layers expected{kOuter};
     expected.insert(expected.end(), c.inner.begin(), c.inner.end());
     EXPECT_EQ(LayersOf(error), expected);
@@ -176,7 +173,8 @@ TEST(Export, BagChangedAfterItsNamesWereListed) {
   bag.SetNumber("b", 2);
   const Binary data = bag.Export();
   EXPECT_EQ(trace.Take().size(), 1u);
-  EXPECT_EQ(data, Bytes(kHeader + kVersion + Word(2) + Text("a") + Word(1) + Word(1) + Text("b") + Word(0)));
+  EXPECT_EQ(data,
+            BinaryOf(kHeader + kVersion + Word(2) + Text("a") + Word(1) + Word(1) + Text("b") + Word(0)));
   MemoryProperties reader;
   EXPECT_EQ(LayersOf([&] { reader.Import(data); })[1].message, "Unknown data format or data are corrupted.");
 }

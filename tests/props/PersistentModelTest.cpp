@@ -9,6 +9,8 @@
 #include <variant>
 #include <vector>
 
+#include "support/BinaryBytes.h"
+
 using namespace orm;
 
 namespace {
@@ -30,7 +32,7 @@ Stored RandomValue(std::mt19937& rRandom) {
     case 1:
       return String(text.c_str());
     default:
-      return Binary(text.data(), static_cast<unsigned>(text.size()));
+      return test::BinaryOf(text);
   }
 }
 

@@ -5,19 +5,16 @@
 #include <ormutil/Value.h>
 
 #include "ArchiveText.h"
+#include "support/BinaryBytes.h"
 
 namespace orm::tool {
 namespace {
-
-std::string Bytes(const Binary& data) {
-  return {reinterpret_cast<const char*>(data.GetData()), data.GetSize()};
-}
 
 std::string SampleError() {
   Error error(5, "Access is denied.");
   error.AddLayer(ERROR_LAYER_BELOW, "Cannot read store 'a'.", true);
   error.SetSuggestion("Ask the owner.");
-  return Bytes(error.Export());
+  return test::BytesOf(error.Export());
 }
 
 std::string SampleProperties() {
@@ -25,14 +22,14 @@ std::string SampleProperties() {
   bag.SetNumber("Width", 80);
   bag.SetString("Language", "en");
   bag.SetBinary("Key", Binary("\1\2\3", 3));
-  return Bytes(bag.Export());
+  return test::BytesOf(bag.Export());
 }
 
 std::string SampleValue(const Value& value) {
   Binary stream;
   WriteArchive writer(stream);
   writer << value;
-  return Bytes(stream);
+  return test::BytesOf(stream);
 }
 
 TEST(ArchiveReading, EveryKindIsRecognisedAndComesBackFromJson) {

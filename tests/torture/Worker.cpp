@@ -19,6 +19,7 @@
 #include "Operations.h"
 #include "classes/ErrorText.h"
 #include "classes/fixtures/Fixture.h"
+#include "support/BinaryBytes.h"
 
 namespace torture {
 namespace {
@@ -142,7 +143,7 @@ class Worker {
   void WriteBag(uint32_t number) {
     const std::string text = ValueText(number);
     mBag.SetString("text", text.c_str());
-    mBag.SetBinary("bytes", orm::Binary(text.data(), static_cast<unsigned>(text.size())));
+    mBag.SetBinary("bytes", test::BinaryOf(text));
     mBag.SetNumber("number", number);
     if (number % 8 == 0) {
       mBag.SetNumber("passing", number);
@@ -193,7 +194,7 @@ class Worker {
   void ReplaceOwn(uint32_t number) {
     const unsigned version = number % 3;
     const char* fixtures[] = {"plain9", "forty", "plain10"};
-    const char* classes[] = {"CID_Plain9", "CID_Forty39", "CID_Plain10"};
+    const char* classes[] = {"CID_Plain9", "CID_Forty0039", "CID_Plain10"};
     Replace(fixtures[version], OwnLibrary(mNumber), FIRST_STAMP + static_cast<time_t>(number));
     const DWORD cookie = GetClassMgr()->Register(ToPath(OwnLibrary(mNumber)).c_str());
     Require(GetClassMgr()->IsClassRegistered(classes[version]),
