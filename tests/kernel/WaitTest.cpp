@@ -38,6 +38,40 @@ TEST(Wait, LowestIndexWinsAndTheOthersStayAsTheyWere) {
   EXPECT_EQ(WAIT_TIMEOUT, WaitForMultipleObjects(4, raw.data(), FALSE, 0));
 }
 
+// Two objects are signalled one after the other while a wait that names both begins: whenever it sees the
+// second, it must see the first. The objects between them make the beginning long.
+TEST(Wait, LowestIndexWinsWhileObjectsAreBeingSignalled) {
+  constexpr int kRounds = 5000;
+  for (const DWORD milliseconds : {DWORD{0}, DWORD{INFINITE}}) {
+    std::vector<Handle> events;
+    for (DWORD i = 0; i < MAXIMUM_WAIT_OBJECTS; ++i) events.push_back(Event(true));
+    const auto raw = Raw(events);
+    std::atomic<int> round{0}, done{0};
+    std::thread setter([&] {
+      for (int i = 1; i <= kRounds; ++i) {
+        while (round.load() != i) std::this_thread::yield();
+        SetEvent(raw.front());
+        SetEvent(raw.back());
+        done = i;
+      }
+    });
+    int late = 0;
+    for (int i = 1; i <= kRounds; ++i) {
+      round = i;
+      DWORD result;
+      do {
+        result = WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, raw.data(), FALSE, milliseconds);
+      } while (result == WAIT_TIMEOUT);
+      late += result != WAIT_OBJECT_0;
+      while (done.load() != i) std::this_thread::yield();
+      ResetEvent(raw.front());
+      ResetEvent(raw.back());
+    }
+    setter.join();
+    EXPECT_EQ(0, late) << "time-out " << milliseconds;
+  }
+}
+
 TEST(Wait, ManualEventsStaySignalledAutomaticOnesAreTaken) {
   const Handle manual = Event(true, true);
   const Handle automatic = Event(false, true);

@@ -19,7 +19,7 @@ namespace orm::platform {
 // An optional point in time. INFINITE gives none.
 class Deadline {
  public:
-  explicit Deadline(DWORD milliseconds) noexcept {
+  explicit Deadline(DWORD milliseconds) noexcept : mIsNow(milliseconds == 0) {
     if (milliseconds == INFINITE) return;
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -28,6 +28,8 @@ class Deadline {
         timespec{now.tv_sec + milliseconds / 1000 + nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
   }
   const timespec* Time() const noexcept { return mTime ? &*mTime : nullptr; }
+  // No time at all was given: only a look.
+  bool IsNow() const noexcept { return mIsNow; }
   // What is left in milliseconds, rounded up; -1 for ever.
   int64_t Remaining() const noexcept {
     if (!mTime) return -1;
@@ -38,6 +40,7 @@ class Deadline {
   }
 
  private:
+  bool mIsNow;
   std::optional<timespec> mTime;
 };
 

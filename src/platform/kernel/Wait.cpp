@@ -55,12 +55,11 @@ void WaitHandles::Keep(uint32_t index, Acquired outcome) noexcept {
     RecordOwnership(mThread, std::move(Pins()[index]), nullptr);
 }
 
-WaitResult WaitHandles::TryLast() noexcept {
-  const uint32_t index = mNodeCount - 1;
-  const WaitNode& node = NodeArray()[index];
+WaitResult WaitHandles::TryFirst() noexcept {
+  const WaitNode& node = NodeArray()[0];
   const Acquired outcome = node.object->TryAcquire(node);
-  Keep(index, outcome);
-  return {index, outcome};
+  Keep(0, outcome);
+  return {0, outcome};
 }
 
 DWORD WaitHandles::WaitForAll(DWORD milliseconds) noexcept {
@@ -84,18 +83,12 @@ DWORD WaitHandles::Wait(std::span<const HANDLE> handles, bool all, DWORD millise
   WaitHandles wait;
   for (const HANDLE handle : handles) {
     if (!wait.Add(handle)) return WAIT_FAILED;
-    // What stands behind an object that is signalled does not have to be pinned.
-    if (const WaitResult result = all ? WaitResult{} : wait.TryLast(); result.outcome != Acquired::kNo) {
-      return ToWaitCode(result);
-    }
+    // The first object may be taken by itself, and the others do not have to be pinned then.
+    if (all || wait.mNodeCount != 1) continue;
+    if (const WaitResult result = wait.TryFirst(); result.outcome != Acquired::kNo) return ToWaitCode(result);
   }
-  if (queue != nullptr) {
-    wait.AddQueue(*queue, mask, fresh);
-    if (const WaitResult result = wait.TryLast(); !all && result.outcome != Acquired::kNo)
-      return ToWaitCode(result);
-  }
+  if (queue != nullptr) wait.AddQueue(*queue, mask, fresh);
   if (all) return wait.WaitForAll(milliseconds);
-  if (milliseconds == 0) return WAIT_TIMEOUT;
   const WaitResult result = WaitOperation(wait.Nodes()).WaitForOne(Deadline(milliseconds));
   wait.Keep(result.index, result.outcome);
   return ToWaitCode(result);

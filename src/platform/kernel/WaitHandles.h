@@ -22,7 +22,7 @@ class WaitHandles {
 
   bool Add(HANDLE handle) noexcept;
   void AddQueue(Waitable& queue, uint32_t mask, bool fresh) noexcept;
-  WaitResult TryLast() noexcept;
+  WaitResult TryFirst() noexcept;
   DWORD WaitForAll(DWORD milliseconds) noexcept;
   void Keep(uint32_t index, Acquired outcome) noexcept;
   std::span<WaitNode> Nodes() noexcept { return {NodeArray(), mNodeCount}; }

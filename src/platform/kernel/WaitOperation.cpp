@@ -16,16 +16,19 @@ WaitOperation::WaitOperation(std::span<WaitNode> nodes) noexcept : mNodes(nodes)
   for (WaitNode& node : mNodes) {
     node.waiter = &mWaiter;
     node.index = index++;
-    mMixed = mMixed || node.object->IsShared() || node.object->PollDescriptor() >= 0;
+    mMixed = mMixed || node.object->IsOutside();
   }
 }
 
-// False when an object was signalled meanwhile: the wait is over then, and its word says so.
+// False when an object has a signal: the wait is over then, and its word says so. Whoever signals two objects
+// one after the other must find the first one linked when the second is found signalled, so nothing is taken
+// by a look at one object after the other without links.
 bool WaitOperation::LinkAll() noexcept {
   for (WaitNode& node : mNodes) {
-    if (node.object->IsShared() || node.object->PollDescriptor() >= 0) continue;
+    if (node.object->IsOutside()) continue;
     const Waitable::Lock lock(*node.object);
     if (!mWaiter.all && node.object->IsSignalledFor(node)) {
+      if (mMixed && TakeOutside(mNodes.first(node.index))) return false;
       uint32_t expected = Waiter::kWaiting;
       if (mWaiter.word.compare_exchange_strong(expected, node.index, std::memory_order_acq_rel)) {
         node.outcome = node.object->Consume(node);
@@ -43,7 +46,7 @@ void WaitOperation::UnlinkAll() noexcept {
   for (WaitNode& node : mNodes) {
     if (node.index >= mLinked) return;
     if (node.index == claimed) continue;  // unlinked by who signalled the object
-    if (node.object->IsShared() || node.object->PollDescriptor() >= 0) continue;
+    if (node.object->IsOutside()) continue;
     const Waitable::Lock lock(*node.object);
     if (node.linked) node.object->Unlink(node);
   }
@@ -66,6 +69,7 @@ WaitResult WaitOperation::Finish() noexcept {
 WaitResult WaitOperation::WaitForOne(const Deadline& deadline) noexcept {
   if (mMixed) return SleepMixed(deadline);
   if (LinkAll()) {
+    if (deadline.IsNow()) TimeOut();
     uint32_t word;
     while ((word = mWaiter.word.load(std::memory_order_acquire)) >= Waiter::kClaimed &&
            word != Waiter::kTimedOut) {
@@ -77,7 +81,7 @@ WaitResult WaitOperation::WaitForOne(const Deadline& deadline) noexcept {
 
 bool WaitOperation::CanWaitForAll(std::span<const WaitNode> nodes) noexcept {
   for (size_t i = 0; i < nodes.size(); ++i) {
-    if (nodes[i].object->IsShared() || nodes[i].object->PollDescriptor() >= 0) return false;
+    if (nodes[i].object->IsOutside()) return false;
     for (size_t j = 0; j < i; ++j) {
       if (nodes[j].object == nodes[i].object) return false;
     }

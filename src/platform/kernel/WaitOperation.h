@@ -31,7 +31,7 @@ class WaitOperation {
 
  private:
   WaitResult SleepMixed(const Deadline& deadline) noexcept;
-  bool TakeOutside(WaitResult& result) noexcept;
+  bool TakeOutside(std::span<WaitNode> nodes) noexcept;
   bool SleepOutside(const Deadline& deadline) noexcept;
   bool SleepOnDescriptors(const Deadline& deadline) noexcept;
   bool LinkAll() noexcept;

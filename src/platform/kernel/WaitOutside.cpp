@@ -66,22 +66,18 @@ class WakeDescriptor {
   const int mDescriptor;
 };
 
-bool IsOutside(const WaitNode& node) noexcept {
-  return node.object->IsShared() || node.object->PollDescriptor() >= 0;
-}
-
 }  // namespace
 
-// Takes the first outside object that has a signal. True when the wait is over, by that or by another object.
-bool WaitOperation::TakeOutside(WaitResult& result) noexcept {
-  for (WaitNode& node : mNodes) {
-    if (!IsOutside(node)) continue;
+// Takes the first outside object of the nodes that has a signal. True when the wait is over, by that or by
+// another object.
+bool WaitOperation::TakeOutside(std::span<WaitNode> nodes) noexcept {
+  for (WaitNode& node : nodes) {
+    if (!node.object->IsOutside()) continue;
     const Acquired outcome = node.object->TryAcquire(node);
     if (outcome == Acquired::kNo) continue;
     uint32_t expected = Waiter::kWaiting;
     if (mWaiter.word.compare_exchange_strong(expected, node.index, std::memory_order_acq_rel)) {
       node.outcome = outcome;
-      result = {node.index, outcome};
     } else {
       node.object->Undo(node);
     }
@@ -145,14 +141,16 @@ WaitResult WaitOperation::SleepMixed(const Deadline& deadline) noexcept {
       mNodes.begin(), mNodes.end(), [](const WaitNode& node) { return node.object->PollDescriptor() >= 0; });
   std::optional<WakeDescriptor> wake;
   if (descriptors) mWaiter.wakeDescriptor = wake.emplace().get();
-  WaitResult taken;
+  bool slept = false;
   if (LinkAll()) {
-    while (!TakeOutside(taken)) {
-      const bool woken = descriptors ? SleepOnDescriptors(deadline) : SleepOutside(deadline);
-      if (!woken && !TakeOutside(taken)) TimeOut();
+    while (!TakeOutside(mNodes)) {
+      slept = !deadline.IsNow();
+      const bool woken = slept && (descriptors ? SleepOnDescriptors(deadline) : SleepOutside(deadline));
+      if (!woken && !TakeOutside(mNodes)) TimeOut();
     }
   }
   const WaitResult result = Finish();
+  if (!slept) return result;
   for (WaitNode& node : mNodes) {
     if (node.object->IsShared()) node.object->EndSharedWait(result.index == node.index);
   }

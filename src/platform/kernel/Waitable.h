@@ -67,6 +67,7 @@ class Waitable : public KernelObject {
   // Gives back what TryAcquire took for a wait that another object had already ended.
   virtual void Undo(const WaitNode&) noexcept {}
   virtual bool IsShared() const noexcept { return false; }
+  bool IsOutside() const noexcept { return IsShared() || PollDescriptor() >= 0; }
 
  protected:
   explicit Waitable(ObjectKind kind, bool signalled = false) noexcept
