@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <ormutil/ClassManager.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <fstream>
@@ -351,6 +352,9 @@ TEST(ComponentLibrary, FilesThatAreNoLibrariesAreRefused) {
   for (const char* name : {"text.dll", "empty.dll", "head.dll", "half.dll"}) {
     EXPECT_THAT(RegisterError(folder.GetPath(name)), HasSubstr("000000c1 Cannot register")) << name;
   }
+  // Nobody ever writes into it: whoever opens it waits, and all processes wait for the cache behind it.
+  ASSERT_EQ(mkfifo(folder.GetFile("pipe.dll").c_str(), 0600), 0);
+  EXPECT_THAT(RegisterError(folder.GetPath("pipe.dll")), HasSubstr("00000005 Cannot register"));
   EXPECT_EQ(SetErrorMode(mode), SEM_NOOPENFILEERRORBOX) << "the process's own mode is back";
   EXPECT_EQ(RegisterError(folder.GetPath()), "nothing");
   EXPECT_TRUE(IsRegistered("CID_Alpha"));

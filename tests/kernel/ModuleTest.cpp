@@ -1,6 +1,7 @@
 // Loading, freeing and replacing libraries, and telling them of threads.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -105,6 +106,8 @@ TEST(Modules, WhatCannotBeLoadedSaysWhy) {
   std::ofstream(empty).close();
   const fs::path text = fs::path(getenv("ORM_MACHINE")) / "text.dll";
   std::ofstream(text) << "This is no library, whatever its name says, and long enough to hold a header.";
+  const fs::path pipe = fs::path(getenv("ORM_MACHINE")) / "pipe.dll";
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   const struct {
     fs::path path;
     DWORD error;
@@ -113,6 +116,8 @@ TEST(Modules, WhatCannotBeLoadedSaysWhy) {
       {cut, ERROR_BAD_EXE_FORMAT},
       {empty, ERROR_BAD_EXE_FORMAT},
       {text, ERROR_BAD_EXE_FORMAT},
+      {pipe, ERROR_ACCESS_DENIED},  // and nobody waits for a writer
+      {kParts, ERROR_ACCESS_DENIED},
       {"/proc/self/exe", ERROR_BAD_EXE_FORMAT},
       {kParts / "needy.dll", ERROR_PROC_NOT_FOUND},
       {kParts / "refuses.dll", ERROR_DLL_INIT_FAILED},

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -132,7 +133,18 @@ HMODULE Count(LoaderHandle handle) {
   return module;
 }
 
+// Whether something else than a file stands there. The loader opens whatever it is told, and opening a pipe
+// waits for a writer, with the locks of all callers held.
+bool IsSpecial(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 HMODULE Load(const std::string& path) {
+  if (IsSpecial(path)) {
+    tlsLastError = ERROR_ACCESS_DENIED;
+    return nullptr;
+  }
   // A library that is loaded keeps its path, whatever stands there now.
   if (LoaderHandle loaded{dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)}) return Count(std::move(loaded));
   if (const DWORD error = CheckImage(path); error != ERROR_SUCCESS) {

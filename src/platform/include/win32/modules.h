@@ -30,9 +30,9 @@ extern "C" {
 // rename; once freed the path loads the new file. The names "USER32.DLL", "KERNEL32.DLL" and "GDI32.DLL",
 // without folder and in any case, stand for the layer itself. `file` must be null. Errors:
 // ERROR_MOD_NOT_FOUND (the file or a library that it needs), ERROR_BAD_EXE_FORMAT (no shared object for this
-// machine, or one cut short), ERROR_PROC_NOT_FOUND (an import that nothing exports), ERROR_DLL_INIT_FAILED
-// (its entry point refused). An exception that leaves a static constructor of the library ends the process
-// with a message: the loader's own state cannot be unwound.
+// machine, or one cut short), ERROR_ACCESS_DENIED (a folder, a pipe, a device), ERROR_PROC_NOT_FOUND (an
+// import that nothing exports), ERROR_DLL_INIT_FAILED (its entry point refused). An exception that leaves a
+// static constructor ends the process with a message: the loader's own state cannot be unwound.
 ORM_PLATFORM_API HMODULE LoadLibraryExA(const char* path, HANDLE file, DWORD flags) noexcept;
 ORM_PLATFORM_API HMODULE LoadLibraryA(const char* path) noexcept;
 // Gives up one LoadLibrary; the last one unmaps the image. ERROR_MOD_NOT_FOUND for a module that is not
