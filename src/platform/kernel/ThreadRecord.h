@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kernel/Object.h"
+#include "kernel/SpinHabit.h"
 #include "kernel/Thread.h"
 
 namespace orm::platform {
@@ -36,6 +37,7 @@ struct ThreadRecord {
   // The state of that handle's slot, which stays this handle's as long as it is pinned.
   const std::atomic<uint64_t>* warmState = nullptr;
   bool ownsWarmMutex = false;
+  SpinHabit spinHabit;
   Ref<KernelObject> queue;  // the message queue; guarded by the list's lock for other threads
   void (*endQueue)(ThreadRecord&) = nullptr;
   ThreadRecord* next = nullptr;  // the list of all records

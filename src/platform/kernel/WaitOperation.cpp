@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
 
 namespace orm::platform {
@@ -29,10 +30,7 @@ bool WaitOperation::LinkAll() noexcept {
     const Waitable::Lock lock(*node.object);
     if (!mWaiter.all && node.object->IsSignalledFor(node)) {
       if (mMixed && TakeOutside(mNodes.first(node.index))) return false;
-      uint32_t expected = Waiter::kWaiting;
-      if (mWaiter.word.compare_exchange_strong(expected, node.index, std::memory_order_acq_rel)) {
-        node.outcome = node.object->Consume(node);
-      }
+      if (Waiter::IsWaiting(mWaiter.Claim(node.index))) node.outcome = node.object->Consume(node);
       return false;
     }
     node.object->Link(node);
@@ -52,11 +50,6 @@ void WaitOperation::UnlinkAll() noexcept {
   }
 }
 
-void WaitOperation::TimeOut() noexcept {
-  uint32_t expected = Waiter::kWaiting;
-  mWaiter.word.compare_exchange_strong(expected, Waiter::kTimedOut, std::memory_order_acq_rel);
-}
-
 // Unlinks and reads the result. An object that is being handed over arrives within a few instructions.
 WaitResult WaitOperation::Finish() noexcept {
   uint32_t word;
@@ -69,14 +62,22 @@ WaitResult WaitOperation::Finish() noexcept {
 WaitResult WaitOperation::WaitForOne(const Deadline& deadline) noexcept {
   if (mMixed) return SleepMixed(deadline);
   if (LinkAll()) {
-    if (deadline.IsNow()) TimeOut();
-    uint32_t word;
-    while ((word = mWaiter.word.load(std::memory_order_acquire)) >= Waiter::kClaimed &&
-           word != Waiter::kTimedOut) {
-      if (FutexWait(mWaiter.word, word, deadline.Time()) == ETIMEDOUT) TimeOut();
+    if (deadline.IsNow()) {
+      mWaiter.Claim(Waiter::kTimedOut);
+    } else if (!mNodes.front().thread->spinHabit.Spin(mWaiter)) {
+      Sleep(deadline);
     }
   }
   return Finish();
+}
+
+void WaitOperation::Sleep(const Deadline& deadline) noexcept {
+  uint32_t word = Waiter::kAwake;
+  mWaiter.word.compare_exchange_strong(word, Waiter::kAsleep, std::memory_order_acq_rel);
+  while (mWaiter.word.load(std::memory_order_acquire) == Waiter::kAsleep) {
+    if (FutexWait(mWaiter.word, Waiter::kAsleep, deadline.Time()) == ETIMEDOUT)
+      mWaiter.Claim(Waiter::kTimedOut);
+  }
 }
 
 bool WaitOperation::CanWaitForAll(std::span<const WaitNode> nodes) noexcept {
@@ -116,9 +117,9 @@ WaitResult WaitOperation::WaitForAll(const Deadline& deadline) noexcept {
   LinkAll();
   WaitResult result;
   for (;;) {
-    mWaiter.word.store(Waiter::kWaiting, std::memory_order_seq_cst);
+    mWaiter.word.store(Waiter::kAsleep, std::memory_order_seq_cst);
     if (TakeAll(sorted, result)) break;
-    if (FutexWait(mWaiter.word, Waiter::kWaiting, deadline.Time()) == ETIMEDOUT) {
+    if (FutexWait(mWaiter.word, Waiter::kAsleep, deadline.Time()) == ETIMEDOUT) {
       TakeAll(sorted, result);
       break;
     }

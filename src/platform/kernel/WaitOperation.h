@@ -38,7 +38,7 @@ class WaitOperation {
   void UnlinkAll() noexcept;
   bool TakeAll(std::span<Waitable* const> sorted, WaitResult& result) noexcept;
   WaitResult Finish() noexcept;
-  void TimeOut() noexcept;
+  void Sleep(const Deadline& deadline) noexcept;
 
   std::span<WaitNode> mNodes;
   Waiter mWaiter;

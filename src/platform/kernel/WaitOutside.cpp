@@ -75,15 +75,14 @@ bool WaitOperation::TakeOutside(std::span<WaitNode> nodes) noexcept {
     if (!node.object->IsOutside()) continue;
     const Acquired outcome = node.object->TryAcquire(node);
     if (outcome == Acquired::kNo) continue;
-    uint32_t expected = Waiter::kWaiting;
-    if (mWaiter.word.compare_exchange_strong(expected, node.index, std::memory_order_acq_rel)) {
+    if (Waiter::IsWaiting(mWaiter.Claim(node.index))) {
       node.outcome = outcome;
     } else {
       node.object->Undo(node);
     }
     return true;
   }
-  return mWaiter.word.load(std::memory_order_acquire) != Waiter::kWaiting;
+  return !Waiter::IsWaiting(mWaiter.word.load(std::memory_order_acquire));
 }
 
 // Sleeps once on the wake word and the shared words. False when the deadline has passed.
@@ -92,7 +91,7 @@ bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
   unsigned count = 0;
   SharedWait only;
   bool onlyShared = true;
-  AddWord(words, count, mWaiter.word, Waiter::kWaiting, FUTEX_PRIVATE_FLAG);
+  AddWord(words, count, mWaiter.word, Waiter::kAsleep, FUTEX_PRIVATE_FLAG);
   for (WaitNode& node : mNodes) {
     if (!node.object->IsShared()) {
       onlyShared = false;
@@ -113,7 +112,7 @@ bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
     const long woken = syscall(SYS_futex_waitv, words.data(), count, 0, slice.Time(), CLOCK_MONOTONIC);
     timedOut = woken < 0 && errno == ETIMEDOUT;
   } else {
-    timedOut = FutexWait(mWaiter.word, Waiter::kWaiting, slice.Time()) == ETIMEDOUT;
+    timedOut = FutexWait(mWaiter.word, Waiter::kAsleep, slice.Time()) == ETIMEDOUT;
   }
   return !timedOut || !slice.IsLast();
 }
@@ -141,12 +140,13 @@ WaitResult WaitOperation::SleepMixed(const Deadline& deadline) noexcept {
       mNodes.begin(), mNodes.end(), [](const WaitNode& node) { return node.object->PollDescriptor() >= 0; });
   std::optional<WakeDescriptor> wake;
   if (descriptors) mWaiter.wakeDescriptor = wake.emplace().get();
+  mWaiter.word.store(Waiter::kAsleep, std::memory_order_relaxed);
   bool slept = false;
   if (LinkAll()) {
     while (!TakeOutside(mNodes)) {
       slept = !deadline.IsNow();
       const bool woken = slept && (descriptors ? SleepOnDescriptors(deadline) : SleepOutside(deadline));
-      if (!woken && !TakeOutside(mNodes)) TimeOut();
+      if (!woken && !TakeOutside(mNodes)) mWaiter.Claim(Waiter::kTimedOut);
     }
   }
   const WaitResult result = Finish();

@@ -98,14 +98,12 @@ void Waitable::WakeWaiters(Lock& lock) noexcept {
     node = node->next;
     if (!IsSignalledFor(candidate)) continue;
     Waiter& waiter = *candidate.waiter;
-    uint32_t expected = Waiter::kWaiting;
     if (waiter.all) {
-      if (waiter.word.compare_exchange_strong(expected, Waiter::kLookAgain, std::memory_order_acq_rel)) {
-        lock.WakeLater(waiter);
-      }
+      if (waiter.Claim(Waiter::kLookAgain) == Waiter::kAsleep) lock.WakeLater(waiter);
       continue;
     }
-    if (!waiter.word.compare_exchange_strong(expected, Waiter::kClaimed, std::memory_order_acq_rel)) continue;
+    const uint32_t before = waiter.Claim(Waiter::kClaimed);
+    if (!Waiter::IsWaiting(before)) continue;
     // The waiter does not leave before the index stands in its word, so its memory is safe until then.
     candidate.outcome = Consume(candidate);
     Unlink(candidate);
@@ -114,7 +112,7 @@ void Waitable::WakeWaiters(Lock& lock) noexcept {
       [[maybe_unused]] const auto written = write(waiter.wakeDescriptor, &one, sizeof(one));
       waiter.word.store(candidate.index, std::memory_order_release);
     } else {
-      lock.WakeLater(waiter);
+      if (before == Waiter::kAsleep) lock.WakeLater(waiter);
       waiter.word.store(candidate.index, std::memory_order_release);
     }
   }

@@ -13,14 +13,26 @@ namespace orm::platform {
 struct ThreadRecord;
 class Waitable;
 
-// One thread that sleeps in a wait.
+// One thread that waits.
 struct Waiter {
-  static constexpr uint32_t kWaiting = 0xFFFFFFFF;
-  static constexpr uint32_t kTimedOut = 0xFFFFFFFE;
-  static constexpr uint32_t kClaimed = 0xFFFFFFFC;    // an object is being handed over
-  static constexpr uint32_t kLookAgain = 0xFFFFFFFD;  // an all-wait: one of its objects has changed
+  static constexpr uint32_t kAwake = 0xFFFFFFFF;   // waits and looks at the word itself
+  static constexpr uint32_t kAsleep = 0xFFFFFFFE;  // waits and has to be woken
+  static constexpr uint32_t kTimedOut = 0xFFFFFFFD;
+  static constexpr uint32_t kLookAgain = 0xFFFFFFFC;  // an all-wait: one of its objects has changed
+  static constexpr uint32_t kClaimed = 0xFFFFFFFB;    // an object is being handed over
 
-  std::atomic<uint32_t> word{kWaiting};  // the index of the object that ended the wait
+  static bool IsWaiting(uint32_t word) noexcept { return word >= kAsleep; }
+
+  // Ends the wait with `value` and returns what the word was; when the wait had ended already, nothing
+  // changes.
+  uint32_t Claim(uint32_t value) noexcept {
+    uint32_t before = word.load(std::memory_order_relaxed);
+    while (IsWaiting(before) && !word.compare_exchange_weak(before, value, std::memory_order_acq_rel))
+      continue;
+    return before;
+  }
+
+  std::atomic<uint32_t> word{kAwake};  // the index of the object that ended the wait
   bool all = false;
   int wakeDescriptor = -1;  // eventfd of a waiter that sleeps in poll instead of on the word
 };
