@@ -239,6 +239,54 @@ TEST_F(SharedMachine, AShortSectionIsRefused) {
             static_cast<int>(ERROR_INVALID_DATA));
 }
 
+// The record of an open section says which file lies below it, and everybody can write it.
+TEST_F(SharedMachine, ASectionLeadsToNobodysOwnFile) {
+  const std::string content(65536, 'p');
+  ASSERT_EQ(mkdir(At("home").c_str(), 0700), 0);
+  ASSERT_EQ(chown(At("home").c_str(), SECOND, SECOND), 0);
+  Put(Temp("private"), SECOND, 0600, content);
+  Put(Temp("readable"), SECOND, 0644, content);
+  Put(At("home/writable"), SECOND, 0666, content);
+  Put(Temp("open"), SECOND, 0666, content);
+  const HANDLE file = CreateFileA("C:\\Windows\\Temp\\below", GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE, OpenToAll(), CREATE_ALWAYS, 0, nullptr);
+  const HANDLE section = CreateFileMappingA(file, OpenToAll(), PAGE_READWRITE, 0, 65536, "led");
+  ASSERT_NE(section, nullptr);
+  const struct {
+    std::string path;
+    DWORD error;
+  } rows[] = {{Temp("below"), ERROR_SUCCESS},
+              {Temp("private"), ERROR_ACCESS_DENIED},
+              {Temp("readable"), ERROR_ACCESS_DENIED},
+              {At("home/writable"), ERROR_ACCESS_DENIED},
+              {Temp("open"), ERROR_SUCCESS}};
+  for (const auto& row : rows) {
+    const auto attack = [&] {
+      struct stat status {};
+      if (stat(row.path.c_str(), &status) != 0) return 1;
+      struct {
+        uint64_t device, inode;
+        uint32_t writable, length;
+        char path[4096];
+      } lie{status.st_dev, status.st_ino, 1, static_cast<uint32_t>(row.path.size()), {}};
+      row.path.copy(lie.path, sizeof lie.path);
+      const int record = open(At("named/n-led").c_str(), O_RDWR);
+      return pwrite(record, &lie, sizeof lie, 64 + 8) == static_cast<ssize_t>(sizeof lie) ? 0 : 2;
+    };
+    // Root finds out the inode that the first user may not see.
+    ASSERT_EQ(As(row.path == At("home/writable") ? 0 : FIRST, attack), 0) << "that he can";
+    EXPECT_EQ(As(SECOND,
+                 [] {
+                   const HANDLE opened = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, "led");
+                   return opened == nullptr ? static_cast<int>(GetLastError()) : 0;
+                 }),
+              static_cast<int>(row.error))
+        << row.path;
+  }
+  CloseHandle(section);
+  CloseHandle(file);
+}
+
 TEST_F(SharedMachine, OnlyTheOwnerWatches) {
   const auto watches = [] { return orm::platform::DebugWatch().IsOpen() ? 1 : 0; };
   EXPECT_EQ(As(0, watches), 1);

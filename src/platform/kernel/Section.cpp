@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <map>
@@ -41,6 +42,30 @@ static_assert(kRecordOffset + sizeof(SectionRecord) <= kDataOffset);
 DWORD Grow(int descriptor, uint64_t size) {
   const int code = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
   return code == 0 ? ERROR_SUCCESS : ErrorFromErrno(code);
+}
+
+// Where the file lies; empty when that is not known.
+std::string PathOf(int descriptor) {
+  char path[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), path, sizeof(path) - 1);
+  return length < 0 ? std::string() : std::string(path, static_cast<size_t>(length));
+}
+
+// Whether nobody but this user can have written the record of a named section.
+bool IsOwnRecord(int descriptor) {
+  struct stat status;
+  return fstat(descriptor, &status) == 0 && status.st_uid == geteuid() &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// Whether everybody may write the file, and come to where it lies.
+bool IsEverybodys(int descriptor, const struct stat& status) {
+  const std::string path = PathOf(descriptor);
+  struct stat folder;
+  return (status.st_mode & S_IWOTH) != 0 &&
+         stat(path.substr(0, std::max<size_t>(path.rfind('/') + 1, 1)).c_str(), &folder) == 0 &&
+         (folder.st_mode & S_IWOTH) != 0;
 }
 
 // Views by address, so that one can be unmapped without its section's handle.
@@ -84,10 +109,9 @@ class Section::Initialiser final : public NamedInitialiser {
     if (fstat(mRequest.file, &status) != 0) return ErrorFromErrno(errno);
     record.device = status.st_dev;
     record.inode = status.st_ino;
-    const std::string link = "/proc/self/fd/" + std::to_string(mRequest.file);
-    const ssize_t length = readlink(link.c_str(), record.path, sizeof(record.path) - 1);
-    if (length < 0) return ErrorFromErrno(errno);
-    record.pathLength = static_cast<uint32_t>(length);
+    const std::string path = PathOf(mRequest.file);
+    if (path.empty()) return ErrorFromErrno(errno);
+    record.pathLength = static_cast<uint32_t>(path.copy(record.path, sizeof(record.path) - 1));
     return ERROR_SUCCESS;
   }
 
@@ -132,13 +156,16 @@ DWORD Section::OpenNamed(const char* name) {
 
 DWORD Section::OpenBacking(const SectionRecord& record) {
   const std::string path(record.path, record.pathLength);
-  mData = open(path.c_str(), (record.writable != 0 ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
+  mData = open(path.c_str(),
+               (record.writable != 0 ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY);
   struct stat status;
   if (mData < 0 || fstat(mData, &status) != 0) return ErrorFromErrno(errno);
-  if (status.st_dev != record.device || status.st_ino != record.inode ||
+  if (!S_ISREG(status.st_mode) || status.st_dev != record.device || status.st_ino != record.inode ||
       static_cast<uint64_t>(status.st_size) < record.size) {
     return ERROR_FILE_NOT_FOUND;
   }
+  // Whoever can write the record must not lead this process to a file that is not open to him as well.
+  if (!IsOwnRecord(mFile.Descriptor()) && !IsEverybodys(mData, status)) return ERROR_ACCESS_DENIED;
   return ERROR_SUCCESS;
 }
 
