@@ -131,6 +131,25 @@ TEST(Modules, WhatCannotBeLoadedSaysWhy) {
   EXPECT_EQ(std::string::npos, Maps().find("refuses.dll"));
 }
 
+// Somebody else may hold the image when the load that ran its entry point has failed.
+TEST(Modules, WhatRefusedIsRefusedForAsLongAsItIsMapped) {
+  const fs::path path = CopyOf("refuses_and_stays.dll", "refusing.dll");
+  for (int i = 0; i < 2; ++i) {
+    SetLastError(0);
+    EXPECT_EQ(nullptr, LoadLibraryA(Ansi(path).c_str()));
+    EXPECT_EQ(ERROR_DLL_INIT_FAILED, GetLastError());
+  }
+  const HMODULE held = GetModuleHandleA("refusing.dll");
+  ASSERT_NE(nullptr, held);
+  EXPECT_TRUE(FreeLibrary(held));
+  EXPECT_EQ(std::string::npos, Maps().find("refusing.dll"));
+  fs::rename(CopyOf("part5.dll", "next.dll"), path);
+  const HMODULE next = LoadLibraryA(Ansi(path).c_str());  // mostly at the same address
+  ASSERT_NE(nullptr, next);
+  EXPECT_EQ(5, Number(next));
+  FreeLibrary(next);
+}
+
 // Cut at every length of its headers and at many others, a library is refused or loads, and never kills.
 TEST(Modules, CutAnywhere) {
   const fs::path whole = kParts / "part2.dll";

@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ struct Entry {
 struct Registry {
   std::mutex lock;
   std::vector<Entry> entries;
+  std::set<HINSTANCE> refused;  // images that are mapped although their attach failed
   uint64_t lastSerial = 0;
 };
 
@@ -92,6 +94,16 @@ std::vector<Entry> Snapshot() {
   return registry.entries;
 }
 
+void NoteRefused(HINSTANCE module, bool isRefused) {
+  Registry& registry = Entries();
+  const std::lock_guard lock(registry.lock);
+  if (isRefused) {
+    registry.refused.insert(module);
+  } else {
+    registry.refused.erase(module);
+  }
+}
+
 }  // namespace
 
 void NotifyThreadAttach() noexcept {
@@ -117,6 +129,12 @@ bool ReportAttachFailure() noexcept {
   return true;
 }
 
+bool IsRefused(HMODULE module) noexcept {
+  Registry& registry = Entries();
+  const std::lock_guard lock(registry.lock);
+  return registry.refused.contains(module);
+}
+
 }  // namespace orm::platform
 
 using namespace orm::platform;
@@ -129,7 +147,10 @@ BOOL OrmAttachModule(const void* addressInModule, OrmDllMain entry) noexcept {
     return FALSE;
   }
   // Not registered until attach has succeeded: until then no thread concerns it.
-  if (!CallEntry(made, DLL_PROCESS_ATTACH)) {
+  const bool isAttached = CallEntry(made, DLL_PROCESS_ATTACH);
+  // While the loader's lock is held, so that whoever is handed the image by the loader finds the note.
+  NoteRefused(made.module, !isAttached);
+  if (!isAttached) {
     if (ReportAttachFailure()) return FALSE;
     fprintf(stderr, "%s: the module's initialisation failed; the program cannot start\n", made.path.c_str());
     _exit(1);
@@ -143,6 +164,7 @@ BOOL OrmAttachModule(const void* addressInModule, OrmDllMain entry) noexcept {
 
 BOOL OrmDetachModule(const void* addressInModule) noexcept {
   const HINSTANCE module = BaseOf(addressInModule);
+  NoteRefused(module, false);
   Registry& registry = Entries();
   Entry found{};
   {

@@ -10,6 +10,10 @@ namespace orm::platform {
 void NotifyThreadAttach() noexcept;
 void NotifyThreadDetach() noexcept;
 
+// Whether the attach of the image at that address failed. The image stays until all who were handed it by the
+// loader have given it back; until then it is of no use to anybody.
+bool IsRefused(HMODULE module) noexcept;
+
 // Brackets a library load on the calling thread, so that a module whose attach fails can report to it.
 class LoadInProgress {
  public:

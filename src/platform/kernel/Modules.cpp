@@ -133,6 +133,15 @@ HMODULE Count(LoaderHandle handle) {
   return module;
 }
 
+// The image that the loader has handed out, counted, unless its attach failed: on this thread, or on another
+// one that has not closed it yet.
+HMODULE Accept(LoaderHandle handle, bool attachFailed) {
+  if (!attachFailed && !IsRefused(BaseOfHandle(handle.get()))) return Count(std::move(handle));
+  handle.reset();
+  tlsLastError = ERROR_DLL_INIT_FAILED;
+  return nullptr;
+}
+
 // Whether something else than a file stands there. The loader opens whatever it is told, and opening a pipe
 // waits for a writer, with the locks of all callers held.
 bool IsSpecial(const std::string& path) {
@@ -146,7 +155,8 @@ HMODULE Load(const std::string& path) {
     return nullptr;
   }
   // A library that is loaded keeps its path, whatever stands there now.
-  if (LoaderHandle loaded{dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)}) return Count(std::move(loaded));
+  if (LoaderHandle loaded{dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)})
+    return Accept(std::move(loaded), false);
   if (const DWORD error = CheckImage(path); error != ERROR_SUCCESS) {
     tlsLastError = error;
     return nullptr;
@@ -164,12 +174,7 @@ HMODULE Load(const std::string& path) {
     tlsLastError = ErrorFromLoaderText(dlerror());
     return nullptr;
   }
-  if (attachFailed) {
-    handle.reset();
-    tlsLastError = ERROR_DLL_INIT_FAILED;
-    return nullptr;
-  }
-  return Count(std::move(handle));
+  return Accept(std::move(handle), attachFailed);
 }
 
 // A name without a folder is looked for beside the program, then where the loader looks.

@@ -113,9 +113,9 @@ constinit bool gsStarted = false;
 }
 
 [[gnu::destructor]] void OnUnload() {
-  if (!gsStarted) return;
+  // Also after an attach that failed: the platform keeps a note of that until the image goes.
   OrmDetachModule(&gsStarted);
-  Stop();
+  if (gsStarted) Stop();
 }
 
 }  // namespace

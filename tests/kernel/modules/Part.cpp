@@ -9,8 +9,13 @@ namespace {
 
 std::atomic<int> gsThreadReasons[4];
 
-BOOL Main(HINSTANCE, DWORD reason, void*) {
+BOOL Main([[maybe_unused]] HINSTANCE module, DWORD reason, void*) {
   ++gsThreadReasons[reason & 3];
+#ifdef PART_STAYS
+  // As a thread would that loads it at this moment.
+  char path[MAX_PATH];
+  if (reason == DLL_PROCESS_ATTACH && GetModuleFileNameA(module, path, sizeof(path)) != 0) LoadLibraryA(path);
+#endif
 #ifdef PART_REFUSES
   return reason != DLL_PROCESS_ATTACH;
 #else
