@@ -1,9 +1,14 @@
 // Loading, freeing and replacing libraries, and telling them of threads.
+#include <dlfcn.h>
+#include <elf.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libintl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <clocale>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -129,6 +134,52 @@ TEST(Modules, WhatCannotBeLoadedSaysWhy) {
     EXPECT_EQ(one.error, GetLastError()) << one.path;
   }
   EXPECT_EQ(std::string::npos, Maps().find("refuses.dll"));
+}
+
+// A copy that wants more memory than there are addresses.
+fs::path Oversized() {
+  const fs::path path = CopyOf("part1.dll", "oversized.dll");
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  Elf64_Ehdr header;
+  file.read(reinterpret_cast<char*>(&header), sizeof(header));
+  std::streamoff last = 0;
+  for (unsigned i = 0; i < header.e_phnum; ++i) {
+    const auto place = static_cast<std::streamoff>(header.e_phoff + i * sizeof(Elf64_Phdr));
+    Elf64_Phdr segment;
+    file.seekg(place).read(reinterpret_cast<char*>(&segment), sizeof(segment));
+    if (segment.p_type == PT_LOAD) last = place;
+  }
+  const uint64_t size = uint64_t{1} << 47;
+  file.seekp(last + static_cast<std::streamoff>(offsetof(Elf64_Phdr, p_memsz)));
+  file.write(reinterpret_cast<const char*>(&size), sizeof(size));
+  return path;
+}
+
+// Texts of the C library in another language: one message, in the format of GNU gettext's catalogues.
+void TranslateMapping() {
+  constexpr char message[] = "failed to map segment from shared object";
+  constexpr char other[] = "kein Platz";
+  const uint32_t catalogue[] = {
+      0x950412DE, 0, 1, 28, 36, 0, 44, sizeof(message) - 1, 44, sizeof(other) - 1, 44 + sizeof(message)};
+  const fs::path folder = getenv("ORM_MACHINE");
+  fs::create_directories(folder / "xx/LC_MESSAGES");
+  std::ofstream file(folder / "xx/LC_MESSAGES/libc.mo", std::ios::binary);
+  file.write(reinterpret_cast<const char*>(catalogue), sizeof(catalogue));
+  file.write(message, sizeof(message)).write(other, sizeof(other));
+  bindtextdomain("libc", folder.c_str());
+  setenv("LANGUAGE", "xx", 1);
+  ASSERT_NE(nullptr, setlocale(LC_ALL, "C.UTF-8"));
+}
+
+TEST(Modules, WantOfMemoryIsToldInAnyLanguage) {
+  const fs::path path = Oversized();
+  for (const char* text : {"failed to map segment", "kein Platz"}) {
+    EXPECT_EQ(nullptr, LoadLibraryA(Ansi(path).c_str()));
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+    EXPECT_EQ(nullptr, dlopen(path.c_str(), RTLD_NOW));
+    EXPECT_NE(nullptr, strstr(dlerror(), text)) << "what this program itself is told";
+    TranslateMapping();
+  }
 }
 
 // Somebody else may hold the image when the load that ran its entry point has failed.

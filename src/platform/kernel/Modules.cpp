@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <locale.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -90,13 +91,26 @@ HMODULE PlatformModule(const char* name) {
   return nullptr;
 }
 
+// The loader's text about what failed last. Handing it out, the loader translates it into the language of the
+// program's locale, and nothing could be found in it then.
+std::string LoaderText() {
+  const locale_t former = uselocale(newlocale(LC_ALL_MASK, "C", nullptr));  // one for all, never freed
+  const char* const text = dlerror();
+  std::string result = text != nullptr ? text : "";
+  uselocale(former);
+  return result;
+}
+
 // What the loader's text says went wrong. It gives no number.
 DWORD ErrorFromLoaderText(const char* text) {
-  if (text == nullptr) return ERROR_MOD_NOT_FOUND;
   if (strstr(text, "undefined symbol") != nullptr || strstr(text, "symbol lookup error") != nullptr) {
     return ERROR_PROC_NOT_FOUND;
   }
-  if (strstr(text, "cannot allocate memory") != nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+  // Mapping gives no reason, but a file that has passed the check of its headers fails for want of room only.
+  for (const char* room :
+       {"cannot allocate", "out of memory", "failed to map segment", "cannot map zero-fill"}) {
+    if (strcasestr(text, room) != nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+  }
   if (strstr(text, "No such file or directory") != nullptr) return ERROR_MOD_NOT_FOUND;
   return ERROR_BAD_EXE_FORMAT;
 }
@@ -171,7 +185,7 @@ HMODULE Load(const std::string& path) {
     DieOfInitialiser(path);
   }
   if (!handle) {
-    tlsLastError = ErrorFromLoaderText(dlerror());
+    tlsLastError = ErrorFromLoaderText(LoaderText().c_str());
     return nullptr;
   }
   return Accept(std::move(handle), attachFailed);
