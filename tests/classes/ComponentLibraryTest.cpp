@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "ErrorText.h"
+#include "HostProcess.h"
 #include "TestClock.h"
 #include "TestFactory.h"
 #include "TestFolder.h"
@@ -378,6 +379,32 @@ TEST(ComponentLibrary, CreationReportsTheLibrarysFailure) {
       << "deleted between enumeration and creation";
   folder.AddFile("beta.dll", "now something else");
   EXPECT_THAT(create("CID_Beta"), HasSubstr("000000c1 Cannot create instance"));
+}
+
+TEST(ComponentLibrary, StaysWhileARefusedObjectGoes) {
+  TestFolder folder;
+  folder.Add("careless");
+  GetClassMgr()->Register(folder.GetPath());
+  for (int i = 0; i < 2; ++i) {  // loaded for it, and loaded already
+    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_Careless", "IID_Numbered"); }),
+                HasSubstr("e7230002 The interface 'IID_Numbered' is not supported."));
+    EXPECT_TRUE(IsMapped("careless.dll"));
+  }
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_CarelessThrows", "IID_BaseFace"); }),
+                HasSubstr("000004d2 The fixture failed."));
+    EXPECT_TRUE(IsMapped("careless.dll"));
+    GetClassMgr()->UnloadLibraries(false);
+    EXPECT_FALSE(IsMapped("careless.dll")) << "the creation has ended";
+  }
+}
+
+TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
+  TestFolder folder;
+  folder.Add("alpha");
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
+  }
 }
 
 TEST(ComponentLibrary, PathsAreChecked) {
