@@ -205,6 +205,52 @@ TEST(ComponentLibrary, IdleOnesAreFreedAfterFiveSeconds) {
   EXPECT_FALSE(IsMapped("alpha.dll"));
 }
 
+TEST(ComponentLibrary, TheIntervalsEndToTheMillisecond) {
+  TestFolder folder;
+  folder.Add("alpha");
+  GetClassMgr()->Register(folder.GetPath());
+  NumberOf("CID_Alpha");
+  folder.Add("beta");
+  AdvanceClock(2999);
+  EXPECT_FALSE(IsRegistered("CID_Beta"));
+  AdvanceClock(1);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  folder.Remove("beta.dll");
+  AdvanceClock(1999);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  EXPECT_TRUE(IsMapped("alpha.dll")) << "4999 ms after the start";
+  AdvanceClock(1);
+  EXPECT_TRUE(IsRegistered("CID_Beta")) << "looked at 2000 ms ago";
+  EXPECT_FALSE(IsMapped("alpha.dll"));
+  AdvanceClock(999);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  AdvanceClock(1);
+  EXPECT_FALSE(IsRegistered("CID_Beta"));
+}
+
+TEST(ComponentLibrary, RegisteredAfterAFactoryStandsBehindIt) {
+  TestFolder folder;
+  folder.Add("alpha", 100, "old.dll");
+  folder.Add("alpha_renewed", 200, "new.dll");
+  const auto factory = TestFactory::Make({{"CID_Alpha", {}, {}}});
+  const DWORD cookie = GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
+  for (const char* name : {"old.dll", "new.dll"}) GetClassMgr()->Register(folder.GetPath(name));
+  GetClassMgr()->CreateInstance("CID_Alpha", "IID_BaseFace");
+  EXPECT_EQ(factory->created, 1);
+  GetClassMgr()->Unregister(cookie);
+  EXPECT_EQ(LibraryOf("CID_Alpha"), "new.dll");
+}
+
+TEST(ComponentLibrary, AChangedFileMovesTheStampByOne) {
+  TestFolder folder;
+  folder.Add("alpha", 100);
+  GetClassMgr()->Register(folder.GetPath());
+  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
+  folder.Add("alpha_renewed", 200, "alpha.dll");
+  LetFoldersBeLookedAt();
+  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp + 1);
+}
+
 TEST(ComponentLibrary, IsAskedBeforeItIsFreed) {
   TestFolder folder;
   folder.Add("stubborn");
