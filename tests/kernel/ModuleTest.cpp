@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <clocale>
 #include <cstddef>
 #include <filesystem>
@@ -268,6 +269,34 @@ TEST(Modules, UnloadAgainstThreadEnd) {
   }
   stop = true;
   for (auto& maker : makers) maker.join();
+}
+
+// Whoever asks for modules by name walks through the loader's list while another thread changes it.
+TEST(Modules, AreFoundWhileOthersComeAndGo) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "the thread sanitizer does not see the loader's own lock";
+#endif
+  const HMODULE program = GetModuleHandleA(nullptr);
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0};
+  std::thread asker([&] {
+    char name[MAX_PATH];
+    while (!stop) {
+      const bool isRight = GetModuleHandleA(nullptr) == program &&
+                           GetModuleHandleA("nothing.dll") == nullptr &&
+                           GetModuleFileNameA(nullptr, name, sizeof(name)) != 0;
+      if (!isRight) ++wrong;
+    }
+  });
+  int failed = 0;
+  for (int round = 0; round < 1000; ++round) {
+    const HMODULE module = LoadLibraryA(Ansi(kParts / "part8.dll").c_str());
+    if (module == nullptr || !FreeLibrary(module)) ++failed;
+  }
+  stop = true;
+  asker.join();
+  EXPECT_EQ(0, failed);
+  EXPECT_EQ(0, wrong);
 }
 
 }  // namespace

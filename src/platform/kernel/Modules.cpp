@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 
 #include "kernel/ImageCheck.h"
@@ -216,27 +218,30 @@ const char* FileNameOf(const char* path) {
   return slash != nullptr ? slash + 1 : path;
 }
 
+// The base address of an image in the loader's list, which is where its first segment was mapped. It is
+// worked out: asking the loader from within a walk through its list would take its locks in the wrong order.
+HMODULE BaseOfImage(const dl_phdr_info& info) {
+  const std::uintptr_t page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  for (int i = 0; i < info.dlpi_phnum; ++i) {
+    if (info.dlpi_phdr[i].p_type != PT_LOAD) continue;
+    const std::uintptr_t start = info.dlpi_addr + info.dlpi_phdr[i].p_vaddr;
+    return reinterpret_cast<HMODULE>(start & ~(page - 1));
+  }
+  return nullptr;
+}
+
 int VisitImage(dl_phdr_info* info, size_t, void* context) {
   auto& find = *static_cast<FindByName*>(context);
   const bool matches = find.path.empty() ? strcasecmp(FileNameOf(info->dlpi_name), find.name) == 0
                                          : find.path == info->dlpi_name;
   if (!matches || info->dlpi_phnum == 0) return 0;
-  for (int i = 0; i < info->dlpi_phnum && find.found == nullptr; ++i) {
-    if (info->dlpi_phdr[i].p_type == PT_LOAD) {
-      find.found = BaseOf(reinterpret_cast<const void*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr));
-    }
-  }
+  find.found = BaseOfImage(*info);
   return 1;
 }
 
 // The main program's image has an empty name in the loader's list, and stands first.
 int VisitProgram(dl_phdr_info* info, size_t, void* context) {
-  for (int i = 0; i < info->dlpi_phnum; ++i) {
-    if (info->dlpi_phdr[i].p_type != PT_LOAD) continue;
-    *static_cast<HMODULE*>(context) =
-        BaseOf(reinterpret_cast<const void*>(info->dlpi_addr + info->dlpi_phdr[i].p_vaddr));
-    return 1;
-  }
+  *static_cast<HMODULE*>(context) = BaseOfImage(*info);
   return 1;
 }
 
@@ -352,24 +357,29 @@ BOOL GetModuleHandleExA(DWORD flags, const char* address, HMODULE* module) noexc
 }
 
 DWORD GetModuleFileNameA(HMODULE module, char* buffer, DWORD size) noexcept {
-  const std::string path = ImagePath(module);
-  if (path.empty()) {
-    tlsLastError = ERROR_MOD_NOT_FOUND;
-    return 0;
-  }
-  const std::string text = AnsiPath(path);
-  if (size == 0) {
+  try {
+    const std::string path = ImagePath(module);
+    if (path.empty()) {
+      tlsLastError = ERROR_MOD_NOT_FOUND;
+      return 0;
+    }
+    const std::string text = AnsiPath(path);
+    if (size == 0) {
+      tlsLastError = ERROR_INSUFFICIENT_BUFFER;
+      return 0;
+    }
+    if (text.size() < size) {
+      memcpy(buffer, text.c_str(), text.size() + 1);
+      return static_cast<DWORD>(text.size());
+    }
+    memcpy(buffer, text.data(), size - 1);
+    buffer[size - 1] = '\0';
     tlsLastError = ERROR_INSUFFICIENT_BUFFER;
+    return size;
+  } catch (const std::bad_alloc&) {
+    tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
     return 0;
   }
-  if (text.size() < size) {
-    memcpy(buffer, text.c_str(), text.size() + 1);
-    return static_cast<DWORD>(text.size());
-  }
-  memcpy(buffer, text.data(), size - 1);
-  buffer[size - 1] = '\0';
-  tlsLastError = ERROR_INSUFFICIENT_BUFFER;
-  return size;
 }
 
 UINT SetErrorMode(UINT mode) noexcept {
