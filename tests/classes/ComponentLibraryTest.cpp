@@ -446,6 +446,10 @@ TEST(ComponentLibrary, StaysWhileARefusedObjectGoes) {
 }
 
 TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP()
+      << "the trace facility takes its word away without a lock that disabled areas would have to take";
+#endif
   TestFolder folder;
   folder.Add("alpha");
   for (int i = 0; i < 40; ++i) {
