@@ -22,7 +22,6 @@ class FactoryRegistration final : public FaceObject<BaseFace> {
   bool DropUse();
   void CreateInstance(const String& classId, FacePtr<BaseFace>& rObject);
 
-  const FacePtr<ClassFactory>& ShareFactory() const { return mpFactory; }
   const ClassFactory* GetFactory() const { return mpFactory.Get(); }
   DWORD GetCookie() const { return mCookie; }
   void SetCookie(DWORD cookie) { mCookie = cookie; }

@@ -11,7 +11,7 @@
 #include "ThreadModule.h"
 
 #include <algorithm>
-#include <atomic>
+#include <memory>
 #include <new>
 
 namespace orm {
@@ -23,11 +23,11 @@ constexpr const char* FILE_NAME = "src/shared/ClassManager";
 constexpr DWORD SYNCHRONIZE_INTERVAL = 3000;  // milliseconds
 constexpr DWORD UNLOAD_INTERVAL = 5000;
 
-// Storage of the one manager, built and closed by the module frame.
+// Storage of the one manager, built and destroyed by the module frame.
 alignas(ClassManagerImpl) constinit unsigned char gsStorage[sizeof(ClassManagerImpl)] = {};
-// Set for as long as the manager may be called, which includes its own constructor and its closing: libraries
+// Set for as long as the manager may be called, which includes its own constructor and destructor: libraries
 // that are listed there may ask for it.
-constinit std::atomic<ClassManagerImpl*> gspManager = nullptr;
+constinit ClassManagerImpl* gspManager = nullptr;
 
 // Marks a pass that calls components, which may call the manager, so that no second one begins within it.
 class Running {
@@ -48,17 +48,16 @@ void BuildClassManager() {
 }
 
 void DestroyClassManager() {
-  if (ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent()) pManager->Close();
+  if (gspManager) gspManager->~ClassManagerImpl();
 }
 
 ClassManager* GetClassMgr() {
-  ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent();
-  if (!pManager) HoldAfterDetach();
-  return pManager;
+  if (!gspManager) HoldAfterDetach();
+  return ClassManagerImpl::GetCurrent();
 }
 
 ClassManagerImpl* ClassManagerImpl::GetCurrent() {
-  return gspManager.load(std::memory_order_acquire);
+  return gspManager;
 }
 
 ClassManagerImpl::ClassManagerImpl() {
@@ -73,28 +72,15 @@ ClassManagerImpl::ClassManagerImpl() {
   RegisterDefaults();
 }
 
-void ClassManagerImpl::Close() {
+ClassManagerImpl::~ClassManagerImpl() {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Destructor");
   UnloadLibraries(true);
-  ReleaseFactories();
-  // When the process ends its other threads go on until the very end. From here on they wait behind the lock:
-  // it is not given back.
-  mLock.Enter();
   // Each list is empty before what it held goes, since that may call the manager once more.
   std::exchange(mFactories, {}).clear();
   std::exchange(mDirectories, {}).clear();
   mRegistry.Clear();
-  mSystemDirectory = {};
   mShared.Close();
-  gspManager.store(nullptr, std::memory_order_release);
-}
-
-// Without the lock: a factory may have a thread, which calls the manager and which it waits for at its end.
-void ClassManagerImpl::ReleaseFactories() {
-  std::vector<FacePtr<ClassFactory>> factories;
-  const ClassLock lock(mLock);
-  for (const auto& registration : mFactories) factories.push_back(registration->ShareFactory());
-  std::exchange(mFactories, {}).clear();
+  gspManager = nullptr;
 }
 
 BaseFace* ClassManagerImpl::QueryFace(const char* faceId) {
@@ -105,10 +91,7 @@ FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const 
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "CreateInstance(%s, %s)",
                          classId.GetBegin(), faceId.GetBegin());
   try {
-    // Until a refused object is gone: its end is the library's code, and the library may say while it runs
-    // that no object is left.
-    LibraryIntl::Creation creation;
-    const FacePtr<BaseFace> object = MakeObject(classId, creation);
+    const FacePtr<BaseFace> object = MakeObject(classId);
     if (!object) throw Error(ERROR_CLASS_NOT_REGISTERED, "The class is not registered.");
     auto face = FacePtr<BaseFace>::Adopt(object->QueryFace(faceId.GetBegin()));
     if (!face) ThrowFaceNotSupportedError(faceId.GetBegin());
@@ -121,20 +104,22 @@ FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const 
   }
 }
 
-LibraryIntl* ClassManagerImpl::BeginQuickCreation(const String& classId, LibraryIntl::Creation& rCreation) {
+LibraryIntl* ClassManagerImpl::BeginQuickCreation(const String& classId) {
   const DWORD now = GetTickCount();
   const SharedClassLock lock(mLock);
   if (IsSynchronizationDue(now) || IsUnloadDue(now)) return nullptr;
   const ClassEntry* pEntry = mRegistry.Find(classId);
   LibraryIntl* pLibrary = pEntry ? pEntry->GetCurrent()->mpLibrary : nullptr;
   if (!pLibrary || !pLibrary->IsLoaded()) return nullptr;
-  rCreation.Begin(*pLibrary);
+  pLibrary->BeginCreation();
   return pLibrary;
 }
 
 // Without the lock, for a library whose creation has begun. What needs not be done leaves its trace all the
 // same.
 FacePtr<BaseFace> ClassManagerImpl::MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId) {
+  const auto end = [](LibraryIntl* pLibrary) { pLibrary->EndCreation(); };
+  const std::unique_ptr<LibraryIntl, decltype(end)> creation(&rLibrary, end);
   { const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Synchronize()"); }
   rLibrary.Load(nullptr);
   FacePtr<BaseFace> object;
@@ -143,9 +128,8 @@ FacePtr<BaseFace> ClassManagerImpl::MakeObjectQuickly(LibraryIntl& rLibrary, con
 }
 
 // Empty when the class has no source or its source makes nothing.
-FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId, LibraryIntl::Creation& rCreation) {
-  if (LibraryIntl* pLibrary = BeginQuickCreation(classId, rCreation))
-    return MakeObjectQuickly(*pLibrary, classId);
+FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId) {
+  if (LibraryIntl* pLibrary = BeginQuickCreation(classId)) return MakeObjectQuickly(*pLibrary, classId);
   FacePtr<BaseFace> object;
   ClassLock lock(mLock);
   Synchronize();
@@ -159,7 +143,7 @@ FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId, LibraryInt
   } else {
     const FacePtr<LibraryIntl> source(registration.mpLibrary);
     source->Load(nullptr);
-    rCreation.Begin(*source);
+    const LibraryIntl::Creation creation(*source);
     const ClassUnlock unlocked(lock);
     source->CreateInstance(classId, object);
   }

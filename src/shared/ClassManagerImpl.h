@@ -5,7 +5,6 @@
 
 #include <vector>
 
-#include "ClassLibrary.h"
 #include "ClassLock.h"
 #include "ClassRegistry.h"
 #include "ClassSharedCache.h"
@@ -21,17 +20,13 @@ class PathInfo;
 class ClassManagerImpl final : public BaseFace, public ClassManager {
  public:
   ClassManagerImpl();
-  // It closes and is never destroyed: threads may be calling it to the very end of the process.
-  ~ClassManagerImpl() = delete;
+  ~ClassManagerImpl();
   ClassManagerImpl(const ClassManagerImpl&) = delete;
   ClassManagerImpl& operator=(const ClassManagerImpl&) = delete;
 
   // The process's manager; null while there is none. An object that outlives the manager asks here before it
   // takes the lock.
   static ClassManagerImpl* GetCurrent();
-
-  // Unloads and releases everything. Whoever calls the manager meanwhile waits from some point on for ever.
-  void Close();
 
   DWORD AddRef() override { return 1; }
   bool Release() override { return false; }
@@ -66,12 +61,10 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   const std::vector<FacePtr<DirectoryIntl>>& GetDirectories() const { return mDirectories; }
 
  private:
-  void ReleaseFactories();
-  // A creation of a library stays begun, for the caller to end.
-  FacePtr<BaseFace> MakeObject(const String& classId, LibraryIntl::Creation& rCreation);
+  FacePtr<BaseFace> MakeObject(const String& classId);
   // The library that makes objects of the class, when it is loaded and nothing else is to be done first, with
   // one creation begun; null otherwise. Without the lock.
-  LibraryIntl* BeginQuickCreation(const String& classId, LibraryIntl::Creation& rCreation);
+  LibraryIntl* BeginQuickCreation(const String& classId);
   static FacePtr<BaseFace> MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId);
   bool IsSynchronizationDue(DWORD now) const;
   bool IsUnloadDue(DWORD now) const;

@@ -10,7 +10,6 @@
 #include <thread>
 
 #include "ErrorText.h"
-#include "HostProcess.h"
 #include "TestClock.h"
 #include "TestFactory.h"
 #include "TestFolder.h"
@@ -205,52 +204,6 @@ TEST(ComponentLibrary, IdleOnesAreFreedAfterFiveSeconds) {
   EXPECT_FALSE(IsMapped("alpha.dll"));
 }
 
-TEST(ComponentLibrary, TheIntervalsEndToTheMillisecond) {
-  TestFolder folder;
-  folder.Add("alpha");
-  GetClassMgr()->Register(folder.GetPath());
-  NumberOf("CID_Alpha");
-  folder.Add("beta");
-  AdvanceClock(2999);
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-  AdvanceClock(1);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  folder.Remove("beta.dll");
-  AdvanceClock(1999);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  EXPECT_TRUE(IsMapped("alpha.dll")) << "4999 ms after the start";
-  AdvanceClock(1);
-  EXPECT_TRUE(IsRegistered("CID_Beta")) << "looked at 2000 ms ago";
-  EXPECT_FALSE(IsMapped("alpha.dll"));
-  AdvanceClock(999);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  AdvanceClock(1);
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-}
-
-TEST(ComponentLibrary, RegisteredAfterAFactoryStandsBehindIt) {
-  TestFolder folder;
-  folder.Add("alpha", 100, "old.dll");
-  folder.Add("alpha_renewed", 200, "new.dll");
-  const auto factory = TestFactory::Make({{"CID_Alpha", {}, {}}});
-  const DWORD cookie = GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
-  for (const char* name : {"old.dll", "new.dll"}) GetClassMgr()->Register(folder.GetPath(name));
-  GetClassMgr()->CreateInstance("CID_Alpha", "IID_BaseFace");
-  EXPECT_EQ(factory->created, 1);
-  GetClassMgr()->Unregister(cookie);
-  EXPECT_EQ(LibraryOf("CID_Alpha"), "new.dll");
-}
-
-TEST(ComponentLibrary, AChangedFileMovesTheStampByOne) {
-  TestFolder folder;
-  folder.Add("alpha", 100);
-  GetClassMgr()->Register(folder.GetPath());
-  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
-  folder.Add("alpha_renewed", 200, "alpha.dll");
-  LetFoldersBeLookedAt();
-  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp + 1);
-}
-
 TEST(ComponentLibrary, IsAskedBeforeItIsFreed) {
   TestFolder folder;
   folder.Add("stubborn");
@@ -425,36 +378,6 @@ TEST(ComponentLibrary, CreationReportsTheLibrarysFailure) {
       << "deleted between enumeration and creation";
   folder.AddFile("beta.dll", "now something else");
   EXPECT_THAT(create("CID_Beta"), HasSubstr("000000c1 Cannot create instance"));
-}
-
-TEST(ComponentLibrary, StaysWhileARefusedObjectGoes) {
-  TestFolder folder;
-  folder.Add("careless");
-  GetClassMgr()->Register(folder.GetPath());
-  for (int i = 0; i < 2; ++i) {  // loaded for it, and loaded already
-    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_Careless", "IID_Numbered"); }),
-                HasSubstr("e7230002 The interface 'IID_Numbered' is not supported."));
-    EXPECT_TRUE(IsMapped("careless.dll"));
-  }
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_CarelessThrows", "IID_BaseFace"); }),
-                HasSubstr("000004d2 The fixture failed."));
-    EXPECT_TRUE(IsMapped("careless.dll"));
-    GetClassMgr()->UnloadLibraries(false);
-    EXPECT_FALSE(IsMapped("careless.dll")) << "the creation has ended";
-  }
-}
-
-TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP()
-      << "the trace facility takes its word away without a lock that disabled areas would have to take";
-#endif
-  TestFolder folder;
-  folder.Add("alpha");
-  for (int i = 0; i < 40; ++i) {
-    ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
-  }
 }
 
 TEST(ComponentLibrary, PathsAreChecked) {
