@@ -1,4 +1,5 @@
 // Searches: patterns, order, errors.
+#include "files/FailingListing.h"
 #include "files/Files.h"
 
 #include "kernel/NameMatch.h"
@@ -99,6 +100,63 @@ TEST_F(Files, SearchesListInOrderAndEndWithTheirCodes) {
   FindClose(search);
   EXPECT_FALSE(FindNextFileA(search, &data));
   EXPECT_EQ(GetLastError(), 6u);
+}
+
+// Half a listing must not be taken for all of it, nor a name that was not come to for one that is not there.
+TEST_F(Files, AFolderThatCannotBeReadToItsEndIsAnError) {
+  for (const char* name : {"a", "b", "File.txt"}) Put(name);
+  ASSERT_EQ(mkdir(Disk("Sub").c_str(), 0755), 0);
+  const std::string present = Name("FILE.TXT"), moved = Name("B");
+  DWORD end = 0;
+  const struct {
+    const char* what;
+    std::function<bool()> fails;
+  } table[] = {
+      {"search", [&] { return Find(Name("*"), &end).empty(); }},
+      {"attributes", [&] { return GetFileAttributesA(present.c_str()) == INVALID_FILE_ATTRIBUTES; }},
+      {"create", [&] { return !Opened(present, GENERIC_WRITE, 0, CREATE_ALWAYS).IsOpen(); }},
+      {"create new", [&] { return !Opened(present, GENERIC_WRITE, 0, CREATE_NEW).IsOpen(); }},
+      {"create below", [&] { return !Opened(Name("SUB\\x"), GENERIC_WRITE, 0, CREATE_NEW).IsOpen(); }},
+      {"make a folder", [&] { return !CreateDirectoryA(Name("SUB").c_str(), nullptr); }},
+      {"move", [&] { return !MoveFileExA(moved.c_str(), Name("c").c_str(), 0); }},
+      {"move onto", [&] { return !MoveFileExA(Name("a").c_str(), present.c_str(), 0); }},
+      {"enter", [&] { return !SetCurrentDirectoryA(Name("SUB").c_str()); }},
+      {"watch",
+       [&] {
+         return FindFirstChangeNotificationA(folder.c_str(), TRUE, FILE_NOTIFY_CHANGE_FILE_NAME) ==
+                INVALID_HANDLE_VALUE;
+       }},
+  };
+  for (const auto& row : table) {
+    for (const int entries : {0, 1, 3}) {
+      for (const auto& [error, code] : {std::pair(EIO, 31u), std::pair(ENOMEM, 8u), std::pair(EMFILE, 4u)}) {
+        const FailingListing failing(entries, error);
+        SetLastError(0);
+        EXPECT_TRUE(row.fails()) << row.what << " after " << entries;
+        EXPECT_EQ(GetLastError(), code) << row.what << " after " << entries;
+      }
+    }
+  }
+  EXPECT_EQ(Find(Name("*"), &end), std::vector<std::string>({".", "..", "a", "b", "File.txt", "Sub"}));
+  // Where one may enter and not look, the spelling alone decides.
+  const FailingListing failing(0, EACCES);
+  EXPECT_TRUE(Opened(present, GENERIC_WRITE, 0, CREATE_NEW).IsOpen());
+  EXPECT_EQ(GetFileAttributesA(moved.c_str()), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(GetLastError(), 2u);
+}
+
+TEST_F(Files, AFolderThatMayBeListedButNotEnteredIsAnError) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  ASSERT_EQ(mkdir(Disk("closed").c_str(), 0755), 0);
+  Put("closed/f");
+  ASSERT_EQ(chmod(Disk("closed").c_str(), 0744), 0);
+  ASSERT_EQ(chmod(getenv("ORM_MACHINE"), 0755), 0);
+  EXPECT_EQ(InChild([&] {
+              if (seteuid(65534) != 0) return 1;
+              DWORD end = 0;
+              return Find(disk + "/closed/f*", &end).empty() && end == ERROR_ACCESS_DENIED ? 0 : 2;
+            }),
+            0);
 }
 
 TEST_F(Files, ASearchIsNotDisturbedByWhatHappensMeanwhile) {

@@ -3,7 +3,6 @@
 // What happens is queued by the kernel from the moment that the watch exists, so that nothing is missed
 // between two looks, nor between a look and the re-arming. Content that changes through a shared mapping is
 // seen when its writer closes the file.
-#include <dirent.h>
 #include <limits.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -15,6 +14,7 @@
 #include <mutex>
 
 #include "kernel/FileDisk.h"
+#include "kernel/FolderReader.h"
 #include "kernel/Waitable.h"
 #include "win32/files.h"
 
@@ -77,22 +77,24 @@ class ChangeNotification final : public Waitable {
     const int watch = inotify_add_watch(mQueue, folder.c_str(), Mask());
     if (watch < 0) return errno;
     mWatched[watch] = folder;
-    if (mSubtree) WatchBelow(folder);
-    return 0;
+    return mSubtree ? WatchBelow(folder) : 0;
   }
 
-  void WatchBelow(const std::string& folder) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
-    if (listing == nullptr) return;
-    while (const dirent* entry = readdir(listing.get())) {
+  // What has vanished meanwhile, or what this user may not look into, needs no watch.
+  static bool IsOutOfSight(int error) { return error == ENOENT || error == ENOTDIR || error == EACCES; }
+
+  int WatchBelow(const std::string& folder) {
+    FolderReader listing(folder);
+    while (const dirent* entry = listing.Next()) {
       const std::string name = entry->d_name;
       struct stat status {};
       std::string path = folder;
       path.append(1, '/').append(name);
       if (name == "." || name == ".." || lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         continue;
-      Watch(path);
+      if (const int error = Watch(path); error != 0 && !IsOutOfSight(error)) return error;
     }
+    return IsOutOfSight(listing.GetError()) ? 0 : listing.GetError();
   }
 
   // The queue is the parent's: reading it would take its events away. What has happened before is not known,
@@ -130,7 +132,9 @@ class ChangeNotification final : public Waitable {
       const bool comes = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
       // What was made in the new folder before the watch on it is only seen as the new folder.
       if (comes && isFolder && mSubtree && watched != mWatched.end()) {
-        Watch(watched->second + '/' + event.name);
+        const int error = Watch(watched->second + '/' + event.name);
+        // Rather no watch any more than one that misses what happens there.
+        mIsGone |= error != 0 && !IsOutOfSight(error);
         mIsSignalled = true;
       }
     }
@@ -165,6 +169,10 @@ HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filt
   const std::string translated = TranslateOrFail(folder);
   if (translated.empty()) return INVALID_HANDLE_VALUE;
   const std::string path = ResolveCase(translated);
+  if (path.empty()) {
+    SetLastErrorCode(ErrorFromErrno(errno));
+    return INVALID_HANDLE_VALUE;
+  }
   auto change = MakeRef<ChangeNotification>(path, subtree != FALSE, filter);
   if (const int error = change->Start(); error != 0) {
     FailWith(error, path);

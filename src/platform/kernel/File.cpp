@@ -102,6 +102,7 @@ int OpenOrCreate(std::string* path, const Request& request, bool* existed) {
     } else {
       struct stat status {};
       *path = ResolveCase(*path);
+      if (path->empty()) return -1;
       if (lstat(path->c_str(), &status) == 0) {
         errno = EEXIST;
         return -1;

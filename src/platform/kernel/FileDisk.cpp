@@ -23,7 +23,12 @@ void FailWith(int error, const std::string& path) {
   if (error == ENOENT) {
     const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
     struct stat status {};
-    if (stat(ResolveCase(parent).c_str(), &status) != 0) code = ERROR_PATH_NOT_FOUND;
+    const std::string folder = ResolveCase(parent);
+    if (folder.empty()) {
+      code = ErrorFromErrno(errno);
+    } else if (stat(folder.c_str(), &status) != 0) {
+      code = ERROR_PATH_NOT_FOUND;
+    }
   }
   SetLastErrorCode(code);
 }

@@ -20,6 +20,7 @@ int WithCase(std::string* path, Operation&& operation) {
   const int result = operation(*path);
   if (result >= 0 || errno != ENOENT) return result;
   std::string found = ResolveCase(*path);
+  if (found.empty()) return result;
   if (found == *path) {
     errno = ENOENT;
     return result;

@@ -22,6 +22,13 @@ BOOL OnName(const char* name, Operation&& operation) {
   return FALSE;
 }
 
+// The path as the disk spells it; empty with the last error set when that cannot be known.
+std::string ResolveOrFail(const std::string& path) {
+  std::string found = ResolveCase(path);
+  if (found.empty()) SetLastErrorCode(ErrorFromErrno(errno));
+  return found;
+}
+
 void SyncFolderOf(const std::string& path) {
   const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
   const int folder = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -31,9 +38,9 @@ void SyncFolderOf(const std::string& path) {
 }
 
 // The name that a rename gives: the target as it is spelled on the disk, unless that is the file itself,
-// whose spelling is to change.
+// whose spelling is to change. Empty with the last error set when it cannot be known.
 std::string TargetOf(const std::string& from, const std::string& to) {
-  std::string found = ResolveCase(to);
+  std::string found = ResolveOrFail(to);
   if (found != from) return found;
   return found.substr(0, found.rfind('/')) + to.substr(to.rfind('/'));
 }
@@ -78,7 +85,8 @@ BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes) {
   const std::string translated = TranslateOrFail(name);
   if (translated.empty()) return FALSE;
   // A folder whose name differs by case only is the same folder.
-  const std::string path = ResolveCase(translated);
+  const std::string path = ResolveOrFail(translated);
+  if (path.empty()) return FALSE;
   const mode_t mode = IsOpenToAll(attributes) ? 01777 : 0777;
   if (mkdir(path.c_str(), mode) == 0) {
     if (mode == 01777) chmod(path.c_str(), mode);
@@ -94,8 +102,9 @@ BOOL MoveFileExA(const char* from, const char* to, DWORD flags) {
   std::string source = TranslateOrFail(from);
   const std::string target = source.empty() ? source : TranslateOrFail(to);
   if (source.empty() || target.empty()) return FALSE;
-  source = ResolveCase(source);
-  const std::string path = TargetOf(source, target);
+  source = ResolveOrFail(source);
+  const std::string path = source.empty() ? source : TargetOf(source, target);
+  if (path.empty()) return FALSE;
   const bool replaces = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
   const unsigned mode = replaces ? 0 : RENAME_NOREPLACE;
   if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), mode) == 0) {

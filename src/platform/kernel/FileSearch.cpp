@@ -1,17 +1,16 @@
 // Searches of folders. The first call lists the whole folder, sorted: the order is the same on every disk,
 // and what happens in the folder meanwhile does not disturb the search.
-#include <dirent.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <memory>
 #include <mutex>
 #include <vector>
 
 #include "kernel/CodePage.h"
 #include "kernel/FileDisk.h"
+#include "kernel/FolderReader.h"
 #include "kernel/NameMatch.h"
 #include "kernel/Object.h"
 #include "win32/files.h"
@@ -70,25 +69,27 @@ bool ComesBefore(const Entry& left, const Entry& right) {
   return order != 0 ? order < 0 : left.name < right.name;
 }
 
-// Reads the matching entries of a folder. What vanishes while it is read is left out; a link that leads
-// nowhere is listed as itself.
-std::vector<Entry> List(DIR* folder, const NamePattern& pattern) {
-  std::vector<Entry> entries;
-  while (const dirent* item = readdir(folder)) {
+// Reads the matching entries of a folder. What vanishes while it is read is left out; an entry of which
+// nothing can be learnt for another reason makes the whole listing fail, as half of one would be taken for
+// all of it.
+DWORD List(FolderReader& folder, const NamePattern& pattern, std::vector<Entry>* entries) {
+  while (const dirent* item = folder.Next()) {
     const std::string_view name = item->d_name;
     std::u32string folded = FoldName(name);
     if (!pattern.Matches(folded)) continue;
     if (name.size() >= MAX_PATH && AnsiFromUtf8(name).size() >= MAX_PATH) continue;
     struct stat status;
-    if (fstatat(dirfd(folder), item->d_name, &status, 0) != 0 &&
-        fstatat(dirfd(folder), item->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      continue;
+    if (fstatat(folder.GetDescriptor(), item->d_name, &status, 0) != 0 &&
+        fstatat(folder.GetDescriptor(), item->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) continue;
+      return ErrorFromErrno(errno);
     }
-    Entry& entry = entries.emplace_back(Entry{std::move(folded), std::string(name), {}});
+    Entry& entry = entries->emplace_back(Entry{std::move(folded), std::string(name), {}});
     FillAttributes(status, &entry.attributes);
   }
-  std::sort(entries.begin(), entries.end(), ComesBefore);
-  return entries;
+  if (folder.GetError() != 0) return ErrorFromErrno(folder.GetError());
+  std::sort(entries->begin(), entries->end(), ComesBefore);
+  return entries->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
 }
 
 // Splits at the last separator; a trail byte is none. The folder keeps its separator, for "C:\".
@@ -111,11 +112,15 @@ DWORD Search(const char* text, std::vector<Entry>* found) {
   const std::string path = TranslatePath(folder, &error);
   if (path.empty()) return error;
   if (name.empty()) return ERROR_FILE_NOT_FOUND;
-  std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
-  if (listing == nullptr && errno == ENOENT) listing.reset(opendir(ResolveCase(path).c_str()));
-  if (listing == nullptr) return errno == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(errno);
-  *found = List(listing.get(), NamePattern(Utf8FromAnsi(name)));
-  return found->empty() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
+  const NamePattern pattern(Utf8FromAnsi(name));
+  if (FolderReader spelled(path); spelled.GetError() != ENOENT) {
+    return spelled.IsOpen() ? List(spelled, pattern, found) : ErrorFromErrno(spelled.GetError());
+  }
+  const std::string resolved = ResolveCase(path);
+  if (resolved.empty()) return ErrorFromErrno(errno);
+  FolderReader listing(resolved);
+  if (listing.IsOpen()) return List(listing, pattern, found);
+  return listing.GetError() == ENOENT ? ERROR_PATH_NOT_FOUND : ErrorFromErrno(listing.GetError());
 }
 
 }  // namespace

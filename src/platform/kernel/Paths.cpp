@@ -1,7 +1,6 @@
 // Paths of the interfaces and of the disk, each turned into the other.
 #include "kernel/Paths.h"
 
-#include <dirent.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,10 +8,11 @@
 #include <algorithm>
 #include <clocale>
 #include <cwctype>
-#include <memory>
 #include <vector>
 
 #include "kernel/CodePage.h"
+#include "kernel/Errno.h"
+#include "kernel/FolderReader.h"
 #include "kernel/Machine.h"
 #include "kernel/NameMatch.h"
 #include "kernel/Utf8.h"
@@ -53,17 +53,17 @@ bool DriveTarget(char letter, std::string* target) {
   return lower == 'z' && link.empty();
 }
 
-// The letters that may have a target, in order.
+// The letters that may have a target, in order; all of them when the links cannot be listed.
 std::string DriveLetters() {
   const std::string links = MachinePath("drives");
   if (links.empty()) return "z";
   std::string letters;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(links.c_str()), closedir);
-  if (listing == nullptr) return letters;
-  while (const dirent* entry = readdir(listing.get())) {
+  FolderReader listing(links);
+  while (const dirent* entry = listing.Next()) {
     const char* name = entry->d_name;
     if (name[0] >= 'a' && name[0] <= 'z' && name[1] == ':' && name[2] == 0) letters += name[0];
   }
+  if (listing.GetError() != 0) return "abcdefghijklmnopqrstuvwxyz";
   std::sort(letters.begin(), letters.end());
   return letters;
 }
@@ -105,16 +105,21 @@ std::string Join(const std::string& root, const std::vector<std::string>& parts)
   return path.empty() ? "/" : path;
 }
 
-// The entry of `folder` that equals `name` apart from case; the first in byte order when there are several.
-std::string FindIgnoringCase(const std::string& folder, const std::string& name) {
-  std::string found;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
-  if (listing == nullptr) return found;
-  while (const dirent* entry = readdir(listing.get())) {
+// What is in a folder that is none, or that may be entered but not listed, is there as spelled or not at all.
+bool HasNoListing(int error) {
+  return error == ENOENT || error == ENOTDIR || error == EACCES || error == EPERM || error == ELOOP ||
+         error == ENAMETOOLONG;
+}
+
+// Looks for the entry of `folder` that equals `name` apart from case; the first in byte order when there are
+// several. *found is empty when there is none. 0, or an errno value when it cannot be known.
+int FindIgnoringCase(const std::string& folder, const std::string& name, std::string* found) {
+  FolderReader listing(folder);
+  while (const dirent* entry = listing.Next()) {
     const std::string_view candidate = entry->d_name;
-    if (CompareNames(candidate, name) == 0 && (found.empty() || candidate < found)) found = candidate;
+    if (CompareNames(candidate, name) == 0 && (found->empty() || candidate < *found)) *found = candidate;
   }
-  return found;
+  return HasNoListing(listing.GetError()) ? 0 : listing.GetError();
 }
 
 // Next character of a UTF-8 text; a byte that begins none counts for itself, above every character.
@@ -163,7 +168,11 @@ std::string ResolveCase(const std::string& path) {
     if (lstat(exact.c_str(), &status) == 0) {
       resolved = exact;
     } else {
-      const std::string found = FindIgnoringCase(resolved.empty() ? "/" : resolved, name);
+      std::string found;
+      if (const int error = FindIgnoringCase(resolved.empty() ? "/" : resolved, name, &found); error != 0) {
+        errno = error;
+        return {};
+      }
       if (found.empty()) return resolved + path.substr(start - 1);
       resolved += '/' + found;
     }
@@ -209,10 +218,14 @@ std::string TranslatePath(std::string_view text, DWORD* error) {
 }
 
 std::string UnixPath(const char* ansiPath, DWORD* error) {
-  DWORD ignored = 0;
-  const std::string path =
-      TranslatePath(ansiPath == nullptr ? "" : ansiPath, error == nullptr ? &ignored : error);
-  return path.empty() ? path : ResolveCase(path);
+  DWORD code = ERROR_SUCCESS;
+  std::string path = TranslatePath(ansiPath == nullptr ? "" : ansiPath, &code);
+  if (!path.empty()) {
+    path = ResolveCase(path);
+    if (path.empty()) code = ErrorFromErrno(errno);
+  }
+  if (error != nullptr) *error = code;
+  return path;
 }
 
 std::string AnsiPath(const std::string& unixPath) {

@@ -15,8 +15,9 @@ namespace orm::platform {
 // spelling, so that the result can be created.
 // Returns an empty string and sets *error when the text names nothing on this machine: ERROR_PATH_NOT_FOUND
 // for an absent drive or an empty path, ERROR_INVALID_NAME for characters that no name may contain,
-// ERROR_BAD_NETPATH for a path of another machine. A path with one leading separator and no drive starts at
-// the root of the disk (z:). "." and ".." are resolved by name, as the interfaces do it. Any thread.
+// ERROR_BAD_NETPATH for a path of another machine, ResolveCase's errors. A path with one leading separator
+// and no drive starts at the root of the disk (z:). "." and ".." are resolved by name, as the interfaces do
+// it. Any thread.
 ORM_PLATFORM_API std::string UnixPath(const char* ansiPath, DWORD* error = nullptr);
 
 // The same without a look at the disk (one lstat less, and no search when the exact spelling is absent): for
@@ -29,7 +30,8 @@ std::string TranslatePath(std::string_view ansiPath, DWORD* error);
 ORM_PLATFORM_API std::string AnsiPath(const std::string& unixPath);
 
 // Looks for each component that is absent as spelled without regard to case; an absolute UTF-8 path in and
-// out. What is found nowhere stays as spelled.
+// out. What is found nowhere stays as spelled. Empty, with errno set, when a folder on the way cannot be
+// read: whoever took that for an absent file would make a second one beside it.
 std::string ResolveCase(const std::string& unixPath);
 
 // Compares two UTF-8 names without regard to case, for the order of a folder's entries and for matching.
