@@ -1,4 +1,5 @@
 // 8-bit character traits: messages, conversions, and the text functions that know multibyte characters.
+#include <ormutil/LastErrorKeeper.h>
 #include <ormutil/StringTraits.h>
 
 #include <algorithm>
@@ -53,6 +54,7 @@ constexpr DWORD kFromSystem =
 }  // namespace
 
 int SbcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
+  const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
   const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_STRING, format, 0, 0, buffer, size,
                                       reinterpret_cast<va_list*>(arguments));
@@ -60,6 +62,7 @@ int SbcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, 
 }
 
 int SbcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
+  const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
   return MessageResult(FormatMessageA(kFromSystem, nullptr, code, 0, buffer, size, nullptr), buffer, size);
 }
@@ -67,6 +70,7 @@ int SbcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
 unsigned SbcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePage, unsigned destCodePage,
                                        unsigned sourceSize) {
   if (sourceCodePage != CODE_PAGE_UTF16) return sourceSize;
+  const LastErrorKeeper keeper;
   const AlignedUnits units(source);
   const int result = WideCharToMultiByte(destCodePage, 0, units.GetBegin(), -1, nullptr, 0, nullptr, nullptr);
   ORM_ASSERT(result != 0, "result != 0", kSource, 58);
@@ -82,6 +86,7 @@ void SbcsTraits::SerializeFrom(Char* dest, const void* source, unsigned sourceCo
     dest[size] = 0;
     return;
   }
+  const LastErrorKeeper keeper;
   const AlignedUnits units(source);
   const int size = static_cast<int>(std::min<unsigned>(destSize, INT_MAX));
   ORM_ASSERT(WideCharToMultiByte(destCodePage, 0, units.GetBegin(), -1, dest, size, nullptr, nullptr) != 0,

@@ -1,4 +1,5 @@
 // UTF-16 character traits.
+#include <ormutil/LastErrorKeeper.h>
 #include <ormutil/StringTraits.h>
 
 #include <algorithm>
@@ -44,6 +45,7 @@ constexpr DWORD kFromSystem =
 
 int WcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
   const unsigned units = size / kUnitSize;
+  const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
   const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_STRING, format, 0, 0, buffer, units,
                                       reinterpret_cast<va_list*>(arguments));
@@ -52,6 +54,7 @@ int WcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, c
 
 int WcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
   const unsigned units = size / kUnitSize;
+  const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
   return MessageResult(FormatMessageW(kFromSystem, nullptr, code, 0, buffer, units, nullptr), buffer, units);
 }
@@ -59,6 +62,7 @@ int WcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
 unsigned WcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePage, unsigned,
                                       unsigned sourceSize) {
   if (sourceCodePage == CODE_PAGE_UTF16) return sourceSize;
+  const LastErrorKeeper keeper;
   const int result = MultiByteToWideChar(sourceCodePage, 0, static_cast<const char*>(source), -1, nullptr, 0);
   ORM_ASSERT(result != 0, "result != 0", kSource, 120);
   return static_cast<unsigned>(result) * 2;
@@ -75,6 +79,7 @@ void WcsTraits::SerializeFrom(Char* dest, const void* source, unsigned sourceCod
     dest[length] = 0;
     return;
   }
+  const LastErrorKeeper keeper;
   ORM_ASSERT(MultiByteToWideChar(sourceCodePage, 0, static_cast<const char*>(source), -1, dest,
                                  static_cast<int>(std::min<unsigned>(units, INT_MAX))) != 0,
              "::MultiByteToWideChar(sourceCodePage, 0, static_cast<TraitsConvStringType>(pSource), -1, "
@@ -148,6 +153,7 @@ void WcsTraits::MakeUpper(Char* text) {
 }
 
 int WcsTraits::FormatV(Char* buffer, size_t size, const Char* format, va_list arguments) {
+  const LastErrorKeeper keeper;
   return FormatWide(buffer, size / sizeof(Char), format, arguments);
 }
 

@@ -1,6 +1,7 @@
 // The one trace facility object of a module, and what its sources share.
 #pragma once
 
+#include <ormutil/LastErrorKeeper.h>
 #include <ormutil/Trace.h>
 
 namespace orm::trace_detail {
@@ -75,18 +76,6 @@ extern TraceArea areaAssert;
 int ApplyPolicy(const char* condition, const char* file, int line);
 // Ends the process when that was the answer; true when the caller must break into the debugger.
 bool ObeyAnswer(int answer);
-
-// The last error of the caller, put back at the end of every trace call.
-class LastErrorKeeper {
- public:
-  LastErrorKeeper() : mError(GetLastError()) {}
-  ~LastErrorKeeper() { SetLastError(mError); }
-  LastErrorKeeper(const LastErrorKeeper&) = delete;
-  LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
-
- private:
-  DWORD mError;
-};
 
 // Holds the facility's lock, after its end as well: at the end of a process other threads may still be at it.
 class FacilityLock {

@@ -131,3 +131,37 @@ TEST(StringFormat, SystemMessages) {
   wide.SetSystemError(ERROR_ACCESS_DENIED, nullptr);
   EXPECT_EQ(Narrow(wide), text.GetBegin());
 }
+
+// Whoever builds a report may ask for the error number afterwards, or as another argument of the same call.
+TEST(StringFormat, TheLastErrorStaysTheCallers) {
+  test::AssertionLog log;
+  const std::string large(3000, 'y');
+  const WideString wide(reinterpret_cast<const unsigned short*>(u"wide"));
+  // Wide text at an odd address, a page that does not exist, and a text of ANSI for wide strings.
+  const unsigned char stored[] = {4, 0, 0, 0, 0xB0, 4, 0, 0, 'a', 0, 0, 0};
+  const unsigned char narrow[] = {2, 0, 0, 0, 0xE4, 4, 0, 0, 'a', 0};
+  const std::function<void()> operations[] = {
+      [&] { String::FormatInserts("%1", "text"); },
+      [&] { String::FormatInserts("%1%1", large.c_str()); },
+      [&] { String::FormatInserts("%0"); },
+      [&] { String::FormatInserts("%1!", "malformed"); },
+      [&] { WideString::FormatInserts(reinterpret_cast<const unsigned short*>(u"%1%1!"), wide); },
+      [&] { String().SetSystemError(ERROR_ACCESS_DENIED, large.c_str()); },
+      [&] { String().SetSystemError(0x2FFFFFFF, "no such message"); },
+      [&] { WideString().SetSystemError(0x2FFFFFFF, nullptr); },
+      [&] { String().Format("%s", large.c_str()); },
+      [&] { FormatWide(u"%hs", "text"); },
+      [&] { String().Deserialize(stored, sizeof stored, 4711); },
+      [&] { WideString().Deserialize(narrow, sizeof narrow, 0); },
+      [&] { WcsTraits::GetSerializedSize("a", 4711, 0, 2); },
+      [&] {
+        unsigned short room[2];
+        WcsTraits::SerializeFrom(room, "longer", 1252, 0, sizeof room);
+      },
+  };
+  for (size_t i = 0; i < std::size(operations); ++i) {
+    SetLastError(4711);
+    operations[i]();
+    EXPECT_EQ(GetLastError(), 4711u) << "operation " << i;
+  }
+}
