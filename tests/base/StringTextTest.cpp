@@ -117,6 +117,60 @@ TEST(StringText, SingleByteTextIsBytes) {
   EXPECT_STREQ(text.GetBegin(), "\x83\x5C\\az[`{\xE4");
 }
 
+namespace {
+
+// Counts the characters and bytes that the traits are made to look at.
+struct CountingTraits : MbcsTraits {
+  static inline size_t looks = 0;
+  static const Char* Next(const Char* pos) {
+    ++looks;
+    return MbcsTraits::Next(pos);
+  }
+  static const Char* Previous(const Char* begin, const Char* pos) {
+    looks += static_cast<size_t>(pos - begin);
+    return MbcsTraits::Previous(begin, pos);
+  }
+  static unsigned Decode(const Char* pos) {
+    ++looks;
+    return MbcsTraits::Decode(pos);
+  }
+  static size_t Span(const Char* text, const Char* set) {
+    const size_t size = MbcsTraits::Span(text, set);
+    looks += size + 1;
+    return size;
+  }
+};
+
+}  // namespace
+
+// The pairs of code page 932 are lead bytes throughout, so that no byte tells where its character begins.
+TEST(StringText, TrimmingLooksAtEachCharacterOnce) {
+  const size_t count = 1000;
+  std::string pairs, blanks(count, ' ');
+  for (size_t i = 0; i < count; ++i) pairs += "\x81\x81";
+  const struct {
+    UINT page;
+    std::string text, set;
+    unsigned character;
+  } rows[] = {{932, "a" + pairs, "\x81\x81", 0x8181},
+              {932, pairs + "a" + blanks, " ", ' '},
+              {65001, "\xC3\xA4" + blanks, " ", ' '},
+              {1252, "a" + blanks, " ", ' '}};
+  for (const auto& row : rows) {
+    WithCodePage page(row.page);
+    BaseString<CountingTraits> both(row.text.c_str()), right(both), one(both);
+    CountingTraits::looks = 0;
+    both.Trim(row.set.c_str());
+    right.TrimRight(row.set.c_str());
+    one.Trim(row.character);
+    EXPECT_LE(CountingTraits::looks, 3 * 5 * count) << row.page << row.set;
+    const std::string expected = row.text.substr(0, row.text.size() - count * row.set.size());
+    EXPECT_EQ(both.GetBegin(), expected);
+    EXPECT_EQ(right.GetBegin(), expected);
+    EXPECT_EQ(one.GetBegin(), expected);
+  }
+}
+
 // 0x83 0x5C is one character of code page 932 whose trail byte looks like a backslash; 0x81 alone is half a
 // character.
 TEST(StringText, DoubleByteCharactersStayWhole) {

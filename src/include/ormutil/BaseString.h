@@ -271,8 +271,10 @@ class BaseString {
   // Whether the position lies in this string's character area.
   bool Owns(const Char* pos) const;
   void Take(StringBlock* pBlock);
-  // The end of the text from `begin` on without its trailing characters of the set.
+  // The end of the text from `begin` on without its trailing characters of the set, or of the kind.
   const Char* EndWithout(const Char* begin, const Char* pCharacterSet) const;
+  template <class Predicate>
+  const Char* EndWithoutIf(const Char* begin, Predicate isTrimmed) const;
 
   static uintptr_t ToInsert(const BaseString& text) { return reinterpret_cast<uintptr_t>(text.mpText); }
   static uintptr_t ToInsert(const void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }

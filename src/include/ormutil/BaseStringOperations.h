@@ -235,25 +235,33 @@ void BaseString<Traits>::Trim(const Char* pCharacterSet) {
 template <class Traits>
 void BaseString<Traits>::Trim(unsigned character) {
   character = string_detail::CharacterOf<Char>(character);
+  const auto isTrimmed = [=](unsigned other) { return other == character; };
   const Char* begin = mpText;
-  while (*begin != 0 && Traits::Decode(begin) == character) begin = Traits::Next(begin);
-  const Char* end = GetEnd();
-  while (end > begin) {
-    const Char* last = Traits::Previous(mpText, end);
-    if (Traits::Decode(last) != character) break;
-    end = last;
-  }
-  SetRange(begin, end);
+  while (*begin != 0 && isTrimmed(Traits::Decode(begin))) begin = Traits::Next(begin);
+  SetRange(begin, EndWithoutIf(begin, isTrimmed));
 }
 
 template <class Traits>
 auto BaseString<Traits>::EndWithout(const Char* begin, const Char* pCharacterSet) const -> const Char* {
+  return EndWithoutIf(begin,
+                      [=](unsigned character) { return Traits::Find(pCharacterSet, character) != nullptr; });
+}
+
+// Back from the end, where a character is a unit. Where one is more, telling its start from its end can take
+// a look at all of the text before it, so such a text is read from its start, and once.
+template <class Traits>
+template <class Predicate>
+auto BaseString<Traits>::EndWithoutIf(const Char* begin, Predicate isTrimmed) const -> const Char* {
   const Char* end = GetEnd();
-  while (end > begin) {
-    const Char* last = Traits::Previous(mpText, end);
-    // A character occurs in the set when the run of set characters that begins there is not empty.
-    if (Traits::Span(last, pCharacterSet) == 0) break;
-    end = last;
+  if (Traits::GetLength(begin) == static_cast<size_t>(end - begin)) {
+    while (end > begin && isTrimmed(Traits::Decode(end - 1))) --end;
+    return end;
+  }
+  end = begin;
+  for (const Char* pos = begin; *pos != 0;) {
+    const bool stays = !isTrimmed(Traits::Decode(pos));
+    pos = Traits::Next(pos);
+    if (stays) end = pos;
   }
   return end;
 }
