@@ -18,11 +18,7 @@ namespace {
 
 constexpr const char* kSource = "src/shared/BaseString";
 
-// Two zero bytes, so that the block reads as an empty text of 8-bit and of 16-bit characters.
-struct EmptyText {
-  StringBlock block;
-  char characters[2];
-};
+using string_detail::EmptyText;
 
 // In static storage, there before the first constructor runs and never freed: a string that outlives the
 // module's own use of the block needs no care.
@@ -48,6 +44,8 @@ void ReleaseEmptyString() {
 }
 
 namespace string_detail {
+
+constinit const EmptyText uncountedText{{AtomicCounter::Constant{}, 2, 1}, {0, 0}};
 
 StringBlock* RequestEmptyBlock() {
   if (gsEmptyTextReleased.load(std::memory_order_relaxed)) [[unlikely]]

@@ -21,6 +21,21 @@ std::string Narrow(const WideString& text) {
   return result;
 }
 
+// Counts the tries, and the bytes of room that they were given.
+struct CountingTraits : MbcsTraits {
+  static inline size_t tries = 0, room = 0;
+  static int FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
+    ++tries;
+    room += size;
+    return MbcsTraits::FormatMessageV(buffer, format, size, arguments);
+  }
+  static int FormatV(Char* buffer, size_t size, const Char* format, va_list arguments) {
+    ++tries;
+    room += size;
+    return MbcsTraits::FormatV(buffer, size, format, arguments);
+  }
+};
+
 template <class... Args>
 std::string FormatWide(const char16_t* format, Args... args) {
   WideString text;
@@ -41,6 +56,26 @@ TEST(StringFormat, GrowsToTheTextAndNoFurther) {
   text.Format("%s:%d:%s", String("a"), -1, "b");
   EXPECT_STREQ(text.GetBegin(), "a:-1:b");
   EXPECT_EQ(text.GetCapacity(), 64u);
+}
+
+// Long texts take a handful of tries, whose work together is a small multiple of the text.
+TEST(StringFormat, TriesGrowWithTheTextNotItsSquare) {
+  using Counted = BaseString<CountingTraits>;
+  const std::string large(1 << 20, 'x');
+  const std::function<Counted()> operations[] = {
+      [&] { return Counted::FormatInserts("%1", large.c_str()); },
+      [&] {
+        Counted text;
+        text.Format("%s", large.c_str());
+        return text;
+      },
+  };
+  for (const auto& operation : operations) {
+    CountingTraits::tries = CountingTraits::room = 0;
+    EXPECT_EQ(operation().GetSize(), large.size());
+    EXPECT_LE(CountingTraits::tries, 20u);
+    EXPECT_LE(CountingTraits::room, 4 * large.size() + 128);
+  }
 }
 
 TEST(StringFormat, WideTextIsFormattedLikeNarrowText) {

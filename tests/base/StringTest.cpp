@@ -60,8 +60,6 @@ TEST(String, EmptyStringsShareOneBlock) {
   EXPECT_EQ(b.GetBegin(), empty);
   EXPECT_EQ(c.GetBegin(), empty);
   EXPECT_EQ(d.GetBegin(), empty);
-  const String moved = std::move(b);
-  EXPECT_EQ(b.GetBegin(), empty);
   a.PrepareWriting(1, false)[0] = 0;
   EXPECT_NE(a.GetBegin(), empty) << "the shared empty block was handed out for writing";
 }
@@ -79,6 +77,39 @@ TEST(String, EmptyKeepsTheCapacityOfAnUnsharedBlock) {
   EXPECT_STREQ(holder.GetBegin(), "again");
 }
 
+// A move takes the block and leaves the empty text, whose holders nobody counts.
+TEST(String, MovesLeaveEmptyStringsBehind) {
+  static_assert(std::is_nothrow_move_constructible_v<String> && std::is_nothrow_move_assignable_v<String> &&
+                std::is_nothrow_move_constructible_v<WideString>);
+  const char* empty = String().GetBegin();
+  const auto holders = [&] { return (reinterpret_cast<const StringBlock*>(empty) - 1)->count + 0; };
+  String target("target");
+  String source("source");
+  const char* block = source.GetBegin();
+  const LONG before = holders();
+  String moved(std::move(source));
+  target = std::move(moved);
+  String& self = target;
+  target = std::move(self);
+  EXPECT_EQ(target.GetBegin(), block);
+  EXPECT_STREQ(block, "source");
+  EXPECT_EQ(holders(), before);
+  // What was moved from is a string like any other.
+  for (String* left : {&source, &moved}) {
+    EXPECT_TRUE(left->IsEmpty());
+    EXPECT_EQ(left->GetEnd(), left->GetBegin());
+    String copy(*left);
+    copy = *left;
+    *left = std::move(copy);
+    left->Empty();
+    left->PrepareWriting(1, true)[0] = 'x';
+    EXPECT_TRUE(copy.IsEmpty());
+    left->PrepareWriting(2, false)[1] = 0;
+    *left += "y";
+    EXPECT_STREQ(left->GetBegin(), "xy");
+  }
+}
+
 // The text that is assigned, appended or formatted lies in the string that changes.
 TEST(String, OwnTextIsASourceLikeAnyOther) {
   String text("0123456789");
@@ -91,6 +122,24 @@ TEST(String, OwnTextIsASourceLikeAnyOther) {
   text = "ab";
   text.Format("<%s%s>", text, text);
   EXPECT_STREQ(text.GetBegin(), "<abab>");
+  text = "a block of its own, with room for more: %s";
+  text.Format(text.GetBegin(), text.GetBegin() + 34);
+  EXPECT_STREQ(text.GetBegin(), "a block of its own, with room for more: more: %s");
+  text.Format("%.7s|%s", text.GetBegin(), text.GetEnd() - 2);
+  EXPECT_STREQ(text.GetBegin(), "a block|%s");
+  text = "%1!s! is %2";
+  const auto format = [](String* pText, ...) {
+    va_list arguments;
+    va_start(arguments, pText);
+    pText->FormatMessage(pText->GetBegin(), arguments);
+    va_end(arguments);
+  };
+  format(&text, text.GetBegin(), text.GetBegin() + 6);
+  EXPECT_STREQ(text.GetBegin(), "%1!s! is %2 is is %2");
+  text = " x ";
+  text.Trim(text.GetBegin());
+  EXPECT_TRUE(text.IsEmpty());
+  text = "<abab>";
   text.SetSystemError(5, text.GetBegin() + 1);
   EXPECT_EQ(text.Compare("abab>") > 0, true);
   String first;

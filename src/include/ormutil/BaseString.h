@@ -14,7 +14,8 @@
 //
 // so that it costs a pointer to pass and is zero-terminated text wherever it points. A block with more than
 // one holder is never written. When the last holder lets go, the whole character area is overwritten with
-// zeros before the block is freed. All empty strings share one block of the module.
+// zeros before the block is freed. All empty strings share one block of the module; those that were moved
+// from share one that is not even counted.
 //
 // Different strings may be used by different threads at once, also when they share a block; one string is for
 // one thread at a time. Positions are pointers into the text, valid until the string is changed; sizes are in
@@ -30,6 +31,7 @@
 #include <compare>
 #include <concepts>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace orm {
@@ -46,6 +48,16 @@ struct StringBlock {
 static_assert(sizeof(StringBlock) == 8);
 
 namespace string_detail {
+
+// Two zero bytes, so that the block reads as an empty text of 8-bit and of 16-bit characters.
+struct EmptyText {
+  StringBlock block;
+  char characters[2];
+};
+
+// The text of strings that were moved from. It has no holders to count, so that a move needs no interlocked
+// operation and cannot fail; its count is fixed where nobody writes.
+ORMUTIL_API extern const EmptyText uncountedText;
 
 // The block of the empty string; the taker increments its count.
 ORMUTIL_API StringBlock* RequestEmptyBlock();
@@ -87,32 +99,24 @@ class BaseString {
   BaseString(const Char* text);
   // A copy of the range; the empty text when `begin` is not before `end`.
   BaseString(const Char* begin, const Char* end);
-  BaseString(const BaseString& other) : mpText(other.mpText) { ++Block()->count; }
-  // The source becomes empty.
-  BaseString(BaseString&& other) noexcept : mpText(other.mpText) {
-    other.mpText = Text(string_detail::TakeEmptyBlock());
-  }
-  ~BaseString() { Release(Block()); }
+  BaseString(const BaseString& other) : mpText(other.mpText) { Hold(Block()); }
+  // The source becomes empty, also in assignment; a string moved to itself keeps its text.
+  BaseString(BaseString&& other) noexcept : mpText(std::exchange(other.mpText, UncountedText())) {}
+  ~BaseString() { Release(mpText); }
 
   BaseString& operator=(const BaseString& other) {
-    StringBlock* old = Block();
-    ++other.Block()->count;
-    mpText = other.mpText;
-    Release(old);
+    Hold(other.Block());
+    Release(std::exchange(mpText, other.mpText));
     return *this;
   }
   BaseString& operator=(BaseString&& other) noexcept {
-    BaseString(static_cast<BaseString&&>(other)).Swap(*this);
+    if (this != &other) Release(std::exchange(mpText, std::exchange(other.mpText, UncountedText())));
     return *this;
   }
   // Copies the text, into this string's block when that is large enough and not shared.
   BaseString& operator=(const Char* text);
 
-  void Swap(BaseString& other) noexcept {
-    Char* text = mpText;
-    mpText = other.mpText;
-    other.mpText = text;
-  }
+  void Swap(BaseString& other) noexcept { std::swap(mpText, other.mpText); }
 
   // Reading.
   bool IsEmpty() const { return *mpText == 0; }
@@ -179,8 +183,8 @@ class BaseString {
   void MakeUpper();
 
   // printf-style formatting. Strings may be passed for %s; the format is checked by the compiler when none
-  // is. Plain texts among the arguments must not lie in this string. A format that cannot be carried out
-  // gives the empty text.
+  // is. The format and the arguments may lie in this string. A format that cannot be carried out gives the
+  // empty text.
   [[gnu::format(printf, 2, 3)]] void Format(const char* formatString, ...) requires std::same_as<Char, char> {
     va_list arguments;
     va_start(arguments, formatString);
@@ -195,14 +199,13 @@ class BaseString {
   }
   template <class... Args>
   requires(std::same_as<Args, BaseString> || ...) void Format(const Char* formatString, const Args&... args) {
-    // This string may be among its own arguments: a second holder keeps that text as it is.
-    const BaseString keep = (SharesBlock(args) || ...) ? *this : BaseString();
     FormatArguments(formatString, ToArgument(args)...);
   }
   void FormatV(const Char* formatString, va_list arguments);
 
   // Message-insert formatting ("%1", "%2!x!"): each insert is taken from the list as a value of pointer size.
-  // A null format and every failure give the empty text. The list is left as it was.
+  // A null format and every failure give the empty text. The format and the inserts may lie in this string.
+  // The list is left as it was.
   void FormatMessage(const Char* format, va_list arguments);
   // The same as a new string, with inserts that may be strings, texts, integers of up to pointer size and
   // enumerators.
@@ -262,15 +265,30 @@ class BaseString {
  private:
   static constexpr Char kNoText[1] = {};
 
+  struct Uncounted {};
+  explicit BaseString(Uncounted) noexcept : mpText(UncountedText()) {}
+
   static Char* Text(StringBlock* pBlock) { return reinterpret_cast<Char*>(pBlock + 1); }
+  static Char* UncountedText() { return Text(const_cast<StringBlock*>(&string_detail::uncountedText.block)); }
   StringBlock* Block() const { return reinterpret_cast<StringBlock*>(mpText) - 1; }
-  static void Release(StringBlock* pBlock) noexcept {
-    if (--pBlock->count == 0) string_detail::FreeBlock(pBlock);
+  static bool IsCounted(const StringBlock* pBlock) { return pBlock != &string_detail::uncountedText.block; }
+  static void Hold(StringBlock* pBlock) {
+    if (IsCounted(pBlock)) ++pBlock->count;
+  }
+  static void Release(Char* text) noexcept {
+    StringBlock* block = reinterpret_cast<StringBlock*>(text) - 1;
+    if (IsCounted(block) && --block->count == 0) string_detail::FreeBlock(block);
   }
   bool IsShared() const { return Block()->count >= 2; }
   // Whether the position lies in this string's character area.
   bool Owns(const Char* pos) const;
-  void Take(StringBlock* pBlock);
+  void Take(StringBlock* pBlock) { Release(std::exchange(mpText, Text(pBlock))); }
+  // A further holder of this string's block when `pos` lies in it.
+  BaseString KeepOwner(const Char* pos) const { return Owns(pos) ? *this : BaseString(Uncounted()); }
+  // Makes the text what `write(area, capacity, nextRequest)` puts into an area of at least `request` bytes.
+  // It returns like Traits::FormatMessageV; when the area is too small it may say what to request next.
+  template <class Write>
+  void Rewrite(size_t request, Write write);
   // The end of the text from `begin` on without its trailing characters of the set, or of the kind.
   const Char* EndWithout(const Char* begin, const Char* pCharacterSet) const;
   template <class Predicate>
@@ -288,14 +306,6 @@ class BaseString {
   template <class T>
   static std::decay_t<const T&> ToArgument(const T& value) {
     return value;
-  }
-  template <class T>
-  bool SharesBlock(const T& value) const {
-    if constexpr (std::same_as<T, BaseString>) {
-      return value.mpText == mpText;
-    } else {
-      return false;
-    }
   }
   void FormatArguments(const Char* formatString, ...);
 

@@ -65,13 +65,6 @@ bool BaseString<Traits>::Owns(const Char* pos) const {
 }
 
 template <class Traits>
-void BaseString<Traits>::Take(StringBlock* pBlock) {
-  StringBlock* old = Block();
-  mpText = Text(pBlock);
-  Release(old);
-}
-
-template <class Traits>
 auto BaseString<Traits>::PrepareWriting(size_t size, bool keepText) -> Char* {
   if (size <= Block()->capacity && !IsShared()) return mpText;
   const size_t present = size == 0 || keepText ? GetSize() + sizeof(Char) : 0;
@@ -82,7 +75,7 @@ auto BaseString<Traits>::PrepareWriting(size_t size, bool keepText) -> Char* {
   return mpText;
 }
 
-// In the next three a text that lies in this string's own block is kept alive, and the block made unwritable,
+// In the next two a text that lies in this string's own block is kept alive, and the block made unwritable,
 // by holding it once more.
 template <class Traits>
 auto BaseString<Traits>::operator=(const Char* text) -> BaseString& {
@@ -90,7 +83,7 @@ auto BaseString<Traits>::operator=(const Char* text) -> BaseString& {
     Empty();
     return *this;
   }
-  const BaseString keep = Owns(text) ? *this : BaseString();
+  const BaseString keep = KeepOwner(text);
   const size_t size = Traits::GetSize(text) + sizeof(Char);
   std::memcpy(PrepareWriting(size, false), text, size);
   return *this;
@@ -104,7 +97,7 @@ void BaseString<Traits>::Append(const Char* text) {
 template <class Traits>
 void BaseString<Traits>::Append(const Char* begin, const Char* end) {
   if (begin >= end) return;
-  const BaseString keep = Owns(begin) ? *this : BaseString();
+  const BaseString keep = KeepOwner(begin);
   const size_t present = GetSize();
   const size_t added = static_cast<size_t>(end - begin) * sizeof(Char);
   Char* target = PrepareWriting(present + added + sizeof(Char), true) + present / sizeof(Char);
@@ -284,51 +277,56 @@ void BaseString<Traits>::FormatArguments(const Char* formatString, ...) {
   va_end(arguments);
 }
 
+// What is formatted may lie in the present text, which therefore stays as it is until the new one is there.
+// Each try has twice the room of the last, so that all tries together cost no more than a few of the last
+// one's size.
 template <class Traits>
-void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) try {
-  ORM_ASSERT(formatString != nullptr, "formatString != 0", string_detail::kSource, 2295);
-  if (!formatString) return Empty();
-  size_t request = Traits::GetSize(formatString) + sizeof(Char);
+template <class Write>
+void BaseString<Traits>::Rewrite(size_t request, Write write) try {
+  BaseString result{Uncounted()};
+  if (!IsShared()) request = std::max<size_t>(request, GetCapacity());
   for (;;) {
-    Char* text = PrepareWriting(request, false);
-    const size_t capacity = GetCapacity();
-    va_list copy;
-    va_copy(copy, arguments);
-    const int length = Traits::FormatV(text, capacity, formatString, copy);
-    va_end(copy);
-    if (length < 0) {
-      *text = 0;
-      return;
-    }
-    // Asking at once for what is missing ends at the capacity that growing step by step would reach.
-    request = (static_cast<size_t>(length) + 1) * sizeof(Char);
-    if (request <= capacity) return;
+    Char* text = result.PrepareWriting(request, false);
+    *text = 0;
+    request = size_t{result.GetCapacity()} * 2;
+    const int outcome = write(text, result.GetCapacity(), request);
+    if (outcome < 0) *text = 0;
+    if (outcome != 0) return Swap(result);
   }
 } catch (const std::bad_alloc&) {
   Empty();
 }
 
 template <class Traits>
-void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) try {
-  if (!format || *format == 0) return Empty();
-  size_t request = Traits::GetSize(format) + sizeof(Char);
-  for (;;) {
-    Char* text = PrepareWriting(request, false);
-    *text = 0;
+void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) {
+  ORM_ASSERT(formatString != nullptr, "formatString != 0", string_detail::kSource, 2295);
+  if (!formatString) return Empty();
+  const auto write = [&](Char* text, unsigned capacity, size_t& request) {
     va_list copy;
     va_copy(copy, arguments);
-    const int result = Traits::FormatMessageV(text, format, GetCapacity(), reinterpret_cast<char*>(&copy));
+    const int length = Traits::FormatV(text, capacity, formatString, copy);
     va_end(copy);
-    if (result > 0) return;
-    if (result < 0) {
-      ORM_FORCED_ASSERT(string_detail::kSource, 2402);
-      *text = 0;
-      return;
-    }
-    request = size_t{GetCapacity()} + 1;
-  }
-} catch (const std::bad_alloc&) {
-  Empty();
+    if (length < 0) return -1;
+    // What is missing is known here, and asking for it ends at the capacity that growing by steps would
+    // reach.
+    request = (static_cast<size_t>(length) + 1) * sizeof(Char);
+    return request <= capacity ? 1 : 0;
+  };
+  Rewrite(Traits::GetSize(formatString) + sizeof(Char), write);
+}
+
+template <class Traits>
+void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) {
+  if (!format || *format == 0) return Empty();
+  const auto write = [&](Char* text, unsigned capacity, size_t&) {
+    va_list copy;
+    va_copy(copy, arguments);
+    const int result = Traits::FormatMessageV(text, format, capacity, reinterpret_cast<char*>(&copy));
+    va_end(copy);
+    if (result < 0) ORM_FORCED_ASSERT(string_detail::kSource, 2402);
+    return result;
+  };
+  Rewrite(Traits::GetSize(format) + sizeof(Char), write);
 }
 
 template <class Traits>
@@ -342,22 +340,15 @@ auto BaseString<Traits>::FormatMessageText(const Char* format, ...) -> BaseStrin
 }
 
 template <class Traits>
-void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) try {
-  const BaseString start(prefix);
-  const size_t size = start.GetSize();
-  size_t request = size + 32;
-  for (;;) {
-    Char* text = PrepareWriting(request, false);
-    std::memcpy(text, start.mpText, size);
+void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) {
+  const size_t size = prefix ? Traits::GetSize(prefix) : 0;
+  const auto write = [&](Char* text, unsigned capacity, size_t&) {
+    if (size != 0) std::memcpy(text, prefix, size);
     Char* message = text + size / sizeof(Char);
     *message = 0;
-    const int result = Traits::SystemError(message, code, static_cast<unsigned>(GetCapacity() - size));
-    if (result < 0) *text = 0;
-    if (result != 0) return;
-    request = size_t{GetCapacity()} + 1;
-  }
-} catch (const std::bad_alloc&) {
-  Empty();
+    return Traits::SystemError(message, code, static_cast<unsigned>(capacity - size));
+  };
+  Rewrite(size + 32, write);
 }
 
 template <class Traits>
