@@ -1,7 +1,12 @@
 // Waits: precedence, kinds of events, all-waits, time-outs, and that no signal is lost or given twice.
 #include <gtest/gtest.h>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,6 +25,16 @@ std::vector<HANDLE> Raw(const std::vector<Handle>& handles) {
   std::vector<HANDLE> raw;
   for (const Handle& handle : handles) raw.push_back(handle.get());
   return raw;
+}
+
+// Whether the thread sleeps in a wait, so that it has begun to wait for all its objects.
+bool IsAsleep(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
+  std::string call, word, operation, expected;
+  file >> call >> word >> operation >> expected;
+  return call == std::to_string(SYS_futex) &&
+         std::stoul(operation, nullptr, 16) == (FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG) &&
+         std::stoul(expected, nullptr, 16) == 0xFFFFFFFE;
 }
 
 TEST(Wait, LowestIndexWinsAndTheOthersStayAsTheyWere) {
@@ -168,6 +183,42 @@ TEST(Wait, OneManualEventReleasesEveryWaiter) {
   while (ready != kWaiters) SwitchToThread();
   SetEvent(go.get());
   for (auto& waiter : waiters) waiter.join();
+}
+
+// Setting and resetting are one step each: a reset that comes while the waiters are being released finds them
+// all released or none.
+TEST(Wait, AResetTakesNoWaiterFromAManualEventThatIsSet) {
+  constexpr int kRounds = 20;
+  constexpr int kWaiters = 60;
+  const Handle go = Event(true);
+  bool lost = false;
+  for (int round = 0; round < kRounds && !lost; ++round) {
+    std::atomic<pid_t> ids[kWaiters]{};
+    std::atomic<int> released{0};
+    std::vector<std::thread> waiters;
+    for (auto& id : ids) {
+      waiters.emplace_back([&] {
+        id = gettid();
+        released += WaitForSingleObject(go.get(), 20000) == WAIT_OBJECT_0;
+      });
+    }
+    for (const auto& id : ids) {
+      while (id == 0 || !IsAsleep(id)) SwitchToThread();
+    }
+    std::atomic<bool> setting{false}, done{false};
+    std::thread resetter([&] {
+      while (!setting) continue;
+      while (!done) ResetEvent(go.get());
+    });
+    setting = true;
+    SetEvent(go.get());
+    done = true;
+    resetter.join();
+    ResetEvent(go.get());
+    for (auto& waiter : waiters) waiter.join();
+    EXPECT_EQ(kWaiters, released) << "round " << round;
+    lost = released != kWaiters;
+  }
 }
 
 TEST(Wait, AllWaitTakesNothingUntilEverythingIsThere) {

@@ -92,6 +92,18 @@ void Waitable::Signal() noexcept {
   WakeWaiters(lock);
 }
 
+void Waitable::Unsignal() noexcept {
+  uint32_t state = mState.load(std::memory_order_relaxed);
+  while ((state & kLocked) == 0) {
+    if (mState.compare_exchange_weak(state, state & ~kSignalled, std::memory_order_acq_rel,
+                                     std::memory_order_relaxed)) {
+      return;
+    }
+  }
+  const Lock lock(*this);
+  mState.fetch_and(~kSignalled, std::memory_order_acq_rel);
+}
+
 void Waitable::WakeWaiters(Lock& lock) noexcept {
   for (WaitNode* node = mFirst; node != nullptr;) {
     WaitNode& candidate = *node;

@@ -93,7 +93,8 @@ class Waitable : public KernelObject {
 
   // Marks the object signalled and wakes who may have it.
   void Signal() noexcept;
-  void Unsignal() noexcept { mState.fetch_and(~kSignalled, std::memory_order_acq_rel); }
+  // Waits for the lock: a signal that is being handed out goes to every waiter that was there.
+  void Unsignal() noexcept;
   // For objects that keep a signal of their own (message queues): wakes who may have it, under the lock.
   class Lock;
   void WakeWaiters(Lock&) noexcept;
