@@ -22,7 +22,9 @@ class FactoryRegistration final : public FaceObject<BaseFace> {
   bool DropUse();
   void CreateInstance(const String& classId, FacePtr<BaseFace>& rObject);
 
-  const ClassFactory* GetFactory() const { return mpFactory.Get(); }
+  // Whoever may drop the last reference to the registration holds the factory longer, beyond the lock: its
+  // end is the client's code.
+  const FacePtr<ClassFactory>& GetFactory() const { return mpFactory; }
   DWORD GetCookie() const { return mCookie; }
   void SetCookie(DWORD cookie) { mCookie = cookie; }
 

@@ -70,23 +70,29 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   // Time of the file version whose classes are registered; 0 while none are.
   ULONGLONG GetRegisteredStamp() const { return mRegisteredStamp; }
 
-  // Counts a creation, which keeps the module and, while the manager lives, this object; under the lock,
-  // which may be shared, and while the module is mapped.
-  void BeginCreation() { mpCreations->Begin(); }
-  void EndCreation() { mpCreations->End(); }
   // Whether creations or other calls into the library are in progress.
   bool IsBusy() const { return mpCreations && !mpCreations->IsZero(); }
 
-  // A call into the library for the life of a scope.
+  // A call into the library, from its beginning to the end of a scope. It keeps the module and, while the
+  // manager lives, the library's record.
   class Creation {
    public:
-    explicit Creation(LibraryIntl& rLibrary) : mrLibrary(rLibrary) { mrLibrary.BeginCreation(); }
-    ~Creation() { mrLibrary.EndCreation(); }
+    Creation() = default;
+    explicit Creation(LibraryIntl& rLibrary) { Begin(rLibrary); }
+    ~Creation() {
+      if (mpCreations) mpCreations->End();
+    }
     Creation(const Creation&) = delete;
     Creation& operator=(const Creation&) = delete;
 
+    // Once; under the lock, which may be shared, and while the module is mapped.
+    void Begin(LibraryIntl& rLibrary) {
+      mpCreations = rLibrary.mpCreations.get();
+      mpCreations->Begin();
+    }
+
    private:
-    LibraryIntl& mrLibrary;
+    SpreadCounter* mpCreations = nullptr;
   };
 
  private:

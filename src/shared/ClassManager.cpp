@@ -11,7 +11,6 @@
 #include "ThreadModule.h"
 
 #include <algorithm>
-#include <memory>
 #include <new>
 
 namespace orm {
@@ -91,7 +90,8 @@ FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const 
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "CreateInstance(%s, %s)",
                          classId.GetBegin(), faceId.GetBegin());
   try {
-    const FacePtr<BaseFace> object = MakeObject(classId);
+    KeptSource kept;
+    const FacePtr<BaseFace> object = MakeObject(classId, kept);
     if (!object) throw Error(ERROR_CLASS_NOT_REGISTERED, "The class is not registered.");
     auto face = FacePtr<BaseFace>::Adopt(object->QueryFace(faceId.GetBegin()));
     if (!face) ThrowFaceNotSupportedError(faceId.GetBegin());
@@ -104,22 +104,20 @@ FacePtr<BaseFace> ClassManagerImpl::CreateInstance(const String& classId, const 
   }
 }
 
-LibraryIntl* ClassManagerImpl::BeginQuickCreation(const String& classId) {
+LibraryIntl* ClassManagerImpl::BeginQuickCreation(const String& classId, LibraryIntl::Creation& rCreation) {
   const DWORD now = GetTickCount();
   const SharedClassLock lock(mLock);
   if (IsSynchronizationDue(now) || IsUnloadDue(now)) return nullptr;
   const ClassEntry* pEntry = mRegistry.Find(classId);
   LibraryIntl* pLibrary = pEntry ? pEntry->GetCurrent()->mpLibrary : nullptr;
   if (!pLibrary || !pLibrary->IsLoaded()) return nullptr;
-  pLibrary->BeginCreation();
+  rCreation.Begin(*pLibrary);
   return pLibrary;
 }
 
 // Without the lock, for a library whose creation has begun. What needs not be done leaves its trace all the
 // same.
 FacePtr<BaseFace> ClassManagerImpl::MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId) {
-  const auto end = [](LibraryIntl* pLibrary) { pLibrary->EndCreation(); };
-  const std::unique_ptr<LibraryIntl, decltype(end)> creation(&rLibrary, end);
   { const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Synchronize()"); }
   rLibrary.Load(nullptr);
   FacePtr<BaseFace> object;
@@ -128,8 +126,10 @@ FacePtr<BaseFace> ClassManagerImpl::MakeObjectQuickly(LibraryIntl& rLibrary, con
 }
 
 // Empty when the class has no source or its source makes nothing.
-FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId) {
-  if (LibraryIntl* pLibrary = BeginQuickCreation(classId)) return MakeObjectQuickly(*pLibrary, classId);
+FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId, KeptSource& rKept) {
+  if (LibraryIntl* pLibrary = BeginQuickCreation(classId, rKept.creation)) {
+    return MakeObjectQuickly(*pLibrary, classId);
+  }
   FacePtr<BaseFace> object;
   ClassLock lock(mLock);
   Synchronize();
@@ -138,12 +138,13 @@ FacePtr<BaseFace> ClassManagerImpl::MakeObject(const String& classId) {
   const Registration& registration = *pEntry->GetCurrent();
   if (registration.mpFactory) {
     const FacePtr<FactoryRegistration> source(registration.mpFactory);
+    rKept.factory = source->GetFactory();
     const ClassUnlock unlocked(lock);
     source->CreateInstance(classId, object);
   } else {
     const FacePtr<LibraryIntl> source(registration.mpLibrary);
     source->Load(nullptr);
-    const LibraryIntl::Creation creation(*source);
+    rKept.creation.Begin(*source);
     const ClassUnlock unlocked(lock);
     source->CreateInstance(classId, object);
   }

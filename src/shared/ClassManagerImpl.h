@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "ClassFactoryRegistration.h"
+#include "ClassLibrary.h"
 #include "ClassLock.h"
 #include "ClassRegistry.h"
 #include "ClassSharedCache.h"
@@ -61,10 +63,17 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   const std::vector<FacePtr<DirectoryIntl>>& GetDirectories() const { return mDirectories; }
 
  private:
-  FacePtr<BaseFace> MakeObject(const String& classId);
+  // What keeps the code of an object that is being made, also while it is refused and goes again. Ends
+  // without the lock.
+  struct KeptSource {
+    LibraryIntl::Creation creation;
+    FacePtr<ClassFactory> factory;
+  };
+
+  FacePtr<BaseFace> MakeObject(const String& classId, KeptSource& rKept);
   // The library that makes objects of the class, when it is loaded and nothing else is to be done first, with
-  // one creation begun; null otherwise. Without the lock.
-  LibraryIntl* BeginQuickCreation(const String& classId);
+  // the creation begun; null otherwise. Without the lock.
+  LibraryIntl* BeginQuickCreation(const String& classId, LibraryIntl::Creation& rCreation);
   static FacePtr<BaseFace> MakeObjectQuickly(LibraryIntl& rLibrary, const String& classId);
   bool IsSynchronizationDue(DWORD now) const;
   bool IsUnloadDue(DWORD now) const;

@@ -112,10 +112,10 @@ DWORD ClassManagerImpl::RegisterFactory(const FacePtr<ClassFactory>& rpFactory) 
     return std::lower_bound(
         mFactories.begin(), mFactories.end(), rpFactory.Get(),
         [](const FacePtr<FactoryRegistration>& registration, const ClassFactory* pFactory) {
-          return std::less<>()(registration->GetFactory(), pFactory);
+          return std::less<>()(registration->GetFactory().Get(), pFactory);
         });
   };
-  if (const auto known = find(); known != mFactories.end() && (*known)->GetFactory() == rpFactory.Get()) {
+  if (const auto known = find(); known != mFactories.end() && (*known)->GetFactory() == rpFactory) {
     (*known)->AddUse();
     return (*known)->GetCookie();
   }
@@ -130,12 +130,14 @@ DWORD ClassManagerImpl::RegisterFactory(const FacePtr<ClassFactory>& rpFactory) 
 
 void ClassManagerImpl::Unregister(DWORD cookie) {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Unregister(%i)", cookie);
+  FacePtr<ClassFactory> released;
   const ClassLock lock(mLock);
   const auto hasCookie = [cookie](const auto& registration) { return registration->GetCookie() == cookie; };
   const auto factory = std::find_if(mFactories.begin(), mFactories.end(), hasCookie);
   if (factory != mFactories.end()) {
-    const FacePtr<FactoryRegistration> keep(*factory);
-    if (keep->DropUse()) mFactories.erase(factory);
+    if (!(*factory)->DropUse()) return;
+    released = (*factory)->GetFactory();
+    mFactories.erase(factory);
     return;
   }
   for (const auto& directory : std::vector(mDirectories)) {

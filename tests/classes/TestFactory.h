@@ -13,7 +13,7 @@ class TestFactory : public orm::FaceObject<orm::ClassFactory> {
  public:
   static orm::FacePtr<TestFactory> Make(std::vector<orm::ClassDescription> classes) {
     auto factory = orm::FacePtr<TestFactory>::Adopt(new TestFactory());
-    factory->mClasses = std::move(classes);
+    factory->classes = std::move(classes);
     return factory;
   }
 
@@ -21,18 +21,16 @@ class TestFactory : public orm::FaceObject<orm::ClassFactory> {
     ++created;
     if (onCreate) onCreate(classId, object);
   }
-  void EnumClasses(std::vector<orm::ClassDescription>& classes) override {
+  void EnumClasses(std::vector<orm::ClassDescription>& listed) override {
     ++enumerated;
-    classes = mClasses;
+    listed = classes;
   }
 
+  std::vector<orm::ClassDescription> classes;
   int created = 0;
   int enumerated = 0;
   std::function<void(const orm::String&, orm::FacePtr<orm::BaseFace>&)> onCreate =
       [](const orm::String&, orm::FacePtr<orm::BaseFace>& object) {
         object = orm::FacePtr<orm::BaseFace>::Adopt(new PlainObject());
       };
-
- private:
-  std::vector<orm::ClassDescription> mClasses;
 };
