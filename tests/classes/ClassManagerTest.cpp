@@ -192,6 +192,45 @@ TEST(ClassManager, CreatesWithoutItsLock) {
   EXPECT_FALSE(GetClassMgr()->IsClassRegistered("CID_Outer"));
 }
 
+// A factory, or an object that one made, may wait at its end for a thread that calls the manager.
+struct AtEnd {
+  ~AtEnd() {
+    std::thread([] { GetClassMgr()->IsClassRegistered("CID_A"); }).join();
+  }
+};
+
+TEST(ClassManager, LetsGoOfFactoriesAndRefusedObjectsWithoutItsLock) {
+  struct Object : PlainObject {
+    AtEnd end;
+  };
+  struct Factory : TestFactory {
+    AtEnd end;
+  };
+  const auto make = [] {
+    auto factory = FacePtr<Factory>::Adopt(new Factory());
+    factory->classes = {{"CID_A", {}, {}}};
+    factory->onCreate = [](const String&, FacePtr<BaseFace>& object) {
+      object = FacePtr<BaseFace>::Adopt(new Object());
+    };
+    return factory;
+  };
+  GetClassMgr()->Unregister(Register(make()));
+  EXPECT_FALSE(GetClassMgr()->IsClassRegistered("CID_A"));
+
+  auto factory = make();
+  const DWORD cookie = Register(factory);
+  const auto refused = [] { return Thrown([] { GetClassMgr()->CreateInstance("CID_A", "IID_X"); }); };
+  EXPECT_EQ(refused().substr(0, 8), "e7230002");
+  factory->onCreate = [](const String&, FacePtr<BaseFace>& object) {
+    object = FacePtr<BaseFace>::Adopt(new Object());
+    throw orm::Error(77, "It is broken.");
+  };
+  EXPECT_EQ(refused().substr(0, 8), "0000004d");
+  factory->onCreate = [cookie](const String&, FacePtr<BaseFace>&) { GetClassMgr()->Unregister(cookie); };
+  factory.Release();  // the creation holds the last reference
+  EXPECT_EQ(refused().substr(0, 8), "e7230001");
+}
+
 TEST(ClassManager, ServesManyThreads) {
   const auto shared = TestFactory::Make({{"CID_Shared", {}, {}}});
   shared->onCreate = [](const String&, FacePtr<BaseFace>& object) {
@@ -229,22 +268,59 @@ TEST(ClassManager, RegistersNoFactoryThatIsNotThere) {
   EXPECT_THAT(trace.Take(), ElementsAre("src/shared/ClassManager(2132):assert fail:rpFactory != 0"));
 }
 
+// Component libraries call by slot; an added, removed or moved operation breaks them.
+template <class Result, class Object, class... Arguments>
+Result CallSlot(int slot, Object* object, Arguments... arguments) {
+  void** slots = *reinterpret_cast<void***>(object);
+  return reinterpret_cast<Result (*)(Object*, Arguments...)>(slots[slot - 1])(object, arguments...);
+}
+
 TEST(ClassManager, HasTheAgreedSlots) {
-  // Component libraries call the manager by slot; an added, removed or moved operation breaks them.
-  const auto factory = TestFactory::Make({{"CID_A", {}, {}}});
-  Register(factory);
-  auto* manager = GetClassMgr();
-  void** slots = *reinterpret_cast<void***>(manager);
-  using Stamp = DWORD (*)(orm::ClassManager*);
-  using IsRegistered = bool (*)(orm::ClassManager*, const String&);
-  EXPECT_EQ(reinterpret_cast<Stamp>(slots[9])(manager), manager->GetRegistrationStamp());
-  EXPECT_TRUE(reinterpret_cast<IsRegistered>(slots[2])(manager, "CID_A"));
-  const auto info = manager->GetClassInfo("CID_A");
-  void** infoSlots = *reinterpret_cast<void***>(info.Get());
-  using IsSupported = bool (*)(orm::ClassInfo*, const String&);
-  EXPECT_FALSE(reinterpret_cast<IsSupported>(infoSlots[5])(info.Get(), "IID_X"));
-  const FacePtr<BaseFace> same = info;
-  EXPECT_TRUE(same && FacePtr<orm::ClassInfo>(same)) << "it answers its two faces";
+  using Text = const String&;
+  using Out = std::vector<String>&;
+  using In = const std::vector<String>&;
+  const auto factory = FacePtr<ClassFactory>(TestFactory::Make({{"CID_A", {}, {{"IID_BaseFace", {}}}}}));
+  auto* const manager = GetClassMgr();
+  const auto cookie = CallSlot<DWORD, orm::ClassManager, const FacePtr<ClassFactory>&>(8, manager, factory);
+  EXPECT_TRUE(
+      (CallSlot<FacePtr<BaseFace>, orm::ClassManager, Text, Text>(1, manager, "CID_A", "IID_BaseFace")));
+  EXPECT_EQ((CallSlot<FacePtr<orm::ClassInfo>, orm::ClassManager, Text>(2, manager, "CID_A")->GetClassId()),
+            "CID_A");
+  EXPECT_TRUE((CallSlot<bool, orm::ClassManager, Text>(3, manager, "CID_A")));
+  std::vector<String> ids;
+  CallSlot<void, orm::ClassManager, In, Out>(4, manager, {"IID_BaseFace", "IID_X"}, ids);
+  EXPECT_THAT(Texts(ids), ElementsAre());
+  CallSlot<void, orm::ClassManager, Text, Out>(5, manager, "IID_ClassManagerPathInfo", ids);
+  EXPECT_THAT(Texts(ids), ElementsAre("CID_ClassManagerPathInfo"));
+  CallSlot<void, orm::ClassManager, Out>(6, manager, ids);
+  EXPECT_EQ(ids.size(), 2u);
+  EXPECT_THAT(Thrown([&] { CallSlot<DWORD, orm::ClassManager, Text>(7, manager, "a|b"); }),
+              testing::HasSubstr("Cannot register library(ies) 'a|b'."));
+  const DWORD stamp = manager->GetRegistrationStamp();
+  CallSlot<void, orm::ClassManager, DWORD>(9, manager, cookie);
+  EXPECT_EQ((CallSlot<DWORD, orm::ClassManager>(10, manager)), stamp + 1);
+  CallSlot<void, orm::ClassManager, bool>(11, manager, false);
+}
+
+TEST(ClassManager, ItsInfosHaveTheAgreedSlotsAndFaces) {
+  using Text = const String&;
+  Register(TestFactory::Make({{"CID_A", Binary("a", 1), {{"IID_X", Binary("xx", 2)}}}}));
+  const auto holder = GetClassMgr()->GetClassInfo("CID_A");
+  orm::ClassInfo* const info = holder.Get();
+  EXPECT_EQ((CallSlot<String, orm::ClassInfo>(4, info)), "CID_A");
+  std::vector<String> faces;
+  CallSlot<void, orm::ClassInfo, std::vector<String>&>(5, info, faces);
+  EXPECT_THAT(Texts(faces), ElementsAre("IID_X"));
+  EXPECT_TRUE((CallSlot<bool, orm::ClassInfo, Text>(6, info, "IID_X")));
+  EXPECT_TRUE((CallSlot<bool, orm::ClassInfo, const std::vector<String>&>(7, info, {"IID_X"})));
+  EXPECT_EQ((CallSlot<Binary, orm::ClassInfo>(8, info)), Binary("a", 1));
+  EXPECT_EQ((CallSlot<Binary, orm::ClassInfo, Text>(9, info, "IID_X")), Binary("xx", 2));
+  EXPECT_TRUE((CallSlot<String, orm::ClassInfo>(10, info)).IsEmpty());
+
+  const FacePtr<BaseFace> base = holder;
+  EXPECT_EQ(base.Get(), static_cast<BaseFace*>(info));
+  EXPECT_EQ(FacePtr<orm::ClassInfo>(base), holder);
+  for (const char* other : {"IID_X", "IID_ClassFactory", ""}) EXPECT_FALSE(info->QueryFace(other)) << other;
 }
 
 TEST(ZRServer, NamesItsBinding) {

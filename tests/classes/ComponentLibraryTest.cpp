@@ -4,6 +4,7 @@
 #include <ormutil/ClassManager.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "TestFactory.h"
 #include "TestFolder.h"
 #include "fixtures/Fixture.h"
+#include "support/ModuleTrace.h"
 
 namespace {
 
@@ -204,6 +206,86 @@ TEST(ComponentLibrary, IdleOnesAreFreedAfterFiveSeconds) {
   EXPECT_FALSE(IsMapped("alpha.dll"));
 }
 
+TEST(ComponentLibrary, TheIntervalsEndToTheMillisecond) {
+  TestFolder folder;
+  folder.Add("alpha");
+  GetClassMgr()->Register(folder.GetPath());
+  NumberOf("CID_Alpha");
+  folder.Add("beta");
+  AdvanceClock(2999);
+  EXPECT_FALSE(IsRegistered("CID_Beta"));
+  AdvanceClock(1);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  folder.Remove("beta.dll");
+  AdvanceClock(1999);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  EXPECT_TRUE(IsMapped("alpha.dll")) << "4999 ms after the start";
+  AdvanceClock(1);
+  EXPECT_TRUE(IsRegistered("CID_Beta")) << "looked at 2000 ms ago";
+  EXPECT_FALSE(IsMapped("alpha.dll"));
+  AdvanceClock(999);
+  EXPECT_TRUE(IsRegistered("CID_Beta"));
+  AdvanceClock(1);
+  EXPECT_FALSE(IsRegistered("CID_Beta"));
+}
+
+TEST(ComponentLibrary, RegisteredAfterAFactoryStandsBehindIt) {
+  TestFolder folder;
+  folder.Add("alpha", 100, "old.dll");
+  folder.Add("alpha_renewed", 200, "new.dll");
+  const auto factory = TestFactory::Make({{"CID_Alpha", {}, {}}});
+  const DWORD cookie = GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
+  for (const char* name : {"old.dll", "new.dll"}) GetClassMgr()->Register(folder.GetPath(name));
+  GetClassMgr()->CreateInstance("CID_Alpha", "IID_BaseFace");
+  EXPECT_EQ(factory->created, 1);
+  GetClassMgr()->Unregister(cookie);
+  EXPECT_EQ(LibraryOf("CID_Alpha"), "new.dll");
+}
+
+TEST(ComponentLibrary, AChangedFileMovesTheStampByOne) {
+  TestFolder folder;
+  folder.Add("alpha", 100);
+  GetClassMgr()->Register(folder.GetPath());
+  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
+  folder.Add("alpha_renewed", 200, "alpha.dll");
+  LetFoldersBeLookedAt();
+  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp + 1);
+}
+
+TEST(ComponentLibrary, AnUnchangedFileIsNotLookedUpAgain) {
+  TestFolder folder;
+  folder.Add("alpha");
+  test::ModuleTrace trace("ClsMgr_ClassManagerImpl", 't');
+  const auto lookUps = [&trace] {
+    const std::vector<std::string> lines = trace.Take();
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const std::string& line) { return line.find("GetShared()") != line.npos; });
+  };
+  GetClassMgr()->Register(folder.GetPath());
+  EXPECT_NE(lookUps(), 0);
+  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
+  GetClassMgr()->Register(folder.GetPath());
+  EXPECT_EQ(lookUps(), 0);
+  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp);
+}
+
+TEST(ComponentLibrary, IsListedOnceMoreByWhatIsLoadedWhenItComesBack) {
+  TestFolder folder;
+  folder.Add("stubborn");
+  for (size_t round = 1; round <= 3; ++round) {
+    const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
+    NumberOf("CID_Stubborn");
+    EXPECT_EQ(GetLoads().size(), 2u) << "to be listed, and for the first object";
+    GetClassMgr()->Unregister(cookie);
+    EXPECT_FALSE(IsRegistered("CID_Stubborn"));
+  }
+  GetClassMgr()->UnloadLibraries(true);
+  GetClassMgr()->Register(folder.GetPath());
+  EXPECT_TRUE(IsRegistered("CID_Stubborn")) << "from the cache";
+  EXPECT_FALSE(IsMapped("stubborn.dll"));
+  EXPECT_EQ(GetLoads().size(), 2u);
+}
+
 TEST(ComponentLibrary, IsAskedBeforeItIsFreed) {
   TestFolder folder;
   folder.Add("stubborn");
@@ -378,6 +460,24 @@ TEST(ComponentLibrary, CreationReportsTheLibrarysFailure) {
       << "deleted between enumeration and creation";
   folder.AddFile("beta.dll", "now something else");
   EXPECT_THAT(create("CID_Beta"), HasSubstr("000000c1 Cannot create instance"));
+}
+
+TEST(ComponentLibrary, StaysUntilARefusedObjectIsGone) {
+  TestFolder folder;
+  folder.Add("careless");
+  GetClassMgr()->Register(folder.GetPath());
+  for (int i = 0; i < 2; ++i) {  // loaded for it, and loaded already
+    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_Careless", "IID_Numbered"); }),
+                HasSubstr("e7230002 The interface 'IID_Numbered' is not supported."));
+    EXPECT_TRUE(IsMapped("careless.dll"));
+  }
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_CarelessThrows", "IID_BaseFace"); }),
+                HasSubstr("000004d2 The fixture failed."));
+    EXPECT_TRUE(IsMapped("careless.dll"));
+    GetClassMgr()->UnloadLibraries(false);
+    EXPECT_FALSE(IsMapped("careless.dll")) << "the creation has ended";
+  }
 }
 
 TEST(ComponentLibrary, PathsAreChecked) {

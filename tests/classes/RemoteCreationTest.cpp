@@ -5,6 +5,7 @@
 #include <ormutil/CreateInstance.h>
 #include <ormutil/Thread.h>
 
+#include <optional>
 #include <thread>
 
 #include "ErrorText.h"
@@ -27,10 +28,12 @@ class NotingManager : public orm::FaceObject<orm::RemoteManager> {
  public:
   FacePtr<BaseFace> CreateInstance(const String& server, const String& classId,
                                    const String& faceId) override {
+    if (refusal) throw *refusal;
     asked = std::string(server.GetBegin()) + " " + classId.GetBegin() + " " + faceId.GetBegin();
     return FacePtr<BaseFace>::Adopt(new PlainObject());
   }
   std::string asked;
+  std::optional<orm::Error> refusal;
 };
 
 class Context : public orm::FaceObject<orm::RemoteThreadContext> {
@@ -73,6 +76,32 @@ TEST(RemoteCreation, TheThreadsContextComesFirst) {
   CreateInstance("there", "CID_Local", "IID_BaseFace");
   EXPECT_EQ(factory->created, 3) << "an item of another face is none";
   orm::Thread::SetData(orm::TID_RemoteManager, nullptr);
+}
+
+TEST(RemoteCreation, ErrorsPassUnchanged) {
+  RegisterLocalClass();
+  const auto noting = FacePtr<NotingManager>::Adopt(new NotingManager());
+  noting->refusal = orm::Error(77, "It is broken over there.");
+  noting->refusal->AddLayer(78, "It cannot be made over there.", true);
+  const auto create = [] { return Thrown([] { CreateInstance("there", "CID_Local", "IID_BaseFace"); }); };
+  const char* const refusal = "0000004e It cannot be made over there.; 0000004d It is broken over there.";
+  orm::Thread::SetData(orm::TID_RemoteManager, FacePtr<BaseFace>::Adopt(new Context(noting)));
+  EXPECT_EQ(create(), refusal);
+  orm::Thread::SetData(orm::TID_RemoteManager, nullptr);
+
+  // The registered manager's refusal, and the errors of its own creation, which is a local one.
+  const auto factory = TestFactory::Make({{orm::CID_RemoteManager, {}, {}}});
+  GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
+  factory->onCreate = [&](const String&, FacePtr<BaseFace>& object) { object = noting; };
+  EXPECT_EQ(create(), refusal);
+  const std::string context =
+      " Cannot create instance of class 'CID_RemoteManager' with interface 'IID_RemoteManager'.; ";
+  factory->onCreate = [](const String&, FacePtr<BaseFace>& object) {
+    object = FacePtr<BaseFace>::Adopt(new PlainObject());
+  };
+  EXPECT_EQ(create(), "e7230002" + context + "e7230002 The interface 'IID_RemoteManager' is not supported.");
+  factory->onCreate = [](const String&, FacePtr<BaseFace>&) {};
+  EXPECT_EQ(create(), "e7230001" + context + "e7230001 The class is not registered.");
 }
 
 TEST(RemoteCreation, TheRegisteredManagerReachesAnotherProcess) {
