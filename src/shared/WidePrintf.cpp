@@ -264,10 +264,11 @@ class Formatter {
     while (size < limit && narrow[size] != 0) ++size;
     const int bytes = static_cast<int>(std::min<size_t>(size, INT_MAX));
     const int units = bytes > 0 ? MultiByteToWideChar(CP_ACP, 0, narrow, bytes, nullptr, 0) : 0;
-    std::u16string text(static_cast<size_t>(units), 0);
-    auto* data = reinterpret_cast<Unit*>(text.data());
+    // A string for its wiped memory.
+    WideString text;
+    Unit* data = text.PrepareWriting(static_cast<size_t>(units) * sizeof(Unit), false);
     if (units > 0) MultiByteToWideChar(CP_ACP, 0, narrow, bytes, data, units);
-    PutPadded(conversion, data, text.size());
+    PutPadded(conversion, data, static_cast<size_t>(units));
   }
 
   const Unit* mpPos = nullptr;

@@ -1,10 +1,12 @@
 // The serialized form of strings: its bytes, conversions, and bytes that are not one.
 #include <ormutil/BaseString.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "AssertionLog.h"
+#include "WipeWatch.h"
 #include "kernel/CodePage.h"
 
 using namespace orm;
@@ -173,4 +175,56 @@ TEST(StringSerialize, RoundTripsInEveryCodePage) {
     EXPECT_EQ(Read<WideString>(Serialized(kWide, 0)).text, Bytes(kWide));
   }
   platform::SetAnsiCodePage(1252);
+}
+
+// In static memory: what the test itself frees must not hold the text.
+TEST(StringSerialize, ConversionLeavesNoTextInFreedMemory) {
+  static const char narrow[] = "Quartz-7x/Kelp, the words that nothing else says";
+  static const char16_t units[] = u"Quartz-7x/Kelp, the words that nothing else says";
+  static const auto* wide = reinterpret_cast<const unsigned short*>(units);
+  alignas(2) static unsigned char wideForm[9 + sizeof units], narrowForm[8 + sizeof narrow];
+  static unsigned char* const oddForm = wideForm + 1;
+  string_detail::Store32(oddForm, sizeof units);
+  string_detail::Store32(oddForm + 4, CODE_PAGE_UTF16);
+  std::memcpy(oddForm + 8, units, sizeof units);
+  string_detail::Store32(narrowForm, sizeof narrow);
+  string_detail::Store32(narrowForm + 4, 1252);
+  std::memcpy(narrowForm + 8, narrow, sizeof narrow);
+
+  static constexpr auto W = [](const char16_t* text) {
+    return reinterpret_cast<const unsigned short*>(text);
+  };
+  static const std::function<void()> operations[] = {
+      [] { EXPECT_NE(String().Deserialize(oddForm, sizeof units + 8, 0), 0u); },
+      [] { EXPECT_NE(WideString().Deserialize(oddForm, sizeof units + 8, 0), 0u); },
+      [] { EXPECT_NE(WideString().Deserialize(narrowForm, sizeof narrowForm, 0), 0u); },
+      [] { EXPECT_GT(String::FormatInserts("%1 %2!80S! %2!ls!", narrow, wide).GetSize(), 100u); },
+      [] { EXPECT_GT(WideString::FormatInserts(W(u"%1 %2!80S! %2!hs!"), wide, narrow).GetSize(), 100u); },
+      [] {
+        WideString text;
+        text.Format(W(u"%s %60hs %S"), wide, narrow, narrow);
+        text += wide;
+        text.Trim(W(u"Q"));
+        EXPECT_GT(text.GetSize(), 100u);
+      },
+      [] {
+        String text(narrow);
+        for (int i = 0; i < 4; ++i) text += text;
+        text.SetSystemError(ERROR_ACCESS_DENIED, text.GetBegin());
+        text.Format(text.GetBegin(), 0);
+        text.MakeLower();
+      },
+  };
+  // What is built at its first use is built, and of no text that is looked for.
+  for (const auto& operation : operations) operation();
+  test::TextWatch watch("Quartz-7x");
+  for (size_t i = 0; i < std::size(operations); ++i) {
+    operations[i]();
+    EXPECT_EQ(watch.Take(), 0) << "operation " << i;
+  }
+  // The watch sees what it is there for.
+  void* block = ::operator new(sizeof narrow);
+  std::memcpy(block, narrow, sizeof narrow);
+  ::operator delete(block);
+  EXPECT_EQ(watch.Take(), 1);
 }

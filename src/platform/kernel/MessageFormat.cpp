@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "kernel/CodePage.h"
+#include "kernel/WipingAllocator.h"
 #include "win32/errors.h"
 #include "win32/nls.h"
 
@@ -73,7 +74,7 @@ class Formatter {
   }
 
  private:
-  using Text = std::basic_string<Char>;
+  using Text = std::basic_string<Char, std::char_traits<Char>, WipingAllocator<Char>>;
   using TextView = std::basic_string_view<Char>;
   static constexpr bool isWide = std::is_same_v<Char, WCHAR>;
 

@@ -487,6 +487,7 @@ int _vsnprintf(char* buffer, size_t count, const char* format, va_list arguments
     const std::unique_ptr<char[]> whole(new (std::nothrow) char[size + 1]);
     if (whole != nullptr && std::vsnprintf(whole.get(), size + 1, format, again) == length)
       buffer[count - 1] = whole[count - 1];
+    if (whole != nullptr) explicit_bzero(whole.get(), size + 1);  // as the caller may do with its own
   }
   va_end(again);
   return length < 0 || size > count ? -1 : length;
