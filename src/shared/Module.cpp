@@ -19,13 +19,15 @@ struct TracedObject {
   const LONG* pCounter;
 };
 
-// Ordered by address, which is the order of the report.
+// Ordered by address, which is the order of the report. Built and closed, but never destroyed: at the end of
+// a process other threads may still be at their objects, or wait for the lock, which owns nothing of the
+// system.
 struct TracedObjects {
   TracedObjects() { InitializeCriticalSection(&mLock); }
-  ~TracedObjects() { DeleteCriticalSection(&mLock); }
 
   CRITICAL_SECTION mLock;
   std::map<uintptr_t, TracedObject> mMap;
+  bool mIsClosed = false;  // the report has been written: objects come and go untraced
 };
 
 alignas(TracedObjects) constinit unsigned char storage[sizeof(TracedObjects)]{};
@@ -53,7 +55,7 @@ void ReportLeak(uintptr_t address, const TracedObject& object) {
   if (object.pCounter) {
     TraceWrite(*object.pArea, TRACE_WARNING, false, nullptr, 0,
                "Object LEAK: class = %s, address = %08lx, ref.cnt. = %i.", object.className, shown,
-               *object.pCounter);
+               __atomic_load_n(object.pCounter, __ATOMIC_RELAXED));
   } else {
     TraceWrite(*object.pArea, TRACE_WARNING, false, nullptr, 0, "Object LEAK: class = %s, address = %08lx.",
                object.className, shown);
@@ -66,10 +68,13 @@ void BuildTracedObjects() {
   new (storage) TracedObjects;
 }
 
-// Without the lock: the unloading thread is the last that can be in the library.
-void ReportLeaksAndDestroyTracedObjects() {
-  for (const auto& [address, object] : TheTracedObjects().mMap) ReportLeak(address, object);
-  TheTracedObjects().~TracedObjects();
+// An object whose counter is read here cannot go before its thread has the lock.
+void ReportLeaksAndCloseTracedObjects() {
+  const Lock lock;
+  TracedObjects& rObjects = TheTracedObjects();
+  for (const auto& [address, object] : rObjects.mMap) ReportLeak(address, object);
+  rObjects.mIsClosed = true;
+  rObjects.mMap.clear();
 }
 
 }  // namespace orm
@@ -84,6 +89,7 @@ int DelayLoadMe() {
 
 void TraceObjectRegister(const void* pObject, TraceArea* pArea, const BaseString<MbcsTraits>& className) {
   const Lock lock;
+  if (TheTracedObjects().mIsClosed) return;
   auto& map = TheTracedObjects().mMap;
   ORM_ASSERT(map.find(KeyOf(pObject)) == map.end(),
              "gsTracedObjects.mMap.find(pObj) == gsTracedObjects.mMap.end()", FILE_NAME, 308);
@@ -97,6 +103,7 @@ void TraceObjectRegister(const void* pObject, TraceArea* pArea, const BaseString
 
 void TraceObjectUnregister(const void* pObject) {
   const Lock lock;
+  if (TheTracedObjects().mIsClosed) return;
   auto& map = TheTracedObjects().mMap;
   ORM_ASSERT(map.find(KeyOf(pObject)) != map.end(),
              "gsTracedObjects.mMap.find(pObj) != gsTracedObjects.mMap.end()", FILE_NAME, 315);

@@ -5,7 +5,7 @@
 namespace orm {
 
 void BuildTracedObjects();  // Module.cpp
-void ReportLeaksAndDestroyTracedObjects();
+void ReportLeaksAndCloseTracedObjects();
 
 void BuildEmptyString();  // BaseString.cpp: the block that all empty strings share
 void ReleaseEmptyString();

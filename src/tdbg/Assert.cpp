@@ -49,7 +49,8 @@ void TraceFailure(const char* condition, const char* file, int line) {
 }  // namespace
 
 int ApplyPolicy(const char* condition, const char* file, int line) {
-  switch (facility.sinkPolicy ? facility.sinkPolicy : facility.policy) {
+  const char sinkPolicy = IsReady() ? facility.sinkPolicy : '\0';
+  switch (sinkPolicy ? sinkPolicy : facility.policy) {
     case 'a':
       return IDABORT;
     case 'r':

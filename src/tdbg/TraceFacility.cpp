@@ -87,7 +87,9 @@ void Build() {
   ExpandTarget();
   OpenTarget();
   OpenTimeBase();
-  if (facility.moduleKey) changeWord = OrmRegistryChangeWord(facility.moduleKey);
+  if (facility.moduleKey) {
+    changeWord.store(OrmRegistryChangeWord(facility.moduleKey), std::memory_order_release);
+  }
   __atomic_store_n(&facility.state, READY, __ATOMIC_RELEASE);
   if (!tearDownIsOwned) std::atexit(TraceFacilityTearDown);
 }
@@ -95,21 +97,20 @@ void Build() {
 }  // namespace
 
 constinit TraceFacility facility{};
-constinit const volatile uint64_t* changeWord = &unknownWord;
-constinit bool timesBlocks = true;
+constinit std::atomic<const volatile uint64_t*> changeWord{&unknownWord};
+constinit std::atomic<bool> timesBlocks{true};
 constinit TraceArea areaAssert{"assert", TRACE_ERROR};
 
 bool EnsureBuilt() {
-  const int state = __atomic_load_n(&facility.state, __ATOMIC_ACQUIRE);
-  if (state == NOT_BUILT) std::call_once(buildOnce, Build);
-  return __atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == READY;
+  if (__atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == NOT_BUILT) std::call_once(buildOnce, Build);
+  return IsReady();
 }
 
 void RefreshArea(TraceArea& rArea) {
   static constexpr char LETTERS[] = "ewdtln";
-  if (&rArea == &areaAssert || facility.state != READY || !facility.moduleKey) return;
+  if (&rArea == &areaAssert || !IsReady() || !facility.moduleKey) return;
   // The word is read before the value, so that a change in between is noticed by the next line.
-  const uint64_t seen = *changeWord;
+  const uint64_t seen = ReadChangeWord();
   if (__atomic_load_n(&rArea.seen, __ATOMIC_RELAXED) == seen) return;
 
   char text[2] = {};
@@ -155,15 +156,16 @@ void TraceFacilityOwnTearDown() {
 
 void TraceFacilityTearDown() {
   const LastErrorKeeper keeper;
+  // Whoever is at a line finishes it; whoever comes later finds the facility torn down. The lock, which owns
+  // nothing of the system, is left as it is: a thread may be waiting for it.
   if (!EnsureBuilt()) return;
-  // Whoever is writing a line finishes it; whoever comes later finds the facility torn down. The lock, which
-  // owns nothing of the system, is left as it is: a thread may be waiting for it.
-  const FacilityLock lock;
-  __atomic_store_n(&facility.state, TORN_DOWN, __ATOMIC_RELEASE);
-  changeWord = &unknownWord;
+  __atomic_store_n(&facility.state, TORN_DOWN, __ATOMIC_SEQ_CST);
+  EnterCriticalSection(&facility.lock);
+  changeWord.store(&unknownWord, std::memory_order_release);
   CloseOutput();
   if (facility.moduleKey) RegCloseKey(facility.moduleKey);
   facility.moduleKey = nullptr;
+  LeaveCriticalSection(&facility.lock);
 }
 
 void TraceAreaRegister(TraceArea& area) {

@@ -44,6 +44,13 @@ struct TraceFacility {
 
 extern TraceFacility facility;
 
+// Whether the facility's handles and the sink may be used by whoever asked for the lock first: he holds it
+// when the answer is yes. When it is no, only what stays as it is after the end is looked at, which needs no
+// lock.
+inline bool IsReady() {
+  return __atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == READY;
+}
+
 // Builds the facility unless that has been done; true while it is ready.
 bool EnsureBuilt();
 
@@ -77,12 +84,12 @@ int ApplyPolicy(const char* condition, const char* file, int line);
 // Ends the process when that was the answer; true when the caller must break into the debugger.
 bool ObeyAnswer(int answer);
 
-// Holds the facility's lock, after its end as well: at the end of a process other threads may still be at it.
+// Holds the facility's lock while the facility is ready. Once its end has begun, nobody begins to wait for
+// the lock, so that the end has to wait for those alone who were there: see IsReady.
 class FacilityLock {
  public:
-  FacilityLock() : mHeld(true) {
-    EnsureBuilt();
-    EnterCriticalSection(&facility.lock);
+  FacilityLock() : mHeld(EnsureBuilt()) {
+    if (mHeld) EnterCriticalSection(&facility.lock);
   }
   ~FacilityLock() { Leave(); }
   FacilityLock(const FacilityLock&) = delete;

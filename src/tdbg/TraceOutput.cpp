@@ -18,12 +18,14 @@ constexpr const char* FILE_MUTEX_SUFFIX = "ph:tdbg_trace:fileprotect";
 // behind that moment (it wraps after 49 days) starts anew.
 DWORD ElapsedMilliseconds() {
   const DWORD now = GetTickCount();
-  if (facility.pSharedTimeBase) facility.timeBase = *facility.pSharedTimeBase;
-  if (now < facility.timeBase) {
-    facility.timeBase = now;
-    if (facility.pSharedTimeBase) *facility.pSharedTimeBase = now;
+  volatile DWORD* const pShared = IsReady() ? facility.pSharedTimeBase : nullptr;
+  DWORD base = pShared ? *pShared : __atomic_load_n(&facility.timeBase, __ATOMIC_RELAXED);
+  if (now < base) {
+    base = now;
+    if (pShared) *pShared = base;
   }
-  return now - facility.timeBase;
+  __atomic_store_n(&facility.timeBase, base, __ATOMIC_RELAXED);
+  return now - base;
 }
 
 const char* NameWithoutFolders(const char* path) {
@@ -96,12 +98,12 @@ void WriteToFile(const char* line, DWORD length) {
 }
 
 void Output(const char* line, size_t length) {
-  if (facility.sink) {
+  const bool isReady = IsReady();
+  if (isReady && facility.sink) {
     facility.sink(facility.sinkContext, line);
-  } else if (facility.state == TORN_DOWN || TargetIsDebugger()) {
-    // The file is closed by then; the end of the module is told to the debugger whatever the target was.
+  } else if (TargetIsDebugger()) {
     OutputDebugStringA(line);
-  } else {
+  } else if (isReady) {
     WriteToFile(line, static_cast<DWORD>(length));
   }
 }
@@ -232,7 +234,7 @@ bool TraceBegin(TraceArea& area, int level, const char* file, int line) {
   const LastErrorKeeper keeper;
   level = Clamp(level);
   FacilityLock lock;
-  if (facility.state != READY) return false;
+  if (!IsReady()) return false;
   RefreshArea(area);
   if (!AreaAdmits(area, level)) return false;
   FormatHeader(facility.pending, area, level, file, line);

@@ -29,7 +29,7 @@ void ScopeLines::WriteEnter() {
 
 void ScopeLines::WriteLeave() {
   const char* message = mpMessage ? mpMessage : "";
-  if (!timesBlocks) {
+  if (!timesBlocks.load(std::memory_order_relaxed)) {
     Write(mArea, mLevel, false, mpFile, mLine, "<== %s", message);
     return;
   }

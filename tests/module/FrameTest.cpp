@@ -70,8 +70,8 @@ TEST(Frame, RegistersItsAreasWithTheLetterN) {
   }
 }
 
-// The report runs after the trace facility has been torn down: its lines pass the areas' levels, and a file
-// target is closed by then, so that they are to be seen by whoever watches the debugger output.
+// The report runs after the trace facility has been torn down: its lines pass the areas' levels and are to be
+// seen by whoever watches the debugger output.
 TEST(Frame, ReportsLeaksInTheOrderOfTheirAddresses) {
   SetRegistryText(TRACE_KEY, " option_format", "");
   SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
@@ -93,6 +93,16 @@ TEST(Frame, ReportsLeaksInTheOrderOfTheirAddresses) {
   for (orm::platform::DebugRecord record; watch.Read(record, 0);) {
     EXPECT_EQ(record.text.find("LEAK"), std::string::npos) << "an area that is off reports nothing";
   }
+}
+
+// Objects come and go on other threads until the process is no more: whatever the report finds of them is
+// there, and nothing is misuse.
+TEST(Frame, TheProcessMayEndWhileObjectsComeAndGo) {
+  TraceInto("exit.log");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "a");
+  SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
+  for (int round = 0; round < 5; ++round) EXPECT_EQ(RunProgram({Sibling("module_leaker"), "exit"}).status, 0);
+  EXPECT_EQ(ReadLog("exit.log"), std::vector<std::string>{});
 }
 
 TEST(Frame, MisuseOfTheTracingIsAsserted) {

@@ -1,9 +1,12 @@
-// Registers traced objects and leaves some of them behind.
+// Registers traced objects and leaves some of them behind. With the argument "exit" it leaves while threads
+// make and unmake traced objects.
 #include <ormutil/Module.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <thread>
 
 namespace {
 constinit bool memoryIsOut = false;
@@ -27,9 +30,33 @@ void operator delete(void* memory, size_t) noexcept {
   std::free(memory);
 }
 
-int main() {
+namespace {
+
+int LeaveWhileThreadsMakeObjects() {
+  static constinit std::atomic<int> begun{0};
+  constexpr int THREADS = 4;
+  for (int i = 0; i < THREADS; ++i) {
+    std::thread([] {
+      for (bool isFirst = true;; isFirst = false) {
+        auto* object = static_cast<LONG*>(std::calloc(1, sizeof(LONG)));
+        TraceObjectRegister(object, &area, "Passing");
+        TraceObjectRefCounter(object, object);
+        TraceObjectUnregister(object);
+        std::free(object);
+        if (isFirst) begun.fetch_add(1);
+      }
+    }).detach();
+  }
+  while (begun.load() < THREADS) std::this_thread::yield();
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char**) {
   if (DelayLoadMe() != 0) return 1;
   orm::TraceAreaRegister(area);
+  if (count > 1) return LeaveWhileThreadsMakeObjects();
   TraceObjectRegister(&objects[2], &area, "Third");
   TraceObjectRegister(&objects[0], &area, "First");
   TraceObjectRegister(&objects[1], &area, "Second");

@@ -144,6 +144,21 @@ TEST_F(TraceLine, KeepsTheLastError) {
 }
 
 TEST_F(TraceLine, LastBreathsReachTheDebuggerOnly) {
+  Configure("");
+  TraceWrite(area, TRACE_DEBUG, false, "a", 1, "before");
+  TraceFacilityTearDown();
+  EXPECT_FALSE(TraceBegin(area, TRACE_DEBUG, "a", 1));
+  SetRegistryText(MODULE_KEY, "area", "n");
+  platform::DebugWatch watch;
+  TraceWrite(area, TRACE_DEBUG, false, "a", 1, "after");
+  TraceWrite(area, TRACE_NONE, false, "a", 1, "never");
+  platform::DebugRecord record;
+  EXPECT_TRUE(watch.Read(record, 0));
+  EXPECT_THAT(record.text, testing::EndsWith("after\r\n"));
+  EXPECT_FALSE(watch.Read(record, 0));
+}
+
+TEST_F(TraceLine, LastBreathsReachNoFile) {
   Configure("", "C:\\Windows\\Temp\\end.log");
   TraceWrite(area, TRACE_DEBUG, false, "a", 1, "before");
   TraceFacilityTearDown();
@@ -152,8 +167,23 @@ TEST_F(TraceLine, LastBreathsReachTheDebuggerOnly) {
   TraceWrite(area, TRACE_DEBUG, false, "a", 1, "after");
   EXPECT_EQ(ReadLog("end.log"), std::vector<std::string>{"before"});
   platform::DebugRecord record;
-  EXPECT_TRUE(watch.Read(record, 0));
-  EXPECT_THAT(record.text, testing::EndsWith("after\r\n"));
+  EXPECT_FALSE(watch.Read(record, 0));
+}
+
+// Threads go on while the exit actions run, and so do exit handlers and destructors that were there before
+// the facility.
+TEST_F(TraceLine, TheProcessMayEndWhileThreadsTrace) {
+  SetRegistryText(TRACE_KEY + "\\trace_writer", "writer", "w");
+  SetRegistryText(TRACE_KEY, " option_blocktimes", "y");
+  for (const char* target : {"<dbglog>", "C:\\Windows\\Temp\\exit.log"}) {
+    Configure("%1|%8|%9!s!|", target);
+    for (int round = 0; round < 5; ++round)
+      EXPECT_EQ(RunProgram({Sibling("trace_writer"), "exit"}).status, 0) << target;
+  }
+  const std::vector<std::string> lines = ReadLog("exit.log");
+  EXPECT_FALSE(lines.empty());
+  for (const auto& line : lines)
+    EXPECT_TRUE(std::regex_match(line, std::regex("trace_writer\\|.*\\|writer\\.cpp\\|.*worker"))) << line;
 }
 
 TEST_F(TraceLine, TwoProcessesShareOneLog) {

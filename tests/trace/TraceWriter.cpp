@@ -1,12 +1,15 @@
 // A program of its own that traces: "log COUNT" writes lines, "assert" fails an assertion, "watch" writes a
-// line for each line that it reads and says so, "tear FILE" dies in the middle of a line of that log.
+// line for each line that it reads and says so, "tear FILE" dies in the middle of a line of that log, "exit"
+// leaves while threads trace and does so itself at the very end.
 #include <ormutil/Trace.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -25,6 +28,31 @@ void Tear(const std::string& log) {
   std::raise(SIGKILL);
 }
 
+// What an exit handler that was there before the facility does, and a destructor of that age.
+void TraceAfterTheEnd() {
+  orm::TraceWrite(area, orm::TRACE_WARNING, false, "writer.cpp", 1, "last breath");
+  if (orm::TraceBegin(area, orm::TRACE_WARNING, "writer.cpp", 1)) std::abort();
+  orm::TraceScope scope(area, orm::TRACE_WARNING, "writer.cpp", 1, "last %s", "scope");
+}
+
+int LeaveWhileThreadsTrace() {
+  std::atexit(TraceAfterTheEnd);
+  static constinit std::atomic<int> begun{0};
+  constexpr int THREADS = 4;
+  for (int i = 0; i < THREADS; ++i) {
+    std::thread([] {
+      for (bool isFirst = true;; isFirst = false) {
+        orm::TraceWrite(area, orm::TRACE_WARNING, false, "writer.cpp", 1, "%s", "worker");
+        if (orm::TraceBegin(area, orm::TRACE_WARNING, "writer.cpp", 1)) orm::TraceEnd("%s", "worker");
+        { const orm::TraceScope scope(area, orm::TRACE_WARNING, "writer.cpp", 1, "worker"); }
+        if (isFirst) begun.fetch_add(1);
+      }
+    }).detach();
+  }
+  while (begun.load() < THREADS) std::this_thread::yield();
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -38,6 +66,8 @@ int main(int argc, char** argv) {
     return breaks ? 3 : 4;
   } else if (argc > 2 && std::strcmp(argv[1], "tear") == 0) {
     Tear(argv[2]);
+  } else if (argc > 1 && std::strcmp(argv[1], "exit") == 0) {
+    return LeaveWhileThreadsTrace();
   } else if (argc > 1 && std::strcmp(argv[1], "watch") == 0) {
     char line[64];
     while (std::fgets(line, sizeof line, stdin)) {

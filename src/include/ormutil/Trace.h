@@ -19,6 +19,7 @@
 
 #include <win32.h>
 
+#include <atomic>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -45,12 +46,17 @@ struct TraceArea {
 namespace trace_detail {
 
 // Where the registry counts its committed changes. Before the facility is built and after it is torn down it
-// points at a word that no area has seen, so that every line takes the slow road.
-extern const volatile uint64_t* changeWord;
+// points at a word that no area has seen, so that every line takes the slow road. The word itself stays
+// readable to the end of the process.
+extern std::atomic<const volatile uint64_t*> changeWord;
+
+inline uint64_t ReadChangeWord() {
+  return __atomic_load_n(changeWord.load(std::memory_order_acquire), __ATOMIC_ACQUIRE);
+}
 
 // Whether leave lines tell the time spent, in which case every scope asks the clock; also true before the
 // facility knows.
-extern bool timesBlocks;
+extern std::atomic<bool> timesBlocks;
 
 // Brings the area up to date and tells whether a line of this level passes it.
 bool RefreshAndTest(TraceArea& area, int level);
@@ -58,7 +64,7 @@ bool RefreshAndTest(TraceArea& area, int level);
 // The test before every line: while nothing in the registry has changed, a load and a compare for each of the
 // two.
 inline bool Passes(TraceArea& area, int level) {
-  if (__builtin_expect(__atomic_load_n(&area.seen, __ATOMIC_RELAXED) == *changeWord, 1)) {
+  if (__builtin_expect(__atomic_load_n(&area.seen, __ATOMIC_RELAXED) == ReadChangeWord(), 1)) {
     const LONG current = __atomic_load_n(&area.level, __ATOMIC_RELAXED);
     if (__builtin_expect(current == TRACE_NONE || level > current, 1)) return false;
   }
@@ -124,7 +130,11 @@ namespace trace_detail {
 class ScopeLines {
  public:
   ScopeLines(TraceArea& area, int level, const char* file, int line)
-      : mArea(area), mpFile(file), mLevel(level), mLine(line), mStart(timesBlocks ? GetTickCount() : 0) {}
+      : mArea(area),
+        mpFile(file),
+        mLevel(level),
+        mLine(line),
+        mStart(timesBlocks.load(std::memory_order_relaxed) ? GetTickCount() : 0) {}
   ~ScopeLines() {
     if (mpMessage) FreeMessage();
   }

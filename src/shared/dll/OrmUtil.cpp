@@ -77,7 +77,7 @@ void Stop() {
   TraceFacilityTearDown();
   DestroyClassManager();
   ReleaseEmptyString();
-  ReportLeaksAndDestroyTracedObjects();
+  ReportLeaksAndCloseTracedObjects();
 }
 
 }  // namespace
