@@ -23,6 +23,12 @@ constexpr const char* DEFAULT_FORMAT = "%1!-8s!|%2!-8s!|%6!6u!.%7!03u!|";
 // Module, area, level, process, thread, seconds, milliseconds, time of day, file, line.
 constexpr const char* HEADER_INSERTS = "ssnnnnnssn";
 
+// What the configuration says besides the facility's texts.
+struct Settings {
+  bool timesBlocks = false;
+  char policy = 0;
+};
+
 class Key {
  public:
   Key() = default;
@@ -44,6 +50,17 @@ class Key {
     return key;
   }
 
+  // Calls `readValues`, which reads values and calls Repair for those that are of no use. Only when there are
+  // any it is called once more, in one step with the repairs: what somebody has set meanwhile stays.
+  template <class ReadValues>
+  void Settle(ReadValues&& readValues) {
+    readValues(*this);
+    if (!mNeedsRepair) return;
+    const RegistryStep step(mKey);
+    mRepairs = true;
+    readValues(*this);
+  }
+
   // A string of at most `size` - 1 characters; false when the value is absent, not a string or longer.
   bool Read(const char* name, char* buffer, size_t size) const {
     char text[TARGET_SIZE + 1] = {};
@@ -58,80 +75,91 @@ class Key {
     RegSetValueExA(mKey, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
                    static_cast<DWORD>(std::strlen(text) + 1));
   }
-  void Delete(const char* name) const { RegDeleteValueA(mKey, name); }
+  // Nothing is to be done when the value is that text already, and nothing can be when it is not known.
+  void Repair(const char* name, const char* text) {
+    char present[TARGET_SIZE];
+    if (Read(name, present, sizeof present) && std::strcmp(present, text) == 0) return;
+    if (!HasAnswered(RegQueryValueExA(mKey, name, nullptr, nullptr, nullptr, nullptr))) return;
+    mNeedsRepair = true;
+    if (mRepairs) Write(name, text);
+  }
+  // Looked for first: a look waits for no writer.
+  void Delete(const char* name) const {
+    if (RegQueryValueExA(mKey, name, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
+      RegDeleteValueA(mKey, name);
+    }
+  }
 
  private:
   HKEY mKey = nullptr;
+  bool mNeedsRepair = false;
+  bool mRepairs = false;
 };
 
 bool IsPolicy(const char* text) {
   return text[0] && std::strchr("dari", text[0]);
 }
 
-void ReadGlobalText(const Key& key, const char* name, const char* fallback, char* buffer, size_t size) {
-  if (key.Read(name, buffer, size)) return;
-  std::strcpy(buffer, fallback);
-  key.Write(name, fallback);
+// The letter in lower case; 0 when there is none to be had.
+char ReadLetter(const Key& key, const char* name) {
+  char letter[2] = {};
+  if (!key.Read(name, letter, sizeof letter)) return 0;
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(letter[0])));
 }
 
-void ReadModuleText(const Key& key, const char* name, char* buffer, size_t size) {
+void ReadGlobalText(Key& rKey, const char* name, const char* fallback, char* buffer, size_t size) {
+  if (rKey.Read(name, buffer, size)) return;
+  std::strcpy(buffer, fallback);
+  rKey.Repair(name, fallback);
+}
+
+void ReadGlobalValues(Key& rKey, Settings& rSettings) {
+  ReadGlobalText(rKey, FORMAT_VALUE, DEFAULT_FORMAT, facility.format, FORMAT_SIZE);
+  ReadGlobalText(rKey, TARGET_VALUE, DEBUGGER_TARGET, facility.target, TARGET_SIZE);
+  const char times = ReadLetter(rKey, BLOCK_TIMES_VALUE);
+  rSettings.timesBlocks = times == 'y';
+  if (times != 'y' && times != 'n') rKey.Repair(BLOCK_TIMES_VALUE, "n");
+
+  char policy[2] = {};
+  if (!rKey.Read(POLICY_VALUE, policy, sizeof policy) || !IsPolicy(policy)) {
+    std::strcpy(policy, "d");
+    rKey.Repair(POLICY_VALUE, policy);
+  }
+  rSettings.policy = policy[0];
+}
+
+void ReadModuleText(Key& rKey, const char* name, char* buffer, size_t size) {
   char text[TARGET_SIZE] = {};
-  if (key.Read(name, text, size) && text[0]) {
+  if (rKey.Read(name, text, size) && text[0]) {
     std::strcpy(buffer, text);
   } else {
-    key.Write(name, "");
+    rKey.Repair(name, "");
   }
 }
 
-void ReadGlobalValues(const Key& key) {
-  key.Write(FULL_FORMAT_VALUE, FULL_FORMAT);
-  ReadGlobalText(key, FORMAT_VALUE, DEFAULT_FORMAT, facility.format, FORMAT_SIZE);
-  ReadGlobalText(key, TARGET_VALUE, DEBUGGER_TARGET, facility.target, TARGET_SIZE);
-
-  char letter[2] = {};
-  const bool known = key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter);
-  const int answer = std::tolower(static_cast<unsigned char>(letter[0]));
-  timesBlocks = known && answer == 'y';
-  if (!known || (answer != 'y' && answer != 'n')) key.Write(BLOCK_TIMES_VALUE, "n");
-
-  char policy[2] = {};
-  if (!key.Read(POLICY_VALUE, policy, sizeof policy) || !IsPolicy(policy)) {
-    std::strcpy(policy, "d");
-    key.Write(POLICY_VALUE, policy);
-  }
-  facility.policy = policy[0];
-}
-
-void ReadModuleBlockTimes(const Key& key) {
-  char letter[2] = {};
-  if (!key.Read(BLOCK_TIMES_VALUE, letter, sizeof letter)) letter[0] = 0;
-  switch (std::tolower(static_cast<unsigned char>(letter[0]))) {
+// What is of no use here leaves the global setting as it is.
+void ReadModuleValues(Key& rKey, Settings& rSettings) {
+  ReadModuleText(rKey, FORMAT_VALUE, facility.format, FORMAT_SIZE);
+  ReadModuleText(rKey, TARGET_VALUE, facility.target, TARGET_SIZE);
+  switch (ReadLetter(rKey, BLOCK_TIMES_VALUE)) {
     case 'y':
-      timesBlocks = true;
+      rSettings.timesBlocks = true;
       break;
     case 'n':
-      timesBlocks = false;
+      rSettings.timesBlocks = false;
       break;
     case 0:
-      key.Write(BLOCK_TIMES_VALUE, "");
+      rKey.Repair(BLOCK_TIMES_VALUE, "");
       break;
     default:
-      key.Write(BLOCK_TIMES_VALUE, "n");
+      rKey.Repair(BLOCK_TIMES_VALUE, "n");
   }
-}
-
-void ReadModuleValues(const Key& key) {
-  key.Write(FULL_FORMAT_VALUE, FULL_FORMAT);
-  ReadModuleText(key, FORMAT_VALUE, facility.format, FORMAT_SIZE);
-  ReadModuleText(key, TARGET_VALUE, facility.target, TARGET_SIZE);
-  ReadModuleBlockTimes(key);
   char policy[2] = {};
-  if (key.Read(POLICY_VALUE, policy, sizeof policy) && IsPolicy(policy)) {
-    facility.policy = policy[0];
+  if (rKey.Read(POLICY_VALUE, policy, sizeof policy) && IsPolicy(policy)) {
+    rSettings.policy = policy[0];
   } else {
-    key.Write(POLICY_VALUE, "");
+    rKey.Repair(POLICY_VALUE, "");
   }
-  key.Delete(OBSOLETE_VALUE);
 }
 
 }  // namespace
@@ -139,15 +167,20 @@ void ReadModuleValues(const Key& key) {
 void ReadConfiguration() {
   std::strcpy(facility.format, DEFAULT_FORMAT);
   std::strcpy(facility.target, DEBUGGER_TARGET);
-  timesBlocks = false;
-  Key global;
-  if (!global.CreateOrOpen(HKEY_LOCAL_MACHINE, GLOBAL_KEY)) return;
-  ReadGlobalValues(global);
-  Key module;
-  if (module.CreateOrOpen(global.Get(), facility.moduleName)) {
-    ReadModuleValues(module);
-    facility.moduleKey = module.Detach();
+  Settings settings;
+  if (Key global; global.CreateOrOpen(HKEY_LOCAL_MACHINE, GLOBAL_KEY)) {
+    global.Write(FULL_FORMAT_VALUE, FULL_FORMAT);
+    global.Settle([&](Key& rKey) { ReadGlobalValues(rKey, settings); });
+    if (Key module; module.CreateOrOpen(global.Get(), facility.moduleName)) {
+      module.Write(FULL_FORMAT_VALUE, FULL_FORMAT);
+      module.Settle([&](Key& rKey) { ReadModuleValues(rKey, settings); });
+      module.Delete(OBSOLETE_VALUE);
+      facility.moduleKey = module.Detach();
+    }
   }
+  facility.policy = settings.policy;
+  // At once, since scopes look at it without a lock.
+  timesBlocks.store(settings.timesBlocks, std::memory_order_relaxed);
   // The value stays as its author wrote it, for him to mend.
   if (!InsertsAreSafe(facility.format, HEADER_INSERTS)) std::strcpy(facility.format, DEFAULT_FORMAT);
 }

@@ -1,8 +1,6 @@
 // The life of the facility.
 #include "TraceFacility.h"
 
-#include <win32/registryx.h>
-
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -106,27 +104,48 @@ bool EnsureBuilt() {
   return IsReady();
 }
 
-void RefreshArea(TraceArea& rArea) {
-  static constexpr char LETTERS[] = "ewdtln";
-  if (&rArea == &areaAssert || !IsReady() || !facility.moduleKey) return;
-  // The word is read before the value, so that a change in between is noticed by the next line.
-  const uint64_t seen = ReadChangeWord();
-  if (__atomic_load_n(&rArea.seen, __ATOMIC_RELAXED) == seen) return;
+namespace {
 
+constexpr char LETTERS[] = "ewdtln";
+
+// Instead of a level: the registry has none for the area, or did not answer.
+constexpr LONG NO_LEVEL = -1;
+constexpr LONG UNKNOWN_LEVEL = -2;
+
+LONG ReadLevel(const TraceArea& area) {
   char text[2] = {};
   DWORD type = 0;
   DWORD size = sizeof text;
   const LONG result =
-      RegQueryValueExA(facility.moduleKey, rArea.name, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+      RegQueryValueExA(facility.moduleKey, area.name, nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+  if (!HasAnswered(result)) return UNKNOWN_LEVEL;
   const char letter = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
   const char* found = letter ? std::strchr(LETTERS, letter) : nullptr;
-  if (result == ERROR_SUCCESS && type == REG_SZ && found) {
-    __atomic_store_n(&rArea.level, static_cast<LONG>(found - LETTERS), __ATOMIC_RELAXED);
-  } else {
-    const char current[2] = {LETTERS[rArea.level], 0};
-    RegSetValueExA(facility.moduleKey, rArea.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(current),
-                   sizeof current);
-  }
+  return result == ERROR_SUCCESS && type == REG_SZ && found ? static_cast<LONG>(found - LETTERS) : NO_LEVEL;
+}
+
+// Stores the area's level for others to change, unless somebody has set one since it was not there. Returns
+// the level that counts.
+LONG OfferLevel(const TraceArea& area) {
+  const RegistryStep step(facility.moduleKey);
+  if (const LONG set = ReadLevel(area); set != NO_LEVEL) return set;
+  const LONG current = __atomic_load_n(&area.level, __ATOMIC_RELAXED);
+  const char text[2] = {LETTERS[current], 0};
+  RegSetValueExA(facility.moduleKey, area.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof text);
+  return current;
+}
+
+}  // namespace
+
+void RefreshArea(TraceArea& rArea) {
+  if (&rArea == &areaAssert || !IsReady() || !facility.moduleKey) return;
+  // The word is read before the value, so that a change in between is noticed by the next line.
+  const uint64_t seen = ReadChangeWord();
+  if (__atomic_load_n(&rArea.seen, __ATOMIC_RELAXED) == seen) return;
+  LONG level = ReadLevel(rArea);
+  if (level == NO_LEVEL) level = OfferLevel(rArea);
+  if (level == UNKNOWN_LEVEL) return;  // the next line asks again
+  __atomic_store_n(&rArea.level, level, __ATOMIC_RELAXED);
   __atomic_store_n(&rArea.seen, seen, __ATOMIC_RELAXED);
 }
 

@@ -3,6 +3,7 @@
 
 #include <ormutil/LastErrorKeeper.h>
 #include <ormutil/Trace.h>
+#include <win32/registryx.h>
 
 namespace orm::trace_detail {
 
@@ -119,6 +120,31 @@ class OpenToAll {
  private:
   SECURITY_DESCRIPTOR mDescriptor;
   SECURITY_ATTRIBUTES mAttributes;
+};
+
+// Whether a query told what there is of a value. Whatever else goes wrong, want of memory for one, is no
+// reason to write over it.
+inline bool HasAnswered(LONG queryResult) {
+  return queryResult == ERROR_SUCCESS || queryResult == ERROR_FILE_NOT_FOUND ||
+         queryResult == ERROR_MORE_DATA;
+}
+
+// A look at values and what is then written, in one step that others see whole. Without effect when the
+// thread is within one already, or may not write.
+class RegistryStep {
+ public:
+  explicit RegistryStep(HKEY key)
+      : mKey(OrmRegBeginTransaction(key, EXPECTED_BYTES) == ERROR_SUCCESS ? key : nullptr) {}
+  ~RegistryStep() {
+    if (mKey) OrmRegCommitTransaction(mKey);
+  }
+  RegistryStep(const RegistryStep&) = delete;
+  RegistryStep& operator=(const RegistryStep&) = delete;
+
+ private:
+  static constexpr uint64_t EXPECTED_BYTES = 1024;
+
+  HKEY mKey;
 };
 
 }  // namespace orm::trace_detail

@@ -1,9 +1,14 @@
 // What the facility reads from the registry, and what it leaves there.
 #include <gtest/gtest.h>
 #include <ormutil/Trace.h>
+#include <unistd.h>
 #include <win32/debugwatch.h>
+#include <win32/registryx.h>
 
+#include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "TraceFacility.h"
 #include "support/Child.h"
@@ -68,6 +73,42 @@ TEST(TraceConfig, RepairsWhatItCannotUse) {
   EXPECT_EQ(GetRegistryText(MODULE_KEY, " info_nodynupdate"), "<none>");
   EXPECT_EQ(GetRegistryText(MODULE_KEY, "area"), "n");
 }
+
+// What leave lines tell, and what the two values are afterwards. A value that stays away is "<none>", one of
+// a strange type "<dword>".
+class BlockTimes : public testing::TestWithParam<std::array<const char*, 5>> {
+ protected:
+  static void Set(const std::string& key, const std::string& value) {
+    constexpr const char* name = " option_blocktimes";
+    if (value == "<none>") return;
+    SetRegistryText(key, name, value);
+    if (value != "<dword>") return;
+    HKEY handle = nullptr;
+    RegOpenKeyExA(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_WRITE, &handle);
+    const BYTE number[4] = {'y'};
+    RegSetValueExA(handle, name, 0, REG_DWORD, number, sizeof number);
+    RegCloseKey(handle);
+  }
+};
+
+TEST_P(BlockTimes, FollowTheModuleAndThenAll) {
+  const auto [global, module, areTimed, globalAfter, moduleAfter] = GetParam();
+  Set(TRACE_KEY, global);
+  Set(MODULE_KEY, module);
+  TraceAreaRegister(area);
+  EXPECT_EQ(trace_detail::timesBlocks ? "timed" : "untimed", std::string(areTimed));
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_blocktimes"), globalAfter);
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_blocktimes"), moduleAfter);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    TraceConfig, BlockTimes,
+    testing::Values(std::array{"<none>", "<none>", "untimed", "n", ""},
+                    std::array{"y", "<none>", "timed", "y", ""}, std::array{"Y", "", "timed", "Y", ""},
+                    std::array{"N", "Y", "timed", "N", "Y"}, std::array{"Y", "N", "untimed", "Y", "N"},
+                    std::array{"y", "q", "timed", "y", "n"}, std::array{"q", "<dword>", "untimed", "n", ""},
+                    std::array{"<dword>", "y", "timed", "n", "y"},
+                    std::array{"yes", "", "untimed", "n", ""}));
 
 TEST(TraceConfig, ModuleValuesGoBeforeGlobalOnes) {
   SetRegistryText(TRACE_KEY, " option_format", "global|");
@@ -148,6 +189,34 @@ TEST(TraceConfig, LevelsFollowTheRegistryFromTheNextLineOn) {
     for (int level = 0; level <= highest; ++level) expected.push_back(">" + std::to_string(level) + "\r\n");
     EXPECT_EQ(sink.lines, expected) << letter;
   }
+}
+
+// The area asks for its level while somebody else is about to set it.
+TEST(TraceConfig, AnAreaDoesNotWriteOverALevelThatIsJustBeingSet) {
+  static constinit TraceArea other{"other"};
+  TraceAreaRegister(other);
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, MODULE_KEY.c_str(), 0, KEY_READ | KEY_WRITE, &key),
+            LSTATUS{ERROR_SUCCESS});
+  ASSERT_EQ(OrmRegBeginTransaction(key, 100), LSTATUS{ERROR_SUCCESS});
+  SetRegistryText(MODULE_KEY, "area", "w");
+  std::atomic<pid_t> id{0};
+  std::thread registration([&id] {
+    id.store(gettid());
+    TraceAreaRegister(area);
+  });
+  // It has found no level and waits for the writer.
+  const auto isAsleep = [&id] {
+    std::ifstream status("/proc/self/task/" + std::to_string(id.load()) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(status), {}};
+    return text.find(") S ") != std::string::npos;
+  };
+  while (id.load() == 0 || !isAsleep()) std::this_thread::yield();
+  EXPECT_EQ(OrmRegCommitTransaction(key), LSTATUS{ERROR_SUCCESS});
+  registration.join();
+  RegCloseKey(key);
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, "area"), "w");
+  EXPECT_EQ(area.level, TRACE_WARNING);
 }
 
 TEST(TraceConfig, AnotherProcessSeesTheChange) {
