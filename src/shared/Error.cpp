@@ -1,6 +1,8 @@
 // Layered errors: their shared record, the text for display and the archived form.
 #include <ormutil/Error.h>
 
+#include <memory>
+
 namespace orm {
 
 namespace {
@@ -17,7 +19,7 @@ void Error::Destroy(Record* pRecord) noexcept {
 
 void Error::MakeWritable(bool keepContents) {
   if (mpData && mpData->counter < 2) return;
-  auto* record = new Record();
+  auto record = std::make_unique<Record>();
   record->mLayers.reserve(kUsualLayers);
   if (keepContents && mpData) {
     record->mVersion = mpData->mVersion;
@@ -26,7 +28,7 @@ void Error::MakeWritable(bool keepContents) {
     record->mSuggestion = mpData->mSuggestion;
     record->mMarkedLayer = mpData->mMarkedLayer;
   }
-  Release(std::exchange(mpData, record));
+  Release(std::exchange(mpData, record.release()));
 }
 
 void Error::AddLayer(DWORD code, const String& message, bool mark) {

@@ -1,11 +1,13 @@
 // Layered errors: display text, layers, sharing, and the archived form.
 #include <ormutil/Error.h>
 
+#include <functional>
 #include <random>
 #include <string>
 
 #include "AssertionLog.h"
 #include "support/BinaryBytes.h"
+#include "support/ScarceMemory.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
@@ -209,8 +211,51 @@ TEST(Error, ImportNamesWhatIsWrong) {
   }
 }
 
+// Nothing is left over, and the errors that were there are as they were.
+TEST(Error, WantOfMemoryLosesNothing) {
+  test::AssertionLog log;  // a refused string asserts
+  Error error(5, "first", true);
+  for (const char* layer : {"second", "third", "fourth"}) error.AddLayer(ERROR_LAYER_BELOW, layer);
+  error.SetSuggestion("advice");
+  error.SetData(Binary("data", 4));
+  const std::string text = Text(error);
+  const Binary bytes = error.Export();
+  Binary damaged = bytes;
+  damaged.Set(3, 5, 1);
+  const std::pair<const char*, std::function<void()>> table[] = {
+      {"shared layers", [&] { Error(error).AddLayer(ERROR_LAYER_BELOW, "fifth"); }},
+      {"own layers",
+       [&] {
+         Error own = Error::Import(bytes);
+         try {
+           own.AddLayer(ERROR_LAYER_BELOW, "fifth", true);
+         } catch (const std::bad_alloc&) {
+           EXPECT_EQ(own.Export(), bytes);
+           throw;
+         }
+       }},
+      {"suggestion", [&] { Error(error).SetSuggestion("other"); }},
+      {"data", [&] { Error(error).SetData(Binary("other", 5)); }},
+      {"system error", [&] { Error().MakeSystemError(5, "context", true); }},
+      {"text", [&] { Text(error); }},
+      {"export", [&] { error.Export(); }},
+      {"import", [&] { EXPECT_EQ(Text(Error::Import(bytes)), text); }},
+      {"refused import", [&] { EXPECT_EQ(ImportError(damaged).GetCode(), ERROR_IMPORT_VERSION); }},
+  };
+  for (const auto& [what, operation] : table) {
+    EXPECT_GT(test::RefuseEachAllocation(operation,
+                                         [&] {
+                                           log.Take();
+                                           EXPECT_EQ(Text(error), text);
+                                         }),
+              0)
+        << what;
+  }
+}
+
 TEST(Error, SurvivesRandomMutations) {
-  test::AssertionLog log;  // a string that announces more than there is asserts
+  test::AssertionLog log;      // a string that announces more than there is asserts
+  test::refusedSize = 0x4000;  // no count makes anything of that size
   Error error(5, "first", true);
   error.AddLayer(0xE7210001, "top");
   error.SetSuggestion("advice");
@@ -236,6 +281,7 @@ TEST(Error, SurvivesRandomMutations) {
       ASSERT_EQ(failure.GetMessage(0), kImportFailed);
       ASSERT_EQ(failure.GetLayerCount(), 2u);
     }
+    log.Take();
   }
   EXPECT_GT(refused, 5000);
   EXPECT_LT(refused, 20000);

@@ -58,7 +58,9 @@ class ORMUTIL_API Error {
  public:
   Error() noexcept = default;
   // An error with one layer.
-  explicit Error(DWORD code, const String& message, bool mark = false) { AddLayer(code, message, mark); }
+  explicit Error(DWORD code, const String& message, bool mark = false) : Error() {
+    AddLayer(code, message, mark);
+  }
   Error(const Error& other) noexcept : mpData(other.mpData) {
     if (mpData) ++mpData->counter;
   }
