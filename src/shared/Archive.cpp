@@ -45,9 +45,9 @@ void WriteArchive::Reserve(unsigned size) {
   if (size <= UINT32_MAX - mPos) mpData->Reserve(mPos + size);
 }
 
-unsigned char* WriteArchive::ClaimSlowly(unsigned size) {
+unsigned char* WriteArchive::ClaimSlowly(unsigned long long size) {
   const unsigned begin = mPos == 0 ? kHeaderSize : mPos;
-  const unsigned long long end = 0ull + begin + size;
+  const unsigned long long end = begin + size;
   if (end > UINT32_MAX) Binary::Allocate(end, 0, 58);
   unsigned room = static_cast<unsigned>(end);
   const unsigned allocated = mpData->GetAllocated();
@@ -84,15 +84,13 @@ void WriteArchive::WriteString(const String& text) {
 }
 
 void WriteArchive::WriteBinary(const Binary& data) {
+  if (!mpData) return AppendSlowly(nullptr, 0);
   const uint32_t size = data.GetSize();
   const unsigned char* bytes = data.GetData();
   unsigned char* target = size <= UINT32_MAX - sizeof size ? Claim(size + 4) : nullptr;
-  if (!target) {
-    *this << size;
-    // Asked again: the stream may be written into itself, and has just moved.
-    if (size != 0) WriteData(data.GetData(), size);
-    return;
-  }
+  // The stream may be written into itself: its bytes stay where they are while it grows.
+  const Binary keep = target ? Binary() : data;
+  if (!target) target = ClaimSlowly(sizeof size + 0ull + size);
   std::memcpy(target, &size, sizeof size);
   CopyBytes(target + 4, bytes, size);
 }
@@ -179,9 +177,8 @@ void ReadArchive::ReadBinary(Binary& data) {
   ReadDataEx(reinterpret_cast<unsigned char*>(&count), sizeof count);
   const unsigned left = mpData->GetSize() - mPos;
   if (count > left) ThrowEnd();
-  const unsigned char* source = mpData->GetData() + mPos;
+  data.Assign(mpData->GetData() + mPos, count);
   mPos += count;
-  data.Assign(source, count);
 }
 
 void Archive::SetStream(Binary& stream, ModeType mode) {

@@ -2,11 +2,13 @@
 #include <ormutil/Archive.h>
 #include <ormutil/Error.h>
 
+#include <functional>
 #include <random>
 #include <string>
 
 #include "AssertionLog.h"
 #include "support/BinaryBytes.h"
+#include "support/ScarceMemory.h"
 
 using namespace orm;
 using namespace test;
@@ -128,6 +130,7 @@ TEST(Archive, RawBytesCarryNoHeaderOfTheirOwn) {
   writer.WriteData(nullptr, 0);
   EXPECT_TRUE(stream.IsEmpty());
   writer.WriteData(reinterpret_cast<const unsigned char*>("raw"), 3);
+  writer.WriteData(nullptr, 0);
   EXPECT_EQ(BytesOf(stream), kHeader + "raw");
   // The bytes of the stream itself, while it grows.
   for (int i = 0; i < 10; ++i) writer.WriteData(stream.GetData(), stream.GetSize());
@@ -214,10 +217,44 @@ TEST(Archive, MisuseIsAsserted) {
                                       failure(220, "mPos <= mpData->GetSize()")));
 }
 
+// A value is in the stream with all of its bytes or not at all.
+TEST(Archive, AWriterWithoutMemoryKeepsWhatItHas) {
+  test::AssertionLog log;
+  const std::string large(1000, 'x');
+  const std::pair<const char*, std::function<void(RawWriter&, const Binary&)>> table[] = {
+      {"bytes",
+       [&](RawWriter& writer, const Binary&) {
+         writer.WriteData(reinterpret_cast<const unsigned char*>(large.data()), 1000);
+       }},
+      {"string", [&](RawWriter& writer, const Binary&) { writer << large.c_str(); }},
+      {"buffer", [&](RawWriter& writer, const Binary&) { writer << BinaryOf("0123456789"); }},
+      {"the stream itself", [&](RawWriter& writer, const Binary& stream) { writer << stream; }},
+      {"room", [&](RawWriter& writer, const Binary&) { writer.Reserve(1000); }},
+  };
+  for (const auto& [what, write] : table) {
+    const auto operation = [&write = write] {
+      Binary stream;
+      RawWriter writer(stream);
+      writer << BinaryOf(std::string(497, 'f'));  // leaves room for the count of a buffer, not for its bytes
+      const std::string before = BytesOf(stream);
+      try {
+        write(writer, stream);
+      } catch (const std::bad_alloc&) {
+        EXPECT_EQ(BytesOf(stream), before);
+        writer << uint8_t{'!'};
+        EXPECT_EQ(BytesOf(stream), before + "!");
+        throw;
+      }
+    };
+    EXPECT_GT(test::RefuseEachAllocation(operation, [&] { log.Take(); }), 0) << what;
+  }
+}
+
 // Whatever the bytes are, a reader throws an Error or yields values; it never needs more memory than there
 // are bytes. Run under the address sanitizer to see it look outside.
 TEST(Archive, DamagedStreamsThrowOrRead) {
   test::AssertionLog log;
+  test::refusedSize = 0x4000;
   Binary stream;
   WriteArchive writer(stream);
   Error error(5, "Access is denied.", true);

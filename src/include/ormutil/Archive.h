@@ -15,8 +15,9 @@
 // a string in its serialized form, a buffer as a 32-bit count and its bytes. The header is written with the
 // first value. This library writes little-endian and reads both.
 //
-// Writing throws nothing but std::bad_alloc; misuse (no stream, an unknown format) is an assertion and, when
-// ignored, writes nothing. Reading treats the stream as untrusted and throws an Error of one layer:
+// Writing throws nothing but std::bad_alloc, and a value that found no room has left no byte in the stream.
+// Misuse is an assertion: without a stream nothing is written, and what is written in an unknown format no
+// reader takes. Reading treats the stream as untrusted and throws an Error of one layer:
 //   0xE7240001 "End of data reached during archive operation."  the value needs more bytes than are left
 //   0xE7240002 "The data are not valid archive data."           no header, or a string that cannot be decoded
 // A number that cannot be read is 0. An archive is for one thread at a time.
@@ -24,6 +25,7 @@
 
 #include <ormutil/BaseString.h>
 #include <ormutil/Binary.h>
+#include <ormutil/CopyBytes.h>
 #include <ormutil/Export.h>
 
 #include <concepts>
@@ -75,7 +77,7 @@ class WriteArchive {
   // Appends raw bytes; none of them writes nothing, not even the header. `data` may lie in the stream.
   void WriteData(const unsigned char* data, unsigned size) {
     if (unsigned char* target = Claim(size)) {
-      std::memcpy(target, data, size);
+      CopyBytes(target, data, size);
     } else {
       AppendSlowly(data, size);
     }
@@ -98,7 +100,7 @@ class WriteArchive {
     return target;
   }
   // The same whatever the state of the stream, the header included. `size` is not 0.
-  unsigned char* ClaimSlowly(unsigned size);
+  unsigned char* ClaimSlowly(unsigned long long size);
   ORMUTIL_API void AppendSlowly(const unsigned char* data, unsigned size);
 
   Binary* mpData = nullptr;
