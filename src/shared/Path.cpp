@@ -5,6 +5,8 @@
 #include "PathListing.h"
 #include "PathParser.h"
 
+#include <cstring>
+
 namespace orm {
 
 namespace {
@@ -67,6 +69,17 @@ const char* FindLastSeparator(const Path& path) {
   return last;
 }
 
+// Whether the text ends in the lead byte of a double-byte character, which would take a separator behind it
+// for its other half.
+bool EndsInHalfCharacter(const String& text) {
+  if (text.IsEmpty()) return false;
+  const char* pos = text.GetBegin();
+  const char* last = pos + std::strlen(pos) - 1;
+  if (!IsDBCSLeadByte(static_cast<BYTE>(*last))) return false;
+  while (pos < last) pos = MbcsTraits::Next(pos);
+  return pos == last;
+}
+
 }  // namespace
 
 bool Path::Set(const String& text) {
@@ -94,6 +107,7 @@ bool Path::Append(const Path& other) {
     return true;
   }
   if (other.IsEmpty()) return true;
+  if (EndsInHalfCharacter(mText)) return false;
   if (IsPlainName(other) && *SkipRoot(*this) != 0 && !HasWildcards()) {
     mText += "\\" + other.mText;
     return true;
@@ -154,6 +168,7 @@ ULONGLONG Path::GetLastWriteTime() const {
 
 void ListFiles(const Path& directory, const String& pattern, DWORD requiredAttributes,
                DWORD excludedAttributes, std::vector<ListedFile>& rFiles) {
+  if (EndsInHalfCharacter(directory.GetText())) ThrowSystemError(ERROR_INVALID_NAME);
   WIN32_FIND_DATAA data;
   Search search((directory.GetText() + "\\" + pattern).GetBegin(), data);
   do {
@@ -168,7 +183,10 @@ void Path::Enumerate(const String& pattern, DWORD requiredAttributes, DWORD excl
   result.clear();
   std::vector<ListedFile> files;
   ListFiles(*this, pattern, requiredAttributes, excludedAttributes, files);
-  for (const ListedFile& file : files) result.push_back(file.name);
+  std::vector<String> names;
+  names.reserve(files.size());
+  for (const ListedFile& file : files) names.push_back(file.name);
+  result.swap(names);
 }
 
 }  // namespace orm

@@ -177,6 +177,14 @@ TEST(Path, TrailBytesAreNoSeparators) {
   EXPECT_EQ(Parsed("\x83\x5C.\\x"), "\x83\x5C.\\x");
   // Half a character at the end.
   EXPECT_EQ(Parsed("dir\\\x83"), "dir\\\x83");
+  // Behind it no separator can stand.
+  for (const char* half : {"dir\\\x83", "\x83", "\x83\x5C\x83", "//\x83"}) {
+    EXPECT_EQ(Appended(half, "x"), kInvalid);
+    EXPECT_EQ(Appended(half, ".."), kInvalid);
+    EXPECT_EQ(Appended("dir", half), half[0] == '/' ? Parsed(half) : std::string("dir\\") + half);
+    std::vector<String> names;
+    EXPECT_EQ(ThrownCode([&] { Make(half).Enumerate("*", 0, 0, names); }), ERROR_INVALID_NAME);
+  }
   platform::SetAnsiCodePage(1252);
 }
 

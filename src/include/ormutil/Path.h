@@ -33,7 +33,8 @@ class ORMUTIL_API Path {
   bool Set(const Path& directory, const String& name);
   bool Set(const Path& directory, const Path& name);
   // Appends a relative path, or becomes the other path when that is absolute. False, the path being
-  // unchanged, when the result would climb above the root or have a wildcard before its last component.
+  // unchanged, when the result would climb above the root or have a wildcard before its last component, and
+  // when this path ends in half a double-byte character, which would swallow the separator.
   bool Append(const Path& other);
 
   const String& GetText() const { return mText; }
