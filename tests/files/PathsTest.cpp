@@ -82,6 +82,9 @@ TEST(Paths, KeepDoubleByteCharactersWhole) {
   ASSERT_TRUE(orm::platform::SetAnsiCodePage(932));
   EXPECT_EQ(UnixPath("Z:\\\x83\x5C\\\x83\x5C.txt"), "/\xE3\x82\xBD/\xE3\x82\xBD.txt");  // U+30BD
   EXPECT_EQ(AnsiPath("/\xE3\x82\xBD/a"), "Z:\\\x83\x5C\\a");
+  DWORD error = 0;
+  EXPECT_EQ(UnixPath("Z:\\a\x83/b", &error), "") << "the separator is taken for a trail byte";
+  EXPECT_EQ(error, 123u);
 }
 
 using PathFiles = Files;

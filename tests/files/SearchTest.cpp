@@ -2,6 +2,7 @@
 #include "files/FailingListing.h"
 #include "files/Files.h"
 
+#include "kernel/CodePage.h"
 #include "kernel/NameMatch.h"
 
 using namespace filestest;
@@ -48,6 +49,11 @@ TEST(NamePatterns, MeanWhatASearchMeans) {
       {"a.*", "a.b.c", true},
       {"*.", "abc", true},
       {"*.", "a.b", false},
+      {"*.", ".", true},
+      {"*.", "..", true},
+      {"*.", "a.", true},
+      {"*.", ".a", false},
+      {"a*.", "ab", true},
       {"*a*b*c*", "xaybzc", true},
       {"*a*b*c*", "xaybz", false},
       {"exact.txt", "EXACT.TXT", true},
@@ -88,6 +94,18 @@ TEST_F(Files, SearchesListInOrderAndEndWithTheirCodes) {
   EXPECT_EQ(Find(Name("readme\\*"), &end), Names());
   EXPECT_EQ(end, 3u);
   EXPECT_EQ(Find(Name(""), &end), Names());
+  EXPECT_EQ(end, 2u);
+  EXPECT_EQ(Find("", &end), Names());
+  EXPECT_EQ(end, 3u);
+  EXPECT_EQ(Find(Name("*."), &end), Names({".", "..", "readme"}));
+  EXPECT_EQ(end, 18u);
+  for (const char* pattern : {"*\\x", "a|*", "a:*", "<*", "\t*"}) {
+    EXPECT_EQ(Find(Name(pattern), &end), Names()) << pattern;
+    EXPECT_EQ(end, 123u) << pattern;
+  }
+  EXPECT_EQ(Find(Name(std::string(300, 'x') + "\\*"), &end), Names());
+  EXPECT_EQ(end, 206u);
+  EXPECT_EQ(Find(Name(std::string(300, 'x')), &end), Names());
   EXPECT_EQ(end, 2u);
   EXPECT_EQ(Find("\\\\srv\\*", &end), Names());
   EXPECT_EQ(end, 53u);
@@ -184,6 +202,66 @@ TEST_F(Files, NamesThatTheCodePageLacksAreListedAlike) {
   EXPECT_NE(std::find(first.begin(), first.end(), "\xFC.dll"), first.end());
   EXPECT_NE(std::find(first.begin(), first.end(), "?.dll"), first.end());
   EXPECT_EQ(GetFileAttributesA(Name("?.dll").c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+// On disk a name may hold what is a separator, a drive or a wildcard in a path.
+TEST_F(Files, NoListedNameLeadsElsewhere) {
+  ASSERT_EQ(mkdir(Disk("sub").c_str(), 0755), 0);
+  for (const char* name : {"..\\x.dll", "C:\\x.dll", "a*b.dll", "t\tb.dll", "q\"<>|.dll", ".x.dll"})
+    Put(name);
+  DWORD end = 0;
+  EXPECT_EQ(Find(Name("*.dll"), &end),
+            std::vector<std::string>({"..?x.dll", ".x.dll", "a?b.dll", "C??x.dll", "q????.dll", "t?b.dll"}));
+  ASSERT_EQ(chdir(disk.c_str()), 0);
+  ASSERT_EQ(mkdir("sub\\sub", 0755), 0);
+  ASSERT_EQ(chdir("sub\\sub"), 0);
+  char buffer[300];
+  ASSERT_GT(GetCurrentDirectoryA(sizeof buffer, buffer), 0u);
+  EXPECT_EQ(buffer, Name("sub?sub"));
+}
+
+// Such bytes must not turn into the page's '?' and so into a wildcard.
+TEST_F(Files, BytesThatAreNoCharacterAreNoName) {
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(936));
+  Put("?");
+  Put("a");
+  for (const char* bytes : {"\x81\x30", "\x81"}) {
+    DWORD end = 0;
+    EXPECT_TRUE(Find(Name(bytes), &end).empty());
+    EXPECT_EQ(end, 123u);
+    EXPECT_EQ(GetFileAttributesA(Name(bytes).c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetLastError(), 123u);
+    EXPECT_EQ(Opened(Name(bytes), GENERIC_WRITE, 0, CREATE_ALWAYS).error, 123u);
+  }
+  // In UTF-8 the bytes of a name are the name, whatever they are.
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(65001));
+  Put("\xFF\xFE.dll");
+  DWORD end = 0;
+  EXPECT_EQ(Find(Name("\xFF*"), &end), std::vector<std::string>({"\xFF\xFE.dll"}));
+  EXPECT_EQ(GetFileAttributesA(Name("\xFF\xFE.DLL").c_str()), FILE_ATTRIBUTE_ARCHIVE);
+}
+
+TEST_F(Files, ALinkThatLeadsNowhereIsToldOfItself) {
+  Put("file", "12345");
+  ASSERT_EQ(symlink("file", Disk("good").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", Disk("dead").c_str()), 0);
+  ASSERT_EQ(symlink("loop", Disk("loop").c_str()), 0);
+  const struct {
+    const char* name;
+    DWORD attributes, size;
+  } table[] = {{"good", FILE_ATTRIBUTE_ARCHIVE, 5},
+               {"dead", FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT, 0},
+               {"loop", FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT, 0}};
+  for (const auto& row : table) {
+    WIN32_FIND_DATAA found{};
+    const HANDLE search = FindFirstFileA(Name(row.name).c_str(), &found);
+    ASSERT_NE(search, INVALID_HANDLE_VALUE) << row.name;
+    EXPECT_TRUE(FindClose(search));
+    EXPECT_EQ(found.dwFileAttributes, row.attributes) << row.name;
+    EXPECT_EQ(found.nFileSizeLow, row.size) << row.name;
+    EXPECT_STREQ(found.cAlternateFileName, "");
+    EXPECT_EQ(GetFileAttributesA(Name(row.name).c_str()), row.attributes) << row.name;
+  }
 }
 
 }  // namespace

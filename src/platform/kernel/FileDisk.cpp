@@ -1,6 +1,8 @@
 // What every operation on files needs.
 #include "kernel/FileDisk.h"
 
+#include <fcntl.h>
+
 #include "kernel/Object.h"
 
 namespace orm::platform {
@@ -44,7 +46,12 @@ timespec TimeOf(const FILETIME& time) {
   return {ticks / ticksPerSecond - secondsTo1970, ticks % ticksPerSecond * 100};
 }
 
+int StatusOf(int folder, const char* name, struct stat* status) {
+  return fstatat(folder, name, status, 0) == 0 ? 0 : fstatat(folder, name, status, AT_SYMLINK_NOFOLLOW);
+}
+
 DWORD AttributesOf(const struct stat& status) {
+  if (S_ISLNK(status.st_mode)) return FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT;
   if (S_ISDIR(status.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
   const bool isReadOnly = (status.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0;
   return FILE_ATTRIBUTE_ARCHIVE | (isReadOnly ? FILE_ATTRIBUTE_READONLY : 0);

@@ -37,6 +37,8 @@ void FailWith(int error, const std::string& path);
 
 FILETIME FileTimeOf(const timespec& time);
 timespec TimeOf(const FILETIME& time);
+// The status of what a name in a folder leads to; of the link itself when that leads nowhere. As fstatat.
+int StatusOf(int folder, const char* name, struct stat* status);
 DWORD AttributesOf(const struct stat& status);
 
 // Fills the fields that WIN32_FIND_DATAA and WIN32_FILE_ATTRIBUTE_DATA share.
@@ -48,7 +50,8 @@ void FillAttributes(const struct stat& status, Data* data) {
   data->ftCreationTime = FileTimeOf(isOlder ? status.st_ctim : status.st_mtim);
   data->ftLastAccessTime = FileTimeOf(status.st_atim);
   data->ftLastWriteTime = FileTimeOf(status.st_mtim);
-  const auto size = S_ISDIR(status.st_mode) ? 0u : static_cast<std::uint64_t>(status.st_size);
+  const bool hasSize = !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode);
+  const auto size = hasSize ? static_cast<std::uint64_t>(status.st_size) : 0u;
   data->nFileSizeHigh = static_cast<DWORD>(size >> 32);
   data->nFileSizeLow = static_cast<DWORD>(size);
 }

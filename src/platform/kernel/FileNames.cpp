@@ -62,7 +62,7 @@ BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level, void* 
     return FALSE;
   }
   struct stat status {};
-  if (!OnName(name, [&](const char* path) { return stat(path, &status); })) return FALSE;
+  if (!OnName(name, [&](const char* path) { return StatusOf(AT_FDCWD, path, &status); })) return FALSE;
   FillAttributes(status, static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data));
   return TRUE;
 }

@@ -1,6 +1,5 @@
 // Searches of folders. The first call lists the whole folder, sorted: the order is the same on every disk,
 // and what happens in the folder meanwhile does not disturb the search.
-#include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -52,7 +51,7 @@ class FileSearch final : public KernelObject {
              0,
              {},
              {}};
-    const std::string name = AnsiFromUtf8(entry.name);
+    const std::string name = AnsiFromName(entry.name);
     memcpy(data->cFileName, name.c_str(), name.size() + 1);
   }
 
@@ -77,10 +76,9 @@ DWORD List(FolderReader& folder, const NamePattern& pattern, std::vector<Entry>*
     const std::string_view name = item->d_name;
     std::u32string folded = FoldName(name);
     if (!pattern.Matches(folded)) continue;
-    if (name.size() >= MAX_PATH && AnsiFromUtf8(name).size() >= MAX_PATH) continue;
+    if (name.size() >= MAX_PATH && AnsiFromName(name).size() >= MAX_PATH) continue;
     struct stat status;
-    if (fstatat(folder.GetDescriptor(), item->d_name, &status, 0) != 0 &&
-        fstatat(folder.GetDescriptor(), item->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (StatusOf(folder.GetDescriptor(), item->d_name, &status) != 0) {
       if (errno == ENOENT) continue;
       return ErrorFromErrno(errno);
     }
@@ -106,13 +104,16 @@ void SplitPattern(std::string_view text, std::string_view* folder, std::string_v
 }
 
 DWORD Search(const char* text, std::vector<Entry>* found) {
+  if (text == nullptr || *text == 0) return ERROR_PATH_NOT_FOUND;
   std::string_view folder, name;
-  SplitPattern(text == nullptr ? "" : text, &folder, &name);
+  SplitPattern(text, &folder, &name);
   DWORD error = ERROR_SUCCESS;
   const std::string path = TranslatePath(folder, &error);
   if (path.empty()) return error;
   if (name.empty()) return ERROR_FILE_NOT_FOUND;
-  const NamePattern pattern(Utf8FromAnsi(name));
+  std::string patternText;
+  if (!Utf8FromName(name, true, &patternText)) return ERROR_INVALID_NAME;
+  const NamePattern pattern(patternText);
   if (FolderReader spelled(path); spelled.GetError() != ENOENT) {
     return spelled.IsOpen() ? List(spelled, pattern, found) : ErrorFromErrno(spelled.GetError());
   }

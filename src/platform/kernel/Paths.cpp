@@ -68,35 +68,38 @@ std::string DriveLetters() {
   return letters;
 }
 
-// Splits at separators, character by character: a trail byte 0x5C is part of a name. Folds "." and ".." into
-// what came before; ".." does not climb above the root. False when a name holds a forbidden character.
+// What stands for something else in a path, or in no name at all.
+bool IsForbiddenInNames(char c) {
+  static constexpr std::string_view forbidden = "<>\"|:*?\\/";
+  return static_cast<unsigned char>(c) < 32 || forbidden.find(c) != std::string_view::npos;
+}
+
+// Folds "." and ".." into what came before; ".." does not climb above the root. False for what is no name.
+bool AppendComponent(std::string_view name, std::vector<std::string>* parts) {
+  if (name == "..") {
+    if (!parts->empty()) parts->pop_back();
+  } else if (!name.empty() && name != ".") {
+    std::string converted;
+    if (!Utf8FromName(name, false, &converted)) return false;
+    parts->push_back(std::move(converted));
+  }
+  return true;
+}
+
+// Splits at separators, character by character: a trail byte 0x5C is part of a name.
 bool AppendComponents(std::string_view text, std::vector<std::string>* parts) {
   const CodePage& page = AnsiCodePage();
-  const auto* current = reinterpret_cast<const unsigned char*>(text.data());
-  const unsigned char* end = current + text.size();
-  std::string name;
-  const auto finish = [&] {
-    if (name == "..") {
-      if (!parts->empty()) parts->pop_back();
-    } else if (!name.empty() && name != ".") {
-      parts->push_back(Utf8FromAnsi(name));
+  const auto* start = reinterpret_cast<const unsigned char*>(text.data());
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t size = page.CharacterSize(start + at, start + text.size());
+    if (size == 1 && IsSeparator(text[at])) {
+      if (!AppendComponent(text.substr(begin, at - begin), parts)) return false;
+      begin = at + 1;
     }
-    name.clear();
-  };
-  while (current != end) {
-    const std::size_t size = page.CharacterSize(current, end);
-    const char c = static_cast<char>(*current);
-    if (size == 1 && IsSeparator(c)) {
-      finish();
-    } else {
-      static constexpr std::string_view forbidden = "<>\"|:*?";
-      if (size == 1 && (*current < 32 || forbidden.find(c) != std::string_view::npos)) return false;
-      name.append(reinterpret_cast<const char*>(current), size);
-    }
-    current += size;
+    at += size;
   }
-  finish();
-  return true;
+  return AppendComponent(text.substr(begin), parts);
 }
 
 std::string Join(const std::string& root, const std::vector<std::string>& parts) {
@@ -154,6 +157,34 @@ std::u32string FoldName(std::string_view name) {
   folded.reserve(name.size());
   while (!name.empty()) folded.push_back(Lower(NextCharacter(&name)));
   return folded;
+}
+
+bool Utf8FromName(std::string_view name, bool isPattern, std::string* converted) {
+  const CodePage& page = AnsiCodePage();
+  const auto* current = reinterpret_cast<const unsigned char*>(name.data());
+  const unsigned char* end = current + name.size();
+  for (std::size_t size = 0; current != end; current += size) {
+    size = page.CharacterSize(current, end);
+    const bool isWildcard = *current == '*' || *current == '?';
+    if (size == 1 && IsForbiddenInNames(static_cast<char>(*current)) && !(isPattern && isWildcard))
+      return false;
+    if (page.kind == CodePage::Kind::Utf8) continue;
+    const std::uint16_t unit = size == 2
+                                   ? page.pairToWide[static_cast<std::size_t>(current[0] << 8 | current[1])]
+                                   : page.toWide[*current];
+    // The character that stands for such bytes elsewhere may be a wildcard, and would be another name.
+    if (unit == CodePage::noCharacter) return false;
+  }
+  *converted = Utf8FromAnsi(name);
+  return true;
+}
+
+std::string AnsiFromName(std::string_view name) {
+  std::string plain(name);
+  for (char& c : plain) {
+    if (IsForbiddenInNames(c)) c = '?';
+  }
+  return AnsiFromUtf8(plain);
 }
 
 std::string ResolveCase(const std::string& path) {
@@ -231,7 +262,6 @@ std::string UnixPath(const char* ansiPath, DWORD* error) {
 std::string AnsiPath(const std::string& unixPath) {
   std::string best;
   char bestLetter = 0;
-  std::string rest = unixPath;
   if (!unixPath.empty() && unixPath[0] == '/') {
     for (const char letter : DriveLetters()) {
       std::string target;
@@ -244,9 +274,13 @@ std::string AnsiPath(const std::string& unixPath) {
       }
     }
   }
+  std::string rest = unixPath.substr(best.size());
+  for (char& c : rest) {
+    if (c != '/' && IsForbiddenInNames(c)) c = '?';
+  }
   if (bestLetter != 0) {
-    rest = std::string(1, static_cast<char>(bestLetter - 32)) + ':' + unixPath.substr(best.size());
-    if (rest.size() == 2) rest += '/';
+    if (rest.empty()) rest = '/';
+    rest = std::string(1, static_cast<char>(bestLetter - 32)) + ':' + rest;
   }
   // No page has the slash as the second byte of a character.
   std::string text = AnsiFromUtf8(rest);

@@ -24,9 +24,17 @@ ORM_PLATFORM_API std::string UnixPath(const char* ansiPath, DWORD* error = nullp
 // callers that try the path first and call ResolveCase when it is not there. `error` is set always.
 std::string TranslatePath(std::string_view ansiPath, DWORD* error);
 
+// The UTF-8 form of one component of an interface path. False when it holds a character that no name may
+// contain (wildcards may stand in a pattern), or bytes that are no character of the code page.
+bool Utf8FromName(std::string_view name, bool isPattern, std::string* converted);
+
+// The name of a folder's entry as the interfaces have it. What the code page lacks is '?', and so is what
+// would be taken for something else in a path: no entry of a folder can lead out of it.
+std::string AnsiFromName(std::string_view name);
+
 // The interface path that names an absolute path on disk: the drive with the longest matching target
-// ("C:\..." under drive_c, otherwise "Z:\..."). Names that the code page cannot express come as
-// CodePage.h makes them. A path that is not absolute is only turned around. Any thread.
+// ("C:\..." under drive_c, otherwise "Z:\..."). Names come as AnsiFromName makes them. A path that is not
+// absolute is only turned around. Any thread.
 ORM_PLATFORM_API std::string AnsiPath(const std::string& unixPath);
 
 // Looks for each component that is absent as spelled without regard to case; an absolute UTF-8 path in and

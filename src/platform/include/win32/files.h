@@ -32,6 +32,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x0010;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x0020;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x0080;
 inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x0100;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x0400;  // a link that leads nowhere
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 
 inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
@@ -120,14 +121,17 @@ ORM_PLATFORM_API BOOL MoveFileExA(const char* from, const char* to, DWORD flags)
 ORM_PLATFORM_API BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes);
 ORM_PLATFORM_API BOOL RemoveDirectoryA(const char* name);
 
-// INVALID_FILE_ATTRIBUTES when there is no such file.
+// INVALID_FILE_ATTRIBUTES when there is no such file. Links are followed; one that leads nowhere is told of
+// itself.
 ORM_PLATFORM_API DWORD GetFileAttributesA(const char* name);
 ORM_PLATFORM_API BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level, void* data);
 
 // Lists the entries of a folder that match a pattern of `*` and `?` in its last component, without regard to
 // case, in case-insensitive order of names, `.` and `..` first. "*.*" matches every name. The listing is made
-// by the first call; an entry that vanishes afterwards is still listed as it was. INVALID_HANDLE_VALUE on
-// failure: 2 nothing matches, 3 no such folder. The handle belongs to FindNextFileA and FindClose only.
+// by the first call; an entry that vanishes afterwards is still listed as it was. In a name, '?' stands for
+// what the code page lacks and for what no path may hold. INVALID_HANDLE_VALUE on failure: 2 nothing matches,
+// 3 no such folder, 123 the pattern holds what no name may, another error when not all of the folder could be
+// read. The handle belongs to FindNextFileA and FindClose only.
 ORM_PLATFORM_API HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data);
 // FALSE with ERROR_NO_MORE_FILES (18) at the end.
 ORM_PLATFORM_API BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
