@@ -10,7 +10,7 @@ namespace orm::platform {
 
 NamePattern::NamePattern(std::string_view pattern) : mPattern(FoldName(pattern == "*.*" ? "*" : pattern)) {
   if (mPattern.size() >= 2 && mPattern.ends_with(U"*.")) {
-    mWithoutStop = true;
+    mHasNoExtension = true;
     mPattern.pop_back();
   }
   mIsExtension = mPattern.starts_with(U"*.") && mPattern.size() > 2 &&
@@ -30,7 +30,7 @@ void NamePattern::Spread(std::vector<char>* reached, char32_t next, bool atEnd) 
 }
 
 bool NamePattern::Matches(const std::u32string& name) const {
-  if (mWithoutStop && name.find(U'.') != std::u32string::npos) return false;
+  if (mHasNoExtension && name.rfind(U'.') < name.size() - 1) return false;
   if (mIsExtension) return name.ends_with(std::u32string_view(mPattern).substr(1));
   std::vector<char> reached(mPattern.size() + 1), after(mPattern.size() + 1);
   reached[0] = 1;

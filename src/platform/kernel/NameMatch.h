@@ -14,7 +14,7 @@ ORM_PLATFORM_API std::u32string FoldName(std::string_view name);
 
 // A pattern of a search. Besides the plain meaning of the two signs: "*.*" is every name; a `?` also stands
 // for nothing before a full stop and at the end; ".*" at the end also matches a name without it; "*." is a
-// name without a full stop.
+// name with nothing behind its last full stop, such as "." itself, or without any.
 class ORM_PLATFORM_API NamePattern {
  public:
   explicit NamePattern(std::string_view pattern);
@@ -24,7 +24,7 @@ class ORM_PLATFORM_API NamePattern {
   void Spread(std::vector<char>* reached, char32_t next, bool atEnd) const;
 
   std::u32string mPattern;
-  bool mWithoutStop = false;
+  bool mHasNoExtension = false;
   bool mIsExtension = false;  // a star, a full stop and plain letters: by far the most frequent pattern
 };
 
