@@ -1,6 +1,7 @@
 // Files and folders by name, and the folders with names of their own.
 #include "files/Files.h"
 
+#include "kernel/CodePage.h"
 #include "kernel/Machine.h"
 
 using namespace filestest;
@@ -77,6 +78,18 @@ TEST_F(Files, TheSystemsFoldersAreOnDriveC) {
   EXPECT_EQ(GetTempPathA(0, nullptr), 17u);
 }
 
+// The last byte of 0x83 0x5C looks like a back slash.
+TEST_F(Files, AWholePathEndsOpenByItsLastCharacter) {
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(932));
+  const std::pair<const char*, const char*> table[] = {
+      {"Z:\\\x83\x5C", "Z:\\\x83\x5C"}, {"Z:/\x83\x5C/", "Z:\\\x83\x5C\\"}, {"Z:\\a/", "Z:\\a\\"}};
+  for (const auto& [name, whole] : table) {
+    char buffer[300] = "";
+    ASSERT_GT(GetFullPathNameA(name, sizeof buffer, buffer, nullptr), 0u);
+    EXPECT_STREQ(buffer, whole);
+  }
+}
+
 TEST_F(Files, TheCurrentFolderIsFoundAndChanged) {
   ASSERT_EQ(mkdir(Disk("Sub").c_str(), 0755), 0);
   Put("Sub/f");
@@ -95,6 +108,8 @@ TEST_F(Files, TheCurrentFolderIsFoundAndChanged) {
   ASSERT_GT(GetFullPathNameA("x\\", sizeof buffer, buffer, &part), 0u);
   EXPECT_EQ(buffer, Name("Sub\\x\\"));
   EXPECT_EQ(part, nullptr);
+  ASSERT_GT(GetFullPathNameA("Z:/", sizeof buffer, buffer, &part), 0u);
+  EXPECT_STREQ(buffer, "Z:\\");
   ASSERT_TRUE(SetCurrentDirectoryA("C:\\Windows"));
   EXPECT_EQ(GetCurrentDirectoryA(sizeof buffer, buffer), 10u);
   EXPECT_STREQ(buffer, "C:\\Windows");

@@ -27,6 +27,13 @@ DWORD DeliverMachineFolder(const char* text, char* buffer, DWORD size) {
   return 0;
 }
 
+// A trail byte is none.
+bool EndsInSeparator(const char* name) {
+  const auto* text = reinterpret_cast<const unsigned char*>(name);
+  const unsigned char* last = _mbsdec(text, text + strlen(name));
+  return last != nullptr && last[1] == 0 && (*last == '\\' || *last == '/');
+}
+
 }  // namespace
 }  // namespace orm::platform
 
@@ -64,10 +71,7 @@ DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePa
   const std::string path = TranslateOrFail(name);
   if (path.empty()) return 0;
   std::string text = AnsiPath(path);
-  const std::size_t length = strlen(name);
-  const bool endsOpen =
-      length > 0 && (name[length - 1] == '\\' || name[length - 1] == '/') && text.back() != '\\';
-  if (endsOpen) text += '\\';
+  if (text.size() > strlen("X:\\") && EndsInSeparator(name)) text += '\\';
   const DWORD result = Deliver(text, buffer, size);
   if (filePart != nullptr && result < size) {
     auto* last = reinterpret_cast<char*>(_mbsrchr(reinterpret_cast<unsigned char*>(buffer), '\\'));

@@ -25,6 +25,7 @@
 #include "kernel/ModuleEntries.h"
 #include "kernel/Paths.h"
 #include "kernel/ThreadRecord.h"
+#include "win32/nls.h"
 
 namespace orm::platform {
 
@@ -193,9 +194,14 @@ HMODULE Load(const std::string& path) {
   return Accept(std::move(handle), attachFailed);
 }
 
+bool HasFolder(const char* name) {
+  const auto bytes = [](const char* text) { return reinterpret_cast<const unsigned char*>(text); };
+  return _mbspbrk(bytes(name), bytes("/\\:")) != nullptr;
+}
+
 // A name without a folder is looked for beside the program, then where the loader looks.
 std::string LibraryPath(const char* name) {
-  if (strpbrk(name, "/\\:") != nullptr) return UnixPath(name);
+  if (HasFolder(name)) return UnixPath(name);
   char program[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", program, sizeof(program));
   if (length > 0) {
@@ -333,7 +339,7 @@ HMODULE GetModuleHandleA(const char* name) noexcept {
   HMODULE module = PlatformModule(name);
   if (module == nullptr) {
     FindByName find{name, {}};
-    if (strpbrk(name, "/\\:") != nullptr) find.path = UnixPath(name);
+    if (HasFolder(name)) find.path = UnixPath(name);
     dl_iterate_phdr(&VisitImage, &find);
     module = find.found;
     if (module == nullptr && strcasecmp(FileNameOf(ProgramPath().c_str()), name) == 0)
