@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -153,6 +154,83 @@ TEST_F(Windows, AreCreatedPaintedAndDestroyedInOrder) {
   EXPECT_FALSE(GetMessageA(&message, nullptr, 0, 0)) << "a destroyed window's messages go with it";
   EXPECT_FALSE(PostMessageA(window, WM_APP, 0, 0));
   EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
+}
+
+// What a window has to paint and what its queue says of that never part, whoever was first.
+TEST_F(Windows, NoInvalidationIsLostBetweenThreads) {
+  constexpr int rounds = 20000;
+  const HWND window = MakeWindow();
+  std::atomic<int> arrived{0};
+  // Threads that are woken arrive one after the other; those that spin, at once.
+  const auto meet = [&arrived](int place) {
+    ++arrived;
+    while (arrived < 2 * place) std::this_thread::yield();
+  };
+  std::thread other([&] {
+    for (int round = 0; round < rounds; ++round) {
+      meet(2 * round + 1);
+      // A little later each time, so that it falls into every part of what the owner does.
+      for (std::atomic<int> pause = round % 256; pause > 0; --pause) {
+      }
+      InvalidateRect(window, nullptr, FALSE);
+      meet(2 * round + 2);
+    }
+  });
+  int wrong = 0;
+  for (int round = 0; round < rounds; ++round) {
+    meet(2 * round + 1);
+    ValidateRect(window, nullptr);
+    meet(2 * round + 2);
+    const DWORD status = GetQueueStatus(QS_PAINT);
+    const DWORD expected = GetUpdateRect(window, nullptr, FALSE) ? QS_PAINT << 16 | QS_PAINT : 0;
+    wrong += status != expected;
+    ValidateRect(window, nullptr);
+  }
+  other.join();
+  EXPECT_EQ(0, wrong);
+  DestroyWindow(window);
+}
+
+TEST_F(Windows, PaintingIsAskedForUntilAllIsDone) {
+  const HWND window = MakeWindow();
+  const RECT outside{200, 0, 300, 10}, left{0, 0, 20, 50}, right{80, 0, 100, 50};
+  InvalidateRect(window, &outside, TRUE);
+  EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_PAINT));
+  InvalidateRect(window, &left, FALSE);
+  RECT area;
+  BOOL erase = TRUE;
+  EXPECT_TRUE(OrmTakeUpdateRect(window, &area, &erase));
+  EXPECT_FALSE(erase) << "nothing of the window was outside";
+  // While that is being painted, more becomes invalid, and again after the queue was looked at.
+  MSG message;
+  for (const RECT* part : {&right, &left}) {
+    InvalidateRect(window, part, FALSE);
+    EXPECT_EQ(WAIT_OBJECT_0, Wait(QS_PAINT)) << "an invalidation is new input";
+    for (int look = 0; look < 3; ++look) {
+      EXPECT_TRUE(PeekMessageA(&message, nullptr, 0, 0, look == 1 ? PM_NOREMOVE : PM_REMOVE));
+      EXPECT_EQ(WM_PAINT, message.message);
+      EXPECT_EQ(WAIT_TIMEOUT, Wait(QS_PAINT)) << "which was looked at";
+      EXPECT_EQ(WAIT_OBJECT_0, MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_PAINT, MWMO_INPUTAVAILABLE));
+    }
+  }
+  EXPECT_TRUE(OrmTakeUpdateRect(window, &area, &erase));
+  EXPECT_EQ(100, area.right - area.left);
+  EXPECT_EQ(WAIT_TIMEOUT, MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_PAINT, MWMO_INPUTAVAILABLE));
+  DestroyWindow(window);
+}
+
+// A window that refuses its own creation takes along what it had asked for.
+TEST_F(Windows, RefusedOnesLeaveNothingBehind) {
+  WNDCLASSA windowClass{};
+  windowClass.lpfnWndProc = [](HWND window, UINT, WPARAM, LPARAM) -> LRESULT {
+    InvalidateRect(window, nullptr, TRUE);
+    PostMessageA(window, WM_APP, 0, 0);
+    return 0;
+  };
+  windowClass.lpszClassName = "Refuser";
+  RegisterClassA(&windowClass);
+  EXPECT_EQ(nullptr, CreateWindowExA(0, "refuser", "", 0, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(0u, GetQueueStatus(QS_ALLINPUT));
 }
 
 TEST_F(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {

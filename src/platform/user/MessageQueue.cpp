@@ -156,19 +156,17 @@ void MessageQueue::PostQuit(int exitCode) {
   WakeAll();
 }
 
-void MessageQueue::PaintNeeded() {
+// The windows are looked at under the content lock. Otherwise what another thread invalidates between the
+// look and the note of its outcome would go unnoticed, and a wait would sleep on it.
+void MessageQueue::UpdatePaint(DWORD threadId, bool invalidated) {
+  bool wakes = false;
   {
     const std::lock_guard lock(mLock);
-    mPaint = true;
-    UpdatePending(QS_PAINT);
+    mPaint = FindDirtyWindow(threadId, nullptr) != nullptr;
+    wakes = mPaint && invalidated;
+    UpdatePending(wakes ? QS_PAINT : 0);
   }
-  WakeAll();
-}
-
-void MessageQueue::SetPaintPending(bool pending) {
-  const std::lock_guard lock(mLock);
-  mPaint = pending;
-  UpdatePending();
+  if (wakes) WakeAll();
 }
 
 std::shared_ptr<SentMessage> MessageQueue::TakeSent() {

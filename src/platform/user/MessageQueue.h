@@ -60,8 +60,9 @@ class MessageQueue final : public Waitable {
   bool PostInput(const MSG& message);
   bool Send(std::shared_ptr<SentMessage> message);
   void PostQuit(int exitCode);
-  // A window of the thread has (or has no longer) something to paint.
-  void PaintNeeded();
+  // Looks whether a window of the queue's thread has something to paint. After an invalidation that is new
+  // input, also when there was something to paint before.
+  void UpdatePaint(DWORD threadId, bool invalidated);
 
   std::shared_ptr<SentMessage> TakeSent();
   std::optional<MSG> FindPosted(const MessageFilter& filter, bool remove);
@@ -78,7 +79,6 @@ class MessageQueue final : public Waitable {
   // Kinds that are there, and that are new since they were last looked at.
   UINT Pending() const noexcept { return mPending.load(std::memory_order_acquire); }
   UINT TakeNew(UINT kinds) noexcept { return mNew.fetch_and(~kinds, std::memory_order_acq_rel) & kinds; }
-  void SetPaintPending(bool pending);
 
   MessageQueue() noexcept : Waitable(kKind) {}
 

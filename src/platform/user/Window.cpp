@@ -90,10 +90,20 @@ bool WithWindow(HWND handle, Use&& use) {
   return true;
 }
 
-// Tells the thread's queue whether anything is left to paint.
-void UpdatePaintState(DWORD threadId) {
-  const bool dirty = FindDirtyWindow(threadId, nullptr) != nullptr;
-  if (const auto queue = MessageQueue::OfThread(threadId)) queue->SetPaintPending(dirty);
+// Tells the thread's queue that the windows' update areas have changed.
+void UpdatePaintState(DWORD threadId, bool invalidated = false) {
+  if (const auto queue = MessageQueue::OfThread(threadId)) queue->UpdatePaint(threadId, invalidated);
+}
+
+// The window's end: nobody finds it any more, and what was waiting for it is gone.
+void Forget(const Window& window) {
+  {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    tables.windows.erase(window.handle);
+  }
+  if (const auto queue = MessageQueue::OfThread(window.threadId)) queue->ForgetWindow(window.handle);
+  UpdatePaintState(window.threadId);
 }
 
 std::vector<HWND> ChildrenOf(HWND parent) {
@@ -113,13 +123,7 @@ void Destroy(const Window& window) {
   window.procedure(window.handle, WM_DESTROY, 0, 0);
   for (const HWND child : ChildrenOf(window.handle)) DestroyWindow(child);
   window.procedure(window.handle, WM_NCDESTROY, 0, 0);
-  {
-    Tables& tables = Get();
-    const std::lock_guard lock(tables.lock);
-    tables.windows.erase(window.handle);
-  }
-  if (const auto queue = MessageQueue::OfThread(window.threadId)) queue->ForgetWindow(window.handle);
-  UpdatePaintState(window.threadId);
+  Forget(window);
 }
 
 }  // namespace
@@ -220,9 +224,7 @@ HWND CreateWindowExA(DWORD extendedStyle, const char* className, const char* tit
       title,     className, extendedStyle};
   const auto second = reinterpret_cast<LPARAM>(&create);
   if (window.procedure(window.handle, WM_NCCREATE, 0, second) == 0) {
-    Tables& tables = Get();
-    const std::lock_guard lock(tables.lock);
-    tables.windows.erase(window.handle);
+    Forget(window);
     return nullptr;
   }
   if (window.procedure(window.handle, WM_CREATE, 0, second) == -1) {
@@ -289,17 +291,17 @@ DWORD GetWindowThreadProcessId(HWND window, DWORD* processId) noexcept {
 
 BOOL InvalidateRect(HWND handle, const RECT* rectangle, BOOL erase) noexcept {
   DWORD threadId = 0;
-  bool dirty = false;
+  bool invalidated = false;
   const bool known = WithWindow(handle, [&](Window& window) {
     const RECT client = ClientOf(window);
-    window.update = Union(window.update, rectangle != nullptr ? Intersection(*rectangle, client) : client);
+    const RECT area = rectangle != nullptr ? Intersection(*rectangle, client) : client;
+    invalidated = !IsEmpty(area);
+    if (!invalidated) return;
+    window.update = Union(window.update, area);
     window.erase = window.erase || erase;
-    dirty = !IsEmpty(window.update);
     threadId = window.threadId;
   });
-  if (dirty) {
-    if (const auto queue = MessageQueue::OfThread(threadId)) queue->PaintNeeded();
-  }
+  if (invalidated) UpdatePaintState(threadId, true);
   return known;
 }
 
