@@ -1,6 +1,7 @@
 // Device-independent bits: every depth, order of rows and compression in, every depth out, and bad headers.
 #include <algorithm>
 #include <array>
+#include <memory>
 
 #include "gdi/Canvas.h"
 
@@ -174,6 +175,13 @@ TEST_F(DibTest, HeadersThatMakeNoSenseAreRefused) {
     EXPECT_EQ(SetDIBits(nullptr, canvas.bitmap, 0, 4, bits, info.Get(), DIB_RGB_COLORS), 0);
     EXPECT_EQ(
         StretchDIBits(canvas.context, 0, 0, 4, 4, 0, 0, 4, 4, bits, info.Get(), DIB_RGB_COLORS, SRCCOPY), 0);
+    // On the heap and no longer than a table of 256 colours, for the address sanitizer.
+    const auto asked = std::make_unique<DibInfo>(info);
+    for (void* const buffer : {static_cast<void*>(bits), static_cast<void*>(nullptr)}) {
+      if (info.header.biBitCount == 0 && !buffer) continue;  // asks for the description
+      EXPECT_EQ(GetDIBits(nullptr, canvas.bitmap, 0, 4, buffer, asked->Get(), DIB_RGB_COLORS), 0);
+      EXPECT_EQ(std::memcmp(asked.get(), &info, sizeof info), 0) << "what was refused is not written";
+    }
     EXPECT_EQ(CreateDIBSection(nullptr, info.Get(), DIB_RGB_COLORS, &memory, nullptr, 0), nullptr);
   };
   for (const int bits : {0, 2, 3, 5, 15, 48, 65535}) refused(DibInfo(4, 4, bits));
@@ -191,6 +199,12 @@ TEST_F(DibTest, HeadersThatMakeNoSenseAreRefused) {
   DibInfo core(4, 4, 24);
   core.header.biSize = 12;
   refused(core);
+  for (const int bits : {1, 8, 24})  // the table would begin anywhere
+    for (const DWORD size : {125u, 4000u, 0xFFFFFFFFu}) {
+      DibInfo far(4, 4, bits);
+      far.header.biSize = size;
+      refused(far);
+    }
   for (const SIZE size :
        {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}})
     refused(DibInfo(size.cx, size.cy, 24));
@@ -207,6 +221,57 @@ TEST_F(DibTest, SizeIsToldWithoutABuffer) {
   EXPECT_EQ(unknown.header.biHeight, 5);
   EXPECT_EQ(unknown.header.biBitCount, 24);
   EXPECT_EQ(GetDIBits(nullptr, nullptr, 0, 0, nullptr, info.Get(), DIB_RGB_COLORS), 0);
+}
+
+// No row is written that the bitmap does not have, the caller did not ask for or the header does not
+// announce.
+TEST_F(DibTest, RowsAreReadWithinEveryBound) {
+  const Canvas canvas(1, 5);
+  for (int y = 0; y < 5; ++y) canvas.At(0, y) = static_cast<std::uint32_t>(4 - y + 1);  // from below: 1 to 5
+  const struct {
+    LONG headerHeight;
+    UINT start, lines;
+    std::vector<std::uint32_t> rows;
+  } cases[] = {{5, 0, 5, {1, 2, 3, 4, 5}},
+               {5, 3, 5, {4, 5}},
+               {5, 2, 2, {3, 4}},
+               {5, 3, UINT32_MAX, {4, 5}},
+               {5, 5, 1, {}},
+               {5, UINT32_MAX, UINT32_MAX, {}},
+               {5, 1, 0, {}},
+               {2, 0, 5, {1, 2}},
+               {2, 1, 5, {2, 3}},
+               {9, 0, 9, {1, 2, 3, 4, 5}},
+               {-5, 0, 5, {5, 4, 3, 2, 1}},
+               {-5, 1, 0, {}}};
+  for (const auto& c : cases) {
+    DibInfo info(1, c.headerHeight, 32);
+    std::vector<std::uint32_t> bits(9, 0xEEEEEEEE), expected = c.rows;
+    expected.resize(bits.size(), 0xEEEEEEEE);
+    EXPECT_EQ(GetDIBits(nullptr, canvas.bitmap, c.start, c.lines, bits.data(), info.Get(), DIB_RGB_COLORS),
+              static_cast<int>(c.rows.size()))
+        << c.start << "," << c.lines;
+    EXPECT_EQ(bits, expected) << c.start << "," << c.lines;
+  }
+  DibInfo info(1, 5, 32);
+  EXPECT_EQ(SetDIBits(nullptr, canvas.bitmap, 1, 0, cases, info.Get(), DIB_RGB_COLORS), 0);
+  EXPECT_EQ(SetDIBits(nullptr, canvas.bitmap, 0, 5, nullptr, info.Get(), DIB_RGB_COLORS), 0);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+// The table is only written: what stands there, and how much the header says there is, does not matter.
+TEST_F(DibTest, ReadingWritesTheWholeColourTable) {
+  const Canvas canvas(4, 1, 8);
+  canvas.Row(0)[1] = 77;
+  DibInfo info(4, 1, 8);
+  info.header.biClrUsed = 3;
+  BYTE bits[4];
+  EXPECT_EQ(GetDIBits(nullptr, canvas.bitmap, 0, 1, bits, info.Get(), DIB_RGB_COLORS), 1);
+  EXPECT_EQ(bits[1], 77) << "the bitmap's own colours, so its own indices";
+  RGBQUAD colors[256];
+  EXPECT_EQ(GetDIBColorTable(canvas.context, 0, 256, colors), 256u);
+  EXPECT_EQ(std::memcmp(info.colors, colors, sizeof colors), 0);
+  EXPECT_EQ(info.header.biClrUsed, 0u);
 }
 
 TEST_F(DibTest, SectionsShareTheirPixelsAndColours) {

@@ -147,8 +147,8 @@ class RunDecoder {
 
 }  // namespace
 
-std::optional<Dib> ParseDib(const BITMAPINFO* info, UINT usage, const Context* context) {
-  if (!info || usage > DIB_PAL_COLORS) return std::nullopt;
+std::optional<Dib> ParseDibHeader(const BITMAPINFO* info) {
+  if (!info) return std::nullopt;
   const BITMAPINFOHEADER& header = info->bmiHeader;
   if (header.biSize < sizeof(BITMAPINFOHEADER) || header.biSize > longestHeader || header.biPlanes != 1)
     return std::nullopt;
@@ -160,7 +160,13 @@ std::optional<Dib> ParseDib(const BITMAPINFO* info, UINT usage, const Context* c
   if (!ReadFormat(dib, info)) return std::nullopt;
   dib.stride = Surface::StrideFor(dib.width, dib.format.bits, 4);
   if (dib.stride > INT32_MAX / dib.height) return std::nullopt;
-  if (dib.format.bits <= 8 && !ReadColors(dib, info, usage, context)) return std::nullopt;
+  return dib;
+}
+
+std::optional<Dib> ParseDib(const BITMAPINFO* info, UINT usage, const Context* context) {
+  auto dib = ParseDibHeader(info);
+  if (!dib || usage > DIB_PAL_COLORS) return std::nullopt;
+  if (dib->format.bits <= 8 && !ReadColors(*dib, info, usage, context)) return std::nullopt;
   return dib;
 }
 

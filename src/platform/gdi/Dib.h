@@ -22,7 +22,9 @@ struct Dib {
 };
 
 // Nothing when the header makes no sense: sizes below 1 or beyond 2^31 bytes, unknown depth or compression,
-// channel masks that are no runs. DIB_PAL_COLORS needs a context. Pixels are not looked at.
+// channel masks that are no runs. The colour table is not looked at.
+std::optional<Dib> ParseDibHeader(const BITMAPINFO* info);
+// The same with the colour table; DIB_PAL_COLORS needs a context. Pixels are not looked at.
 std::optional<Dib> ParseDib(const BITMAPINFO* info, UINT usage, const Context* context);
 
 // Decodes run-length data (BI_RLE8, BI_RLE4) and hands on every run of pixel indices, rows counted from the

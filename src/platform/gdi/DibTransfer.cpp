@@ -114,28 +114,39 @@ int StoreRows(Bitmap& bitmap, const Dib& dib, UINT start, UINT lines, const void
   const auto height = static_cast<UINT>(dib.height);
   if (start >= height) return 0;
   const int count = static_cast<int>(std::min(lines, height - start));
+  if (count == 0) return 0;
   Surface view;
   ViewRows(view, dib, bits, count);
   CopyRows(destination, view, static_cast<int>(start));
   return count;
 }
 
+// The form that a caller asks for. A colour table of colours is written, not read; nothing is written before
+// the header is known to make sense, since it says where the table is and how long.
+std::optional<Dib> PrepareOutput(const Surface& source, BITMAPINFO* info, UINT usage,
+                                 const Context* context) {
+  if (usage == DIB_PAL_COLORS) return ParseDib(info, usage, context);
+  auto dib = usage == DIB_RGB_COLORS ? ParseDibHeader(info) : std::nullopt;
+  if (!dib || dib->runLength || dib->format.bits > 8) return dib;
+  dib->colors = ColorsFor(source, dib->format.bits);
+  info->bmiHeader.biClrUsed = 0;
+  StoreColors(dib->colors, info);
+  return dib;
+}
+
 int CopyRowsOut(Bitmap& bitmap, UINT start, UINT lines, void* bits, BITMAPINFO* info, UINT usage,
                 const Context* context) {
   Surface& source = bitmap.surface;
   const SurfaceLock lock(source);
-  const int infoBits = info->bmiHeader.biBitCount;
-  if (infoBits <= 8 && info->bmiHeader.biCompression == BI_RGB && usage == DIB_RGB_COLORS) {
-    info->bmiHeader.biClrUsed = 0;
-    StoreColors(ColorsFor(source, infoBits), info);
-  }
-  const auto dib = ParseDib(info, usage, context);
+  const auto dib = PrepareOutput(source, info, usage, context);
   if (!dib || dib->runLength) return FailWith(ERROR_INVALID_PARAMETER);
   info->bmiHeader.biSizeImage = static_cast<DWORD>(dib->stride * dib->height);
-  const auto height = static_cast<UINT>(source.height);
   if (!bits) return source.height;
+  const auto height = static_cast<UINT>(source.height);
   if (start >= height) return 0;
-  const int count = static_cast<int>(std::min(lines, height - start));
+  // No more rows than the header announces, whose size the caller takes for that of the buffer.
+  const int count = static_cast<int>(std::min({lines, height - start, static_cast<UINT>(dib->height)}));
+  if (count == 0) return 0;
   Surface view;
   ViewRows(view, *dib, bits, count);
   const POINT from{0, source.height - static_cast<int>(start) - count};
