@@ -124,5 +124,60 @@ TEST_F(ObjectTest, SectionsDescribeThemselves) {
   DeleteObject(section);
 }
 
+// A memory context's compatible bitmaps are like the bitmap that it holds, whatever the screen is.
+TEST_F(ObjectTest, CompatibleBitmapsFollowTheSelectedOne) {
+  const HDC context = CreateCompatibleDC(nullptr);
+  const struct {
+    int bits, height;
+    DWORD compression;
+  } sections[] = {{1, -3, BI_RGB}, {4, 3, BI_RGB},   {8, -3, BI_RGB},       {16, 3, BI_RGB},
+                  {24, 3, BI_RGB}, {32, -3, BI_RGB}, {16, -3, BI_BITFIELDS}};
+  for (const auto& c : sections) {
+    DibInfo info(5, c.height, c.bits, c.compression);
+    for (int i = 0; i < 256; ++i) info.colors[i] = {static_cast<BYTE>(i), 7, static_cast<BYTE>(255 - i), 0};
+    if (c.compression == BI_BITFIELDS) info.SetMasks(0xF800, 0x07E0, 0x001F);
+    void* bits = nullptr;
+    const HBITMAP section = CreateDIBSection(nullptr, info.Get(), DIB_RGB_COLORS, &bits, nullptr, 0);
+    const HGDIOBJ previous = SelectObject(context, section);
+    const HBITMAP compatible = CreateCompatibleBitmap(context, 300, 200);
+    DIBSECTION of{}, like{};
+    ASSERT_EQ(GetObjectA(section, sizeof of, &of), static_cast<int>(sizeof of));
+    ASSERT_EQ(GetObjectA(compatible, sizeof like, &like), static_cast<int>(sizeof like)) << c.bits;
+    EXPECT_EQ(like.dsBm.bmWidth, 300);
+    EXPECT_EQ(like.dsBm.bmHeight, 200);
+    EXPECT_EQ(like.dsBm.bmBitsPixel, c.bits);
+    EXPECT_NE(like.dsBm.bmBits, nullptr);
+    EXPECT_EQ(like.dsBmih.biWidth, 300);
+    EXPECT_EQ(like.dsBmih.biHeight, c.height < 0 ? -200 : 200);
+    EXPECT_EQ(like.dsBmih.biCompression, c.compression);
+    EXPECT_EQ(std::memcmp(like.dsBitfields, of.dsBitfields, sizeof of.dsBitfields), 0);
+    SelectObject(context, compatible);
+    RGBQUAD colors[256]{};
+    EXPECT_EQ(GetDIBColorTable(context, 0, 256, colors), c.bits <= 8 ? 1u << c.bits : 0u);
+    EXPECT_EQ(std::memcmp(colors, info.colors, c.bits <= 8 ? sizeof(RGBQUAD) << c.bits : 0), 0) << c.bits;
+    const COLORREF first = c.bits <= 8 ? RGB(255, 7, 0) : RGB(0, 0, 0);
+    EXPECT_EQ(GetPixel(context, 299, 199), first) << "its pixels are zero";
+    SelectObject(context, previous);
+    DeleteObject(compatible);
+    DeleteObject(section);
+  }
+  for (const UINT bits : {1u, 24u}) {  // no sections
+    const HBITMAP bitmap = CreateBitmap(5, 3, 1, bits, nullptr);
+    const HGDIOBJ previous = SelectObject(context, bitmap);
+    const DibInfo info(4, 2, 24);
+    const HBITMAP both[] = {CreateCompatibleBitmap(context, 4, 2),
+                            CreateDIBitmap(context, &info.header, 0, nullptr, nullptr, DIB_RGB_COLORS)};
+    for (const HBITMAP compatible : both) {
+      DIBSECTION description{};
+      EXPECT_EQ(GetObjectA(compatible, sizeof description, &description), static_cast<int>(sizeof(BITMAP)));
+      EXPECT_EQ(description.dsBm.bmBitsPixel, bits);
+      DeleteObject(compatible);
+    }
+    SelectObject(context, previous);
+    DeleteObject(bitmap);
+  }
+  DeleteDC(context);
+}
+
 }  // namespace
 }  // namespace test

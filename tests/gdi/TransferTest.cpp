@@ -209,11 +209,17 @@ TEST_F(TransferTest, NewBitmapsAreBlackWhateverWasThere) {
   source.Fill(0x123456);
   const HDC screen = GetDC(nullptr);
   const HDC context = CreateCompatibleDC(screen);
+  const HDC upwards = CreateCompatibleDC(screen);
+  DibInfo info(1, 1, 32);
+  void* bits = nullptr;
+  const HBITMAP section = CreateDIBSection(nullptr, info.Get(), DIB_RGB_COLORS, &bits, nullptr, 0);
+  const HGDIOBJ none = SelectObject(upwards, section);
   const RECT parts[] = {{0, 0, side, side}, {0, 0, side, 7},  {0, 5, side, 9}, {0, 9, side, 9},
                         {3, 0, side, 9},    {0, 0, 20, side}, {0, 0, 1, 1}};
   for (const RECT& part : parts)
-    for (const bool grows : {false, true}) {
-      const HBITMAP bitmap = CreateCompatibleBitmap(screen, side, side);
+    for (const int round : {0, 1, 2, 3}) {
+      const bool grows = round % 2;
+      const HBITMAP bitmap = CreateCompatibleBitmap(round < 2 ? screen : upwards, side, side);
       const HGDIOBJ previous = SelectObject(context, bitmap);
       if (grows) BitBlt(context, 0, 0, side, 6, source.context, 0, 0, SRCCOPY);
       BitBlt(context, part.left, part.top, part.right - part.left, part.bottom - part.top, source.context, 0,
@@ -228,6 +234,16 @@ TEST_F(TransferTest, NewBitmapsAreBlackWhateverWasThere) {
       SelectObject(context, previous);
       DeleteObject(bitmap);
     }
+  // Through its address as well.
+  const HBITMAP bitmap = CreateCompatibleBitmap(upwards, side, side);
+  BITMAP description{};
+  GetObjectA(bitmap, sizeof description, &description);
+  const auto* const pixels = static_cast<const std::uint32_t*>(description.bmBits);
+  EXPECT_THAT(std::vector(pixels, pixels + side * side), testing::Each(0u));
+  DeleteObject(bitmap);
+  SelectObject(upwards, none);
+  DeleteObject(section);
+  DeleteDC(upwards);
   DeleteDC(context);
   ReleaseDC(nullptr, screen);
 }

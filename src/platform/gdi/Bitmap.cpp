@@ -15,14 +15,17 @@ constexpr int sectionAlignment = 4;
 
 std::shared_ptr<Bitmap> MakeBitmap(const PixelFormat& format, int width, int height) {
   auto bitmap = std::make_shared<Bitmap>();
-  if (!bitmap->surface.AllocateForUse(format, width, height, deviceAlignment)) return nullptr;
+  if (!bitmap->surface.AllocateForUse(format, width, height, deviceAlignment, false)) return nullptr;
   if (format.kind == PixelFormat::Kind::Indexed) bitmap->surface.colors = StandardColors(format.bits);
   return bitmap;
 }
 
 }  // namespace
 
-BITMAP Bitmap::Describe() const {
+BITMAP Bitmap::Describe() {
+  if (IsSection()) {  // whoever learns where the pixels are may use them without a lock
+    const SurfaceLock completes(surface);
+  }
   BITMAP description{};
   description.bmWidth = surface.width;
   description.bmHeight = surface.height;
@@ -33,7 +36,16 @@ BITMAP Bitmap::Describe() const {
   return description;
 }
 
-DIBSECTION Bitmap::DescribeSection() const {
+BITMAPINFOHEADER Bitmap::HeaderFor(int width, int height) const {
+  BITMAPINFOHEADER header = mHeader;
+  header.biSize = sizeof header;
+  header.biWidth = width;
+  header.biHeight = surface.bottomUp ? height : -height;
+  header.biSizeImage = 0;
+  return header;
+}
+
+DIBSECTION Bitmap::DescribeSection() {
   DIBSECTION description{};
   description.dsBm = Describe();
   description.dsBmih = mHeader;
@@ -46,8 +58,15 @@ DIBSECTION Bitmap::DescribeSection() const {
   return description;
 }
 
-std::shared_ptr<Bitmap> MakeDeviceBitmap(int width, int height) {
-  return MakeBitmap(Screen::The().Format(), width, height);
+std::shared_ptr<Bitmap> MakeBitmapLike(const Bitmap& other, int width, int height) {
+  const Surface& model = other.surface;
+  auto bitmap = std::make_shared<Bitmap>();
+  if (!bitmap->surface.AllocateForUse(model.format, width, height,
+                                      other.IsSection() ? sectionAlignment : deviceAlignment, model.bottomUp))
+    return nullptr;
+  bitmap->surface.colors = model.colors;
+  if (other.IsSection()) bitmap->MakeSection(other.HeaderFor(width, height));
+  return bitmap;
 }
 
 std::shared_ptr<Bitmap> MakePlainBitmap(int width, int height, int bits) {
@@ -97,8 +116,7 @@ HBITMAP WINAPI CreateCompatibleBitmap(HDC handle, int width, int height) {
   if (!context) return nullptr;
   // An empty size gives the smallest bitmap, so that callers need not treat it apart.
   if (width == 0 || height == 0) return Publish(MakePlainBitmap(1, 1, 1));
-  const bool mono = context->Target().format.kind == PixelFormat::Kind::Mono;
-  return Publish(mono ? MakePlainBitmap(width, height, 1) : MakeDeviceBitmap(width, height));
+  return Publish(MakeBitmapLike(*context->bitmap, width, height));
 }
 
 HBITMAP WINAPI CreateDIBSection(HDC handle, const BITMAPINFO* info, UINT usage, void** bits, HANDLE section,

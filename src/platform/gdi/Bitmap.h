@@ -15,8 +15,11 @@ class Bitmap final : public Object {
   bool IsSection() const { return mHeader.biSize != 0; }
   void MakeSection(const BITMAPINFOHEADER& header) { mHeader = header; }
 
-  BITMAP Describe() const;
-  DIBSECTION DescribeSection() const;
+  // Of a section with this one's format.
+  BITMAPINFOHEADER HeaderFor(int width, int height) const;
+
+  BITMAP Describe();
+  DIBSECTION DescribeSection();
 
   Surface surface;
 
@@ -24,9 +27,10 @@ class Bitmap final : public Object {
   BITMAPINFOHEADER mHeader{};  // as the section was made from
 };
 
-// A zeroed bitmap of the screen's format, or null when the size is not positive or too large.
-std::shared_ptr<Bitmap> MakeDeviceBitmap(int width, int height);
-// A zeroed bitmap of `bits` per pixel with the standard colours; 1 bit is monochrome.
+// A zeroed bitmap of another one's format and colours, a section when that is one; null when the size is not
+// positive or too large.
+std::shared_ptr<Bitmap> MakeBitmapLike(const Bitmap& other, int width, int height);
+// The same of `bits` per pixel with the standard colours; 1 bit is monochrome.
 std::shared_ptr<Bitmap> MakePlainBitmap(int width, int height, int bits);
 
 }  // namespace orm::platform::gdi

@@ -103,7 +103,7 @@ int CopyDescription(const T& description, int size, void* buffer) {
   return sizeof(T);
 }
 
-int CopyBitmapDescription(const Bitmap& bitmap, int size, void* buffer) {
+int CopyBitmapDescription(Bitmap& bitmap, int size, void* buffer) {
   if (bitmap.IsSection() && size >= static_cast<int>(sizeof(DIBSECTION)))
     return CopyDescription(bitmap.DescribeSection(), size, buffer);
   return CopyDescription(bitmap.Describe(), size, buffer);
@@ -154,7 +154,7 @@ int WINAPI GetObjectA(HGDIOBJ handle, int size, void* buffer) {
   const auto object = FindObject(handle);
   switch (object ? object->kind : Kind::Context) {
     case Kind::Bitmap:
-      return CopyBitmapDescription(static_cast<const Bitmap&>(*object), size, buffer);
+      return CopyBitmapDescription(static_cast<Bitmap&>(*object), size, buffer);
     case Kind::Palette:
       return CopyDescription(static_cast<const Palette&>(*object).Count(), size, buffer);
     case Kind::Font:

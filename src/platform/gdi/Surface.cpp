@@ -149,19 +149,19 @@ std::int64_t Surface::StrideFor(std::int64_t width, int bits, int alignment) {
 }
 
 bool Surface::Allocate(const PixelFormat& pixels, int newWidth, int newHeight, int alignment, bool upwards) {
-  if (!AllocateForUse(pixels, newWidth, newHeight, alignment)) return false;
+  if (!AllocateForUse(pixels, newWidth, newHeight, alignment, upwards)) return false;
   Complete();
-  View(pixels, newWidth, newHeight, stride, upwards, bits);
   return true;
 }
 
-bool Surface::AllocateForUse(const PixelFormat& pixels, int newWidth, int newHeight, int alignment) {
+bool Surface::AllocateForUse(const PixelFormat& pixels, int newWidth, int newHeight, int alignment,
+                             bool upwards) {
   if (newWidth <= 0 || newHeight <= 0) return false;
   const std::int64_t rowBytes = StrideFor(newWidth, pixels.bits, alignment);
   if (rowBytes > INT32_MAX / newHeight) return false;
   mMemory = PixelMemory(static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(newHeight));
   if (!mMemory.Get()) return false;
-  View(pixels, newWidth, newHeight, rowBytes, false, mMemory.Get());
+  View(pixels, newWidth, newHeight, rowBytes, upwards, mMemory.Get());
   if (!mMemory.IsZeroed()) mFreshRow = 0;
   return true;
 }

@@ -67,9 +67,9 @@ class Surface {
   // fit into memory.
   bool Allocate(const PixelFormat& pixels, int width, int height, int alignment, bool bottomUp);
 
-  // The same, top row first, but zeroing waits until pixels are used: an off-screen picture is mostly covered
-  // before it is looked at. Whoever touches the pixels without a SurfaceLock calls Complete before.
-  bool AllocateForUse(const PixelFormat& pixels, int width, int height, int alignment);
+  // The same, but zeroing waits until pixels are used: an off-screen picture is mostly covered before it is
+  // looked at. Whoever touches the pixels without a SurfaceLock calls Complete before.
+  bool AllocateForUse(const PixelFormat& pixels, int width, int height, int alignment, bool bottomUp);
 
   // A view of a caller's pixels, which have to outlive it and are not written unless the caller draws on it.
   void View(const PixelFormat& pixels, int width, int height, std::int64_t stride, bool bottomUp, void* bits);

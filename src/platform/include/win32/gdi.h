@@ -364,19 +364,22 @@ ORM_PLATFORM_API int WINAPI GetClipBox(HDC context, RECT* box);
 // A device-dependent bitmap, initialised from rows that are padded to 16 bits, top row first, or zero.
 ORM_PLATFORM_API HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel,
                                              const void* bits);
-// A bitmap of the context's device; monochrome for a memory context that holds a monochrome bitmap An
-// empty size gives a monochrome bitmap of one pixel.
+// A bitmap like the one that the context draws on: the device's for a context of the screen or a window; for
+// a memory context the selected bitmap's format and colour table, a section when that is one. An empty size
+// gives a monochrome bitmap of one pixel.
 ORM_PLATFORM_API HBITMAP WINAPI CreateCompatibleBitmap(HDC context, int width, int height);
 // A bitmap whose pixels the caller can reach through *bits; they are zero at first and live as long as the
 // bitmap. A section object and offset are not supported and have to be null and 0.
 ORM_PLATFORM_API HBITMAP WINAPI CreateDIBSection(HDC context, const BITMAPINFO* info, UINT usage, void** bits,
                                                  HANDLE section, DWORD offset);
-// A bitmap of the context's device, initialised from device-independent bits when init is CBM_INIT.
+// A bitmap as CreateCompatibleBitmap makes it, initialised from device-independent bits when init is
+// CBM_INIT.
 ORM_PLATFORM_API HBITMAP WINAPI CreateDIBitmap(HDC context, const BITMAPINFOHEADER* header, DWORD init,
                                                const void* bits, const BITMAPINFO* info, UINT usage);
 // Copies rows of a bitmap out in the format of info (BI_RGB or BI_BITFIELDS); start counts from the bottom.
-// With bits null it fills in biSizeImage and, when biBitCount is 0, the whole header. Returns the number of
-// rows, 0 for a failure.
+// With bits null it fills in biSizeImage and, when biBitCount is 0, the whole header. A table of colours is
+// written whole, so there has to be room for 2^biBitCount of them. No more rows are written than biHeight
+// says. Returns the number of rows, 0 for a failure.
 ORM_PLATFORM_API int WINAPI GetDIBits(HDC context, HBITMAP bitmap, UINT start, UINT lines, void* bits,
                                       BITMAPINFO* info, UINT usage);
 // Copies rows into a bitmap; bits holds the rows from start on. Returns the number of rows, 0 for a failure.
