@@ -119,7 +119,7 @@ void Bitmap::DrawRepeat(HDC destination, const POINT& rDestination, const SIZE& 
         BitBlt(across->GetContext(), to, 0, length, sourceHeight, context, from, 0, SRCCOPY);
       };
     };
-    if (across->HasBitmap())
+    if (across->HasBitmap() && sourceHeight > 0)
       RepeatAxis(rRepeat.mStartX, rRepeat.mLengthX, rRepeat.mPeriodX, rRepeat.mPhaseX, bm.bmWidth, size.cx)
           .ForEachDoubled(copyFrom(source), copyFrom(across->GetContext()));
     source = across->GetContext();
@@ -131,8 +131,9 @@ void Bitmap::DrawRepeat(HDC destination, const POINT& rDestination, const SIZE& 
     ORM_ASSERT(down->GetContext() != nullptr, "drawDCY.CreateCompatibleDC(destDC) != 0", FILE_NAME, 734);
     ORM_ASSERT(down->HasBitmap(), "drawBitmapY.CreateCompatibleBitmap(destDC, src.cx, size.cy) != 0",
                FILE_NAME, 735);
-    // From the narrow picture every time, which stays in the cache.
-    if (down->HasBitmap())
+    // From the narrow picture every time, which stays in the cache. Rows without pixels are not worth a
+    // repetition, of which there may be millions.
+    if (down->HasBitmap() && sourceWidth > 0 && bm.bmHeight > 0)
       RepeatAxis(rRepeat.mStartY, rRepeat.mLengthY, rRepeat.mPeriodY, rRepeat.mPhaseY, bm.bmHeight, size.cy)
           .ForEach([&](LONG from, LONG to, LONG length) {
             BitBlt(down->GetContext(), 0, to, sourceWidth, length, source, 0, from, SRCCOPY);

@@ -137,6 +137,23 @@ TEST_F(Pictures, SizesThatNeedNoRepetition) {
     Expect(size, {4, 2, 1, 0}, {3, 2, 1, 0});
 }
 
+// However long the other side is, there is nothing to repeat.
+TEST_F(Pictures, EmptySizesTakeNoTime) {
+  const Bitmap empty;
+  for (const SIZE size : {SIZE{0, INT32_MAX}, SIZE{INT32_MAX, 0}}) {
+    for (const LONG phase : {INT32_MIN, INT32_MAX}) {
+      Bitmap::RepeatInfo info;
+      info.mStartX = info.mStartY = 3, info.mLengthX = info.mLengthY = 1;
+      info.mPhaseX = info.mPhaseY = phase, info.mPeriodX = info.mPeriodY = phase < 0 ? 1 : INT32_MAX;
+      mBitmap.DrawRepeat(mCanvas->context, {1, 2}, size, info, true);
+    }
+    empty.DrawRepeat(mCanvas->context, {1, 2}, size, {}, true);
+  }
+  empty.DrawRepeat(mCanvas->context, {1, 2}, {1, 100'000'000}, {}, true);
+  EXPECT_EQ(TakeAssertions().size(), 6u) << "that there is no bitmap";
+  EXPECT_EQ(mCanvas->Colors(), Canvas(34, 28).Colors());
+}
+
 TEST_F(Pictures, BandsAndPeriodsThatMakeNoSense) {
   Bitmap::RepeatInfo last;
   mBitmap.DrawRepeat(mCanvas->context, {0, 0}, {30, 20}, last, false);
