@@ -2,6 +2,7 @@
 #include "DrawBitmap.h"
 
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -15,8 +16,6 @@
 
 namespace orm::draw {
 namespace {
-
-constexpr int mostPixels = 16384;  // of a picture's side
 
 // Reads whole numbers and the marks between them from a text's front.
 class Fields {
@@ -73,9 +72,10 @@ Repeat ParseRepeat(const std::string& text) {
     if (isRead && !fields.IsAtEnd()) isRead = fields.ReadMark(mark) && fields.ReadNumber(*field);
     mark = ',';
   }
-  if (isRead && fields.IsAtEnd() && repeat.size.cx > 0 && repeat.size.cy > 0 &&
-      repeat.size.cx <= mostPixels && repeat.size.cy <= mostPixels)
+  if (isRead && fields.IsAtEnd() && repeat.size.cx > 0 && repeat.size.cy > 0) {
+    repeat.size = CheckSize(repeat.size.cx, repeat.size.cy);
     return repeat;
+  }
   throw std::invalid_argument("'" + text +
                               "' is no repetition: write WIDTHxHEIGHT, then : and the start, length, period "
                               "and phase of the columns and of the rows");
@@ -92,12 +92,11 @@ std::string ReadFile(const std::string& path) {
 void CheckScaledSize(const std::string& resource, const StretchInfo& scale) {
   BITMAPINFOHEADER header;
   std::memcpy(&header, resource.data(), sizeof header);
-  const int width = MulDiv(header.biWidth, scale.mMulX, scale.mDivX);
-  const int height = MulDiv(std::abs(header.biHeight), scale.mMulY, scale.mDivY);
-  if (width > 0 && width <= mostPixels && height > 0 && height <= mostPixels) return;
-  throw std::invalid_argument("the picture would have " + std::to_string(width) + " x " +
-                              std::to_string(height) + " pixels; 1 to " + std::to_string(mostPixels) +
-                              " are possible");
+  const auto scaled = [](std::int64_t side, LONG multiplier, LONG divisor) {
+    return (side * multiplier + divisor / 2) / divisor;
+  };
+  CheckSize(scaled(header.biWidth, scale.mMulX, scale.mDivX),
+            scaled(std::abs(std::int64_t{header.biHeight}), scale.mMulY, scale.mDivY));
 }
 
 SIZE SizeOf(const Bitmap& bitmap) {

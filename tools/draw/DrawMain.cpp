@@ -7,6 +7,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -46,7 +47,10 @@ void DrawFont(const FontOptions& options) {
   const Picture probe(1, 1);
   // Measured from 0,0: layers to the left and above are at negative places.
   const RECT room = font.GetSize(probe.GetContext(), RECT{0, 0, std::max(options.width, 0), 0}, text, format);
-  const Picture picture(room.right - room.left + 2 * margin, room.bottom - room.top + 2 * margin);
+  // The offsets of layers may be as far apart as numbers go.
+  const SIZE size = CheckSize(std::int64_t{room.right} - room.left + 2 * margin,
+                              std::int64_t{room.bottom} - room.top + 2 * margin);
+  const Picture picture(size.cx, size.cy);
   picture.FillAll(background);
   const LONG left = margin - room.left;
   const LONG top = margin - room.top;

@@ -9,6 +9,8 @@
 namespace orm::draw {
 namespace {
 
+constexpr int mostPixels = 16384;  // of a side
+
 // Drive z: is the root of the file system.
 String PlatformPath(const std::string& path) {
   std::string absolute = "z:" + std::filesystem::absolute(path).string();
@@ -17,6 +19,14 @@ String PlatformPath(const std::string& path) {
 }
 
 }  // namespace
+
+SIZE CheckSize(std::int64_t width, std::int64_t height) {
+  const auto isPossible = [](std::int64_t side) { return side >= 1 && side <= mostPixels; };
+  if (isPossible(width) && isPossible(height)) return {static_cast<LONG>(width), static_cast<LONG>(height)};
+  throw std::invalid_argument("the picture would have " + std::to_string(width) + " x " +
+                              std::to_string(height) + " pixels; 1 to " + std::to_string(mostPixels) +
+                              " are possible");
+}
 
 String FromUtf8(const std::string& text) {
   std::vector<WCHAR> units(text.size() + 1);
