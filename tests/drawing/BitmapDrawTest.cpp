@@ -100,6 +100,40 @@ TEST_F(BitmapDrawTest, TransparentByACallersColourAndInParts) {
                   "src/shared/Bitmap(550):((transType == TRANS_FIRSTPIXEL) || (transType == TRANS_COLOR))"));
 }
 
+// The picture is composed over what stands at the destination point, and a part of it is copied from the
+// source point on: what shows through lies as far beside as the source point does.
+TEST_F(BitmapDrawTest, TransparentPartsAreComposedBeforeTheyAreCut) {
+  Bitmap bitmap;
+  ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
+  const struct {
+    POINT to;
+    SIZE size;
+    POINT from;
+    SIZE drawn;
+  } cases[] = {{{5, 4}, {7, 5}, {3, 2}, {7, 5}},    {{2, 3}, {0, 0}, {4, 3}, {16, 7}},
+               {{-3, -2}, {9, 6}, {6, 4}, {9, 6}},  {{25, 18}, {9, 6}, {0, 1}, {9, 6}},
+               {{1, 1}, {50, 50}, {13, 8}, {7, 2}}, {{1, 1}, {0, 0}, {20, 3}, {0, 0}},
+               {{4, 4}, {10, 6}, {-2, -1}, {10, 6}}};
+  for (const auto& c : cases) {
+    const Canvas canvas(30, 24);
+    Paint(canvas);
+    bitmap.DrawTransparent(canvas.context, c.to, Bitmap::TRANS_COLOR, RGB(255, 0, 255), c.size, c.from);
+    for (int y = 0; y < 24; ++y)
+      for (int x = 0; x < 30; ++x) {
+        const int inX = x - c.to.x, inY = y - c.to.y;
+        const int fromX = inX + c.from.x, fromY = inY + c.from.y;
+        std::uint32_t expected = Ground(x, y);
+        if (inX >= 0 && inX < c.drawn.cx && inY >= 0 && inY < c.drawn.cy && fromX >= 0 && fromY >= 0) {
+          const int groundX = c.to.x + fromX, groundY = c.to.y + fromY;
+          const bool isGround = groundX >= 0 && groundX < 30 && groundY >= 0 && groundY < 24;
+          expected = Spotted(fromX, fromY);
+          if (expected == magenta) expected = isGround ? Ground(groundX, groundY) : 0;
+        }
+        ASSERT_EQ(canvas.At(x, y), expected) << x << "," << y << " drawn to " << c.to.x << "," << c.to.y;
+      }
+  }
+}
+
 TEST_F(BitmapDrawTest, TracesOnItsWay) {
   Bitmap bitmap;
   const Canvas canvas(8, 8);
@@ -126,6 +160,8 @@ TEST_F(BitmapDrawTest, TracesOnItsWay) {
   const std::string device = number;
   OpenArea("bitmap", "w");
   drawAll(dead);
+  EXPECT_THAT(TakePlaces(),
+              testing::ElementsAre("w Bitmap(478)", "w Bitmap(626)", "w Bitmap(684)", "w Bitmap(781)"));
   EXPECT_THAT(TakeLines(),
               testing::ElementsAre(
                   "failed to (normal) BitBlt(destDC=" + device + "), error 6",

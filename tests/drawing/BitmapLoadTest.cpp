@@ -120,6 +120,8 @@ TEST_F(BitmapLoadTest, TracesItsWay) {
                 static_cast<unsigned>(reinterpret_cast<uintptr_t>(bitmap.GetHandle())));
   EXPECT_THAT(TakeLines(), testing::ElementsAre("-> Bitmap::Load()", loaded, "<- Bitmap::Load()"));
   ASSERT_TRUE(Load(bitmap, Indexed(4, 4, 8), {2, 1, 2, 1}, true));
+  EXPECT_THAT(TakePlaces(), testing::ElementsAre("d Bitmap(298)", "t Bitmap(302)", "t Bitmap(308)",
+                                                 "t Bitmap(406)", "t Bitmap(430)", "d Bitmap(431)"));
   EXPECT_THAT(TakeLines(),
               testing::ElementsAre("-> Bitmap::Load()", "    Palette already loaded , delete it",
                                    "    Bitmap already loaded , delete it", "    Doing the system stretch",
@@ -133,6 +135,7 @@ TEST_F(BitmapLoadTest, TracesItsWay) {
   Resource cut;
   cut.PutHeader(4, 4, 24);
   EXPECT_TRUE(Load(bitmap, cut, {2, 1, 2, 1}));
+  EXPECT_EQ(TakePlaces().at(1), "t Bitmap(64)");
   EXPECT_THAT(TakeLines(),
               testing::ElementsAre("-> Bitmap::Load()", "StretchBitmap cannot work with 0 bit image",
                                    "    Doing the system stretch", testing::StartsWith("    bitmap loaded "),

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "drawing/Drawing.h"
+#include "drawing/RepeatModel.h"
 
 namespace test {
 namespace {
@@ -11,41 +12,7 @@ namespace {
 using DrawRepeatTest = DrawingTest;
 using orm::Bitmap;
 
-struct Axis {
-  int start, length, period, phase;
-};
-
-// The source position of every target position, -1 where nothing is drawn.
-std::vector<int> Model(const Axis& axis, int size, int target) {
-  std::vector<int> from(static_cast<size_t>(target), -1);
-  if (target <= size) {
-    for (int i = 0; i < target; ++i) from[static_cast<size_t>(i)] = i;
-    return from;
-  }
-  int band = size - 1, width = 1, tail = 0;
-  if (axis.start < size && axis.length != 0) {
-    band = axis.start;
-    width = std::min(size - axis.start, axis.length);
-    tail = size - band - width;
-  }
-  // The tail begins at the first place from where it would end at the edge on, such that this place plus a
-  // band is congruent to the phase.
-  int tailAt = target - tail;
-  while (tail > 0 && tailAt < target &&
-         ((tailAt + width - axis.phase) % axis.period + axis.period) % axis.period != 0)
-    ++tailAt;
-  if (tail == 0) tailAt = target;
-  for (int i = 0; i < target; ++i) {
-    int& source = from[static_cast<size_t>(i)];
-    if (i < band + width)
-      source = i;
-    else if (i < tailAt)
-      source = band + (i - band) % width;
-    else
-      source = band + width + (i - tailAt);
-  }
-  return from;
-}
+using Axis = RepeatAxis;
 
 class Pictures : public DrawRepeatTest {
  protected:
@@ -61,7 +28,7 @@ class Pictures : public DrawRepeatTest {
       std::memset(mCanvas->Row(row), 0, static_cast<size_t>(mCanvas->stride));
     mBitmap.DrawRepeat(mCanvas->context, {1, 2}, size, info, true);
     const int width = size.cx < 0 ? 12 : size.cx, height = size.cy < 0 ? 9 : size.cy;
-    const std::vector<int> fromX = Model(x, 12, width), fromY = Model(y, 9, height);
+    const std::vector<int> fromX = ModelRepeat(x, 12, width), fromY = ModelRepeat(y, 9, height);
     for (int row = 0; row < mCanvas->height; ++row)
       for (int column = 0; column < mCanvas->width; ++column) {
         const int inX = column - 1, inY = row - 2;

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,8 @@ namespace test {
 class DrawingTest : public GdiTest {
  protected:
   void SetUp() override {
+    // Before the facility is built: level, file and line of every trace line. The message comes last.
+    SetTraceText(" option_format", "%3!c! %9(%10!u!)|");
     orm::TraceSetSink(&Add, this, 'i');
     GdiTest::SetUp();
   }
@@ -30,34 +33,46 @@ class DrawingTest : public GdiTest {
   // "file(line):condition" of the assertions since the last call.
   std::vector<std::string> TakeAssertions() { return std::exchange(mAssertions, {}); }
   // The trace lines since the last call; see OpenArea.
-  std::vector<std::string> TakeLines() { return std::exchange(mLines, {}); }
+  std::vector<std::string> TakeLines() {
+    mPlaces.clear();
+    return std::exchange(mLines, {});
+  }
+  // Where they stand, "level file(line)"; to be taken before the lines.
+  std::vector<std::string> TakePlaces() { return std::exchange(mPlaces, {}); }
 
-  // Lets lines of an area up to a level through: the module is named after the test program.
-  static void OpenArea(const char* area, const char* level) {
+  // Lets lines of an area up to a level through.
+  static void OpenArea(const char* area, const char* level) { SetTraceText(area, level); }
+
+ private:
+  // The module is named after the test program.
+  static void SetTraceText(const char* valueName, const char* text) {
     HKEY key = nullptr;
     const std::string name = "SOFTWARE\\tdbg_trace\\1.0\\test_drawing";
     ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, name.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key,
                               nullptr),
               static_cast<LONG>(ERROR_SUCCESS));
-    RegSetValueExA(key, area, 0, REG_SZ, reinterpret_cast<const BYTE*>(level), 2);
+    RegSetValueExA(key, valueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
+                   static_cast<DWORD>(std::strlen(text) + 1));
     RegCloseKey(key);
   }
 
- private:
   static void Add(void* context, const char* line) {
-    std::string text = line;
-    for (int i = 0; i < 3; ++i) text.erase(0, text.find('|') + 1);
+    const std::string_view place = std::string_view(line).substr(0, std::strcspn(line, "|"));
+    std::string text = line + place.size() + 1;
     text.erase(text.find_last_not_of("\r\n") + 1);
     auto* const self = static_cast<DrawingTest*>(context);
     const size_t at = text.find("assert fail:");
-    if (at == std::string::npos)
+    if (at == std::string::npos) {
       self->mLines.push_back(text);
-    else
+      self->mPlaces.emplace_back(place);
+    } else {
       self->mAssertions.push_back(text.erase(at, std::strlen("assert fail:")));
+    }
   }
 
   std::vector<std::string> mAssertions;
   std::vector<std::string> mLines;
+  std::vector<std::string> mPlaces;
 };
 
 // Resource data: a 40-byte header, a colour table, rows.
