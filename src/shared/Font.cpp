@@ -85,7 +85,8 @@ struct FontFields {
 LOGFONTA Describe(const FontFields& rFields) {
   LOGFONTA description{};
   const LONG dotsPerInch = ScreenContext().GetCaps(LOGPIXELSY);
-  description.lfHeight = -MulDiv(rFields.size, dotsPerInch, POINTS_PER_INCH);
+  const LONG em = MulDiv(rFields.size, dotsPerInch, POINTS_PER_INCH);
+  description.lfHeight = em == INT32_MIN ? INT32_MAX : -em;
   description.lfWeight = rFields.weight;
   description.lfItalic = (rFields.style & 1) != 0;
   description.lfUnderline = (rFields.style & 2) != 0;
