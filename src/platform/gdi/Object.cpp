@@ -31,6 +31,8 @@ class Table {
       index = mFree.back();
       mFree.pop_back();
     } else if (mSlots.size() < slotLimit) {
+      // Room for all slots, so that an object's end needs no memory.
+      if (mFree.capacity() <= mSlots.size()) mFree.reserve(2 * mSlots.size() + 16);
       index = static_cast<std::uint32_t>(mSlots.size());
       mSlots.emplace_back();
     } else {

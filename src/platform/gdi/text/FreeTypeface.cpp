@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 
 #include FT_BITMAP_H
 #include FT_OUTLINE_H
@@ -81,6 +82,7 @@ int WantedWeight(const LOGFONTA& description) {
 
 Pattern Describe(const LOGFONTA& description, char32_t needed) {
   Pattern pattern(FcPatternCreate());
+  if (!pattern) throw std::bad_alloc();
   const std::string face = Utf8FromAnsi(
       {description.lfFaceName,
        static_cast<std::size_t>(std::find(description.lfFaceName, std::end(description.lfFaceName), '\0') -
@@ -95,6 +97,7 @@ Pattern Describe(const LOGFONTA& description, char32_t needed) {
     FcPatternAddString(pattern.get(), FC_LANG, text(language));
   if (needed) {
     FcCharSet* characters = FcCharSetCreate();
+    if (!characters) throw std::bad_alloc();
     FcCharSetAddChar(characters, needed);
     FcPatternAddCharSet(pattern.get(), FC_CHARSET, characters);
     FcCharSetDestroy(characters);
@@ -132,12 +135,13 @@ FT_UInt EmFor(FT_Face face, LONG height, int defaultPixels) {
 
 }  // namespace
 
-void FreeTypeface::CloseFace::operator()(FT_Face face) const {
+FreeTypeface::~FreeTypeface() {
   std::lock_guard lock(Libraries::The().lock);
-  FT_Done_Face(face);
+  mOthers.clear();
+  mMain.face.reset();
 }
 
-// The caller holds the libraries' lock.
+// Without a face when none can be had.
 FreeTypeface::Match FreeTypeface::FindFace(const LOGFONTA& description, char32_t needed) {
   Libraries& libraries = Libraries::The();
   if (!libraries.freeType || !libraries.config) return {};
@@ -175,9 +179,13 @@ std::unique_ptr<Typeface> FreeTypeface::Open(const LOGFONTA& description) {
   typeface->mDescription = description;
   std::lock_guard lock(Libraries::The().lock);
   typeface->mMain = FindFace(description, 0);
-  if (!typeface->mMain.face) return typeface;
+  if (!typeface->mMain.face) {
+    typeface->mMetrics = typeface->Typeface::Metrics();
+    return typeface;
+  }
   if (const char* family = typeface->mMain.face->family_name) typeface->mName = family;
   typeface->SetSize(description);
+  typeface->mMetrics = typeface->Measure();
   return typeface;
 }
 
@@ -185,16 +193,15 @@ void FreeTypeface::SetSize(const LOGFONTA& description) {
   FT_Face face = mMain.face.get();
   mPixelsX = mPixelsY = EmFor(face, description.lfHeight, defaultPixels);
   FT_Set_Pixel_Sizes(face, mPixelsX, mPixelsY);
-  const int average = Metrics().averageWidth;
+  const int average = Measure().averageWidth;
   if (description.lfWidth == 0 || average == 0) return;
   const std::int64_t width = std::min<std::int64_t>(std::llabs(description.lfWidth), mostPixels);
   mPixelsX = static_cast<FT_UInt>(std::clamp<std::int64_t>(mPixelsY * width / average, 1, mostPixels));
   FT_Set_Pixel_Sizes(face, mPixelsX, mPixelsY);
 }
 
-FontMetrics FreeTypeface::Metrics() const {
+FontMetrics FreeTypeface::Measure() const {
   FT_Face face = mMain.face.get();
-  if (!face) return Typeface::Metrics();
   FontMetrics metrics;
   const Cell cell = CellOf(face);
   const auto* os2 = static_cast<const TT_OS2*>(FT_Get_Sfnt_Table(face, FT_SFNT_OS2));
@@ -220,17 +227,13 @@ FontMetrics FreeTypeface::Metrics() const {
   return metrics;
 }
 
-// The main face, or another one that has the character when it does not. The caller holds the lock.
+// The main face; another one when that lacks the character and the other has it. Valid until the next call.
 const FreeTypeface::Match& FreeTypeface::FaceFor(char32_t character) {
   if (FT_Get_Char_Index(mMain.face.get(), character) != 0) return mMain;
   for (const Match& other : mOthers)
     if (FT_Get_Char_Index(other.face.get(), character) != 0) return other;
   Match match = FindFace(mDescription, character);
-  if (!match.face || FT_Get_Char_Index(match.face.get(), character) == 0) {
-    FT_Face useless = match.face.release();  // closed here, since the lock is held
-    if (useless) FT_Done_Face(useless);
-    return mMain;
-  }
+  if (!match.face || FT_Get_Char_Index(match.face.get(), character) == 0) return mMain;
   FT_Set_Pixel_Sizes(match.face.get(), mPixelsX, mPixelsY);
   return mOthers.emplace_back(std::move(match));
 }
