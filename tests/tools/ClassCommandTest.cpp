@@ -61,7 +61,7 @@ TEST(ClassCommand, ProbeFindsWhatHoldsALibrary) {
   } const cases[] = {
       {"good", true, true, ""},
       {"missing", false, true, "it does not export LibEnumClasses"},
-      {"unique", true, false, "GNU-unique symbol Pinned<int>::value"},
+      {"unique", true, false, "GNU-unique symbol fixture::pinned"},
       {"thread", true, false, "a thread that it started still runs"},
       {"local", true, false, "thread_local object with a destructor"},
       {"nodelete", true, false, "linked with -z nodelete"},

@@ -16,7 +16,6 @@ namespace {
 constexpr int sheetWidth = 1000;
 constexpr int sheetHeight = 1010;
 constexpr int left = 20;
-constexpr COLORREF ink = RGB(0x20, 0x28, 0x38);
 constexpr COLORREF rule = RGB(0xB0, 0xB8, 0xC8);
 
 // Resource data of a picture with 24 bits; color(x, y) gives 0x00RRGGBB.

@@ -12,10 +12,6 @@ RECT Intersect(const RECT& a, const RECT& b) {
           std::min(a.bottom, b.bottom)};
 }
 
-LONG SaturatedAdd(std::int64_t a, std::int64_t b) {
-  return static_cast<LONG>(std::clamp<std::int64_t>(a + b, INT32_MIN / 2, INT32_MAX / 2));
-}
-
 Context::Context(Origin contextOrigin)
     : Object(objectKind), origin(contextOrigin), mClip{0, 0, INT32_MAX, INT32_MAX} {
   const auto choose = [](auto& selection, int index) {

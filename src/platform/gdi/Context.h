@@ -2,6 +2,7 @@
 // screen's surface, memory contexts onto the bitmap that is selected.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -84,6 +85,8 @@ inline bool IsEmpty(const RECT& rect) {
   return rect.left >= rect.right || rect.top >= rect.bottom;
 }
 // The sum, kept within what fits; rectangles come from outside.
-LONG SaturatedAdd(std::int64_t a, std::int64_t b);
+inline LONG SaturatedAdd(std::int64_t a, std::int64_t b) {
+  return static_cast<LONG>(std::clamp<std::int64_t>(a + b, INT32_MIN / 2, INT32_MAX / 2));
+}
 
 }  // namespace orm::platform::gdi
