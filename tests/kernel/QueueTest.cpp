@@ -245,10 +245,41 @@ TEST_F(Windows, CallsFromOtherThreadsRunOnTheWindowsThread) {
   MSG message;
   while (GetMessageA(&message, nullptr, 0, 0)) DispatchMessageA(&message);
   caller.join();
-  // A window whose thread has ended is gone, and calls to it fail at once.
-  HWND gone = nullptr;
-  std::thread([&] { gone = MakeWindow(); }).join();
+}
+
+// The windows of a thread go with it, and calls to them fail at once. Their procedures hear nothing of it:
+// what they belong to may have gone before.
+TEST_F(Windows, GoSilentlyWithTheirThread) {
+  HWND gone = nullptr, child = nullptr;
+  std::thread([&] {
+    gone = MakeWindow();
+    child = MakeWindow(gone);
+  }).join();
+  EXPECT_EQ(std::vector<UINT>{}, gsSeen);
+  EXPECT_FALSE(IsWindow(gone));
+  EXPECT_FALSE(IsWindow(child));
   EXPECT_EQ(0, SendMessageA(gone, WM_USER, 40, 2));
+  EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
+}
+
+// A call from another thread that comes while the thread looks for messages is still new afterwards, so that
+// a wait would end. Whoever sends says that something is there before it says that it is new.
+TEST_F(Windows, CallsThatComeWhileMessagesAreLookedForStayNew) {
+  constexpr int kCalls = 10000;
+  const HWND window = MakeWindow();
+  const DWORD self = GetCurrentThreadId();
+  std::thread caller([&] {
+    for (int i = 0; i < kCalls; ++i) EXPECT_EQ(3, SendMessageA(window, WM_USER, 1, 2));
+    PostThreadMessageA(self, WM_QUIT, 0, 0);
+  });
+  int lost = 0;
+  for (MSG message{}; message.message != WM_QUIT;) {
+    if (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) continue;
+    const bool isLost = GetQueueStatus(QS_SENDMESSAGE) == QS_SENDMESSAGE << 16;
+    if (isLost && lost == 0) lost += Wait(QS_SENDMESSAGE, 20000) == WAIT_TIMEOUT;
+  }
+  caller.join();
+  EXPECT_EQ(0, lost);
 }
 
 TEST_F(Windows, TimersEndWaitsAndReachTheirProcedure) {

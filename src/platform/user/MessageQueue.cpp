@@ -23,7 +23,7 @@ uint64_t Now() {
 
 void EndQueue(ThreadRecord& thread) {
   const auto queue = Ref<MessageQueue>(static_cast<MessageQueue*>(thread.queue.get()));
-  DestroyThreadWindows(thread.id);
+  ForgetThreadWindows(thread.id);
   queue->Close();
 }
 

@@ -132,8 +132,9 @@ BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove)
   AnswerSent(queue);
   queue.CheckTimers();
   // What is looked at here is no longer new. What comes in meanwhile is, and at worst wakes a wait for
-  // nothing.
-  queue.TakeNew(filter.kinds | ((filter.kinds & QS_POSTMESSAGE) != 0 ? QS_ALLPOSTMESSAGE : 0));
+  // nothing. A call is new until it is answered: those that have come since are not looked at.
+  const UINT posted = (filter.kinds & QS_POSTMESSAGE) != 0 ? QS_ALLPOSTMESSAGE : 0;
+  queue.TakeNew((filter.kinds | posted) & ~QS_SENDMESSAGE);
   const auto found = Find(queue, filter, (remove & PM_REMOVE) != 0);
   if (found) *message = *found;
   return found.has_value();

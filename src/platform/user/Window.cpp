@@ -159,16 +159,10 @@ HWND FindDirtyWindow(DWORD threadId, HWND within) {
   return nullptr;
 }
 
-void DestroyThreadWindows(DWORD threadId) {
-  std::vector<Window> owned;
-  {
-    Tables& tables = Get();
-    const std::lock_guard lock(tables.lock);
-    for (const auto& [handle, window] : tables.windows) {
-      if (window.threadId == threadId) owned.push_back(window);
-    }
-  }
-  for (const Window& window : owned) Destroy(window);
+void ForgetThreadWindows(DWORD threadId) {
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  std::erase_if(tables.windows, [threadId](const auto& entry) { return entry.second.threadId == threadId; });
 }
 
 }  // namespace orm::platform

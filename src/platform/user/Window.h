@@ -25,6 +25,8 @@ Window FindWindowByHandle(HWND handle);
 bool IsDescendant(HWND ancestor, HWND window);
 // The first window of the thread that has something to paint, within the filter window when it is not null.
 HWND FindDirtyWindow(DWORD threadId, HWND within);
-void DestroyThreadWindows(DWORD threadId);
+// Takes the windows of a thread that ends out of the table. Their procedures are not called: they are a
+// client's, whose module may have gone before the thread.
+void ForgetThreadWindows(DWORD threadId);
 
 }  // namespace orm::platform
