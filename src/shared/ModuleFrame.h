@@ -14,6 +14,6 @@ void BuildClassManager();  // ClassManager.cpp
 void DestroyClassManager();
 
 void BuildThreadRegistrar();  // ThreadInterrupt.cpp
-void DestroyThreadRegistrar();
+void CloseThreadRegistrar();
 
 }  // namespace orm

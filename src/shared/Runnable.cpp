@@ -59,8 +59,8 @@ void Runnable::Start(bool waitForInit) {
 unsigned Runnable::BaseThreadBody(void* pRunnable) {
   auto* self = static_cast<Runnable*>(pRunnable);
   if (!self->mStarted) return 0;
-  const Data data = self->mData;
-  for (const auto& [key, value] : data) {
+  // A notified datum may change the thread's data, so what is walked is a copy, which then goes.
+  for (const auto& [key, value] : Data(self->mData)) {
     if (const FacePtr<Notification> notification{value}) notification->OnThreadAttach();
   }
   const bool stored = TlsSetValue(gTlsIndex, static_cast<Thread*>(self));

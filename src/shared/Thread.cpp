@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace orm {
 
@@ -21,13 +22,31 @@ constexpr DWORD CODE_INTERRUPTED = 0xE72D0002;
 constinit DWORD gTlsIndex = TLS_OUT_OF_INDEXES;
 
 namespace {
+
 constinit DWORD gDetachingThread = 0;
+// The object of the detaching thread when it asks for one after the detach has taken the slots away. What the
+// module holds until its end may do that as it goes.
+constinit Thread* gLateThread = nullptr;
+
+DWORD GetDetachingThread() {
+  return __atomic_load_n(&gDetachingThread, __ATOMIC_ACQUIRE);
 }
 
-void HoldAfterDetach() {
-  const DWORD detaching = __atomic_load_n(&gDetachingThread, __ATOMIC_ACQUIRE);
-  if (detaching == 0 || detaching == GetCurrentThreadId()) return;
+// A datum that goes with a thread's object may use the thread, which then gets another object with data of
+// its own. So many objects are let go of at most, as the runtime does with its keys.
+constexpr int DETACH_PASSES = 4;
+
+}  // namespace
+
+bool HoldAfterDetach() {
+  const DWORD detaching = GetDetachingThread();
+  if (detaching == 0) return false;
+  if (detaching == GetCurrentThreadId()) return true;
   for (;;) ::Sleep(INFINITE);
+}
+
+void ReleaseLateThread() {
+  if (Thread* thread = std::exchange(gLateThread, nullptr)) thread->Release();
 }
 
 void ThrowInterrupted(const char* text) {
@@ -63,6 +82,7 @@ class ThreadImpl final : public FaceObject<Thread> {
                "&result->mhThread, 0, false, 0x00000002)",
                FILE_NAME, 86);
     const bool stored = TlsSetValue(gTlsIndex, result.AddRef());
+    if (!stored && HoldAfterDetach()) gLateThread = result.Get();
     ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, result.AddRef())", FILE_NAME, 91);
     return result;
   }
@@ -78,7 +98,7 @@ Thread::~Thread() {
 FacePtr<Thread> Thread::GetSelf() {
   FacePtr<Thread> result(static_cast<Thread*>(TlsGetValue(gTlsIndex)));
   if (!result) [[unlikely]] {
-    HoldAfterDetach();
+    if (HoldAfterDetach() && gLateThread) return gLateThread;
     ORM_ASSERT(GetLastError() == ERROR_SUCCESS, "result != 0 || ::GetLastError() == ERROR_SUCCESS", FILE_NAME,
                73);
     result = ThreadImpl::MakeForCallingThread();
@@ -240,16 +260,20 @@ bool ThreadAttachDetach(DWORD reason) {
   if (reason != DLL_THREAD_DETACH && reason != DLL_PROCESS_DETACH) return true;
 
   auto* thread = static_cast<Thread*>(TlsGetValue(gTlsIndex));
+  // The process may have detached while this thread was on its way here.
+  if (!thread && GetDetachingThread() != 0) return true;
   ORM_ASSERT(thread || GetLastError() == ERROR_SUCCESS, "pThread != 0 || ::GetLastError() == ERROR_SUCCESS",
              FILE_NAME, 42);
-  if (thread) {
+  for (int pass = 0; thread && pass < DETACH_PASSES; ++pass) {
     // A notified datum may change the thread's data, so what is walked is a copy.
-    const Thread::Data data = thread->mData;
-    for (const auto& [key, value] : data) {
+    for (const auto& [key, value] : Thread::Data(thread->mData)) {
       if (const FacePtr<Thread::Notification> notification{value}) notification->OnThreadDetach();
     }
+    // What goes with the object must not find it any more.
+    TlsSetValue(gTlsIndex, nullptr);
+    thread->Release();
+    thread = static_cast<Thread*>(TlsGetValue(gTlsIndex));
   }
-  if (thread) thread->Release();
   if (reason == DLL_PROCESS_DETACH) {
     __atomic_store_n(&gDetachingThread, GetCurrentThreadId(), __ATOMIC_RELEASE);
     const bool freed = TlsFree(gTlsIndex);

@@ -11,22 +11,39 @@ namespace {
 constexpr const char* FILE_NAME = "src/shared/Thread";
 
 // One interrupter at most for each thread. The key is the thread object's address, without a reference.
+//
+// Threads may come here while the module goes, and interrupters use it as they go. So it is closed then, and
+// never destroyed: the lock and the empty map stay good for as long as there is code that uses them.
 class Registrar {
  public:
   Registrar() { InitializeCriticalSection(&mLock); }
-  ~Registrar() { DeleteCriticalSection(&mLock); }
+  ~Registrar() = delete;
+
+  using Map = std::map<uintptr_t, FacePtr<Thread::Interrupter>>;
+
+  void Close() {
+    Map gone;  // released after the lock is left
+    Access map(*this);
+    gone.swap(*map);
+    mIsClosed = true;
+  }
 
   // Holds the lock; the map is reached through it alone.
   class Access {
    public:
     explicit Access(Registrar& rRegistrar) : mRegistrar(rRegistrar) {
+      EnterCriticalSection(&mRegistrar.mLock);
+      if (!mRegistrar.mIsClosed) return;
+      // Another thread than the one that has closed it finds its registration gone, and must not look.
+      LeaveCriticalSection(&mRegistrar.mLock);
       HoldAfterDetach();
       EnterCriticalSection(&mRegistrar.mLock);
     }
     ~Access() { LeaveCriticalSection(&mRegistrar.mLock); }
     Access(const Access&) = delete;
     Access& operator=(const Access&) = delete;
-    auto* operator->() { return &mRegistrar.mMap; }
+    Map* operator->() { return &mRegistrar.mMap; }
+    Map& operator*() { return mRegistrar.mMap; }
 
    private:
     Registrar& mRegistrar;
@@ -34,7 +51,8 @@ class Registrar {
 
  private:
   CRITICAL_SECTION mLock;
-  std::map<uintptr_t, FacePtr<Thread::Interrupter>> mMap;
+  Map mMap;
+  bool mIsClosed = false;
 };
 
 alignas(Registrar) constinit unsigned char registrarStorage[sizeof(Registrar)]{};
@@ -52,8 +70,8 @@ uintptr_t KeyOf(const Thread* pThread) {
 void BuildThreadRegistrar() {
   new (registrarStorage) Registrar;
 }
-void DestroyThreadRegistrar() {
-  TheRegistrar().~Registrar();
+void CloseThreadRegistrar() {
+  TheRegistrar().Close();
 }
 
 // The cookie of a registration: made and destroyed on the registered thread.
@@ -65,14 +83,16 @@ class InterrupterRegistration final : public FaceObject<BaseFace> {
     Registrar::Access map(TheRegistrar());
     ORM_ASSERT(map->find(KeyOf(self.Get())) == map->end(), "msRegistrar.find(npSelf) == msRegistrar.end()",
                FILE_NAME, 188);
-    (*map.operator->())[KeyOf(self.Get())].Swap(replaced);
+    (*map)[KeyOf(self.Get())].Swap(replaced);
   }
 
  private:
   ~InterrupterRegistration() override {
+    // Before the lock is taken: a thread that comes too late does not leave GetSelf.
+    const uintptr_t key = KeyOf(Thread::GetSelf().Get());
     FacePtr<Thread::Interrupter> removed;
     Registrar::Access map(TheRegistrar());
-    const auto found = map->find(KeyOf(Thread::GetSelf().Get()));
+    const auto found = map->find(key);
     ORM_ASSERT(found != map->end(), "msRegistrar.erase(Thread::GetSelf().Get())", FILE_NAME, 216);
     if (found == map->end()) return;
     removed.Swap(found->second);

@@ -11,15 +11,18 @@ extern DWORD gTlsIndex;
 
 // The registrar of interrupters.
 void BuildThreadRegistrar();
-void DestroyThreadRegistrar();
+void CloseThreadRegistrar();
 
 // The thread module's share of DllMain; its result is DllMain's.
 bool ThreadAttachDetach(DWORD reason);
 
 // The platform ends all other threads before a process detaches; where it does not, a thread that still calls
-// the library afterwards is held here for the little while that the process has left. Returns on the
-// detaching thread and before the detach.
-void HoldAfterDetach();
+// the library afterwards is held here for the little while that the process has left. Otherwise returns
+// whether the calling thread is the one that has detached.
+bool HoldAfterDetach();
+
+// Lets go of the object that the detaching thread has been given since the detach.
+void ReleaseLateThread();
 
 // The error of an interrupted thread.
 [[noreturn]] void ThrowInterrupted(const char* text = "The thread was interrupted.");

@@ -125,3 +125,10 @@ TEST(Runnable, ForeignExceptionsEndTheProcess) {
 TEST(Runnable, AProcessMayEndWhileWorkersRun) {
   for (int i = 0; i < 20; ++i) EXPECT_EQ(RunProgram({Sibling("thread_program"), "exit"}).status, 7) << i;
 }
+
+TEST(Runnable, AProcessMayEndWhileInterruptersAreRegistered) {
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  const ChildResult result = RunProgram({Sibling("thread_program"), "late"});
+  EXPECT_EQ(result.status, 7);
+  EXPECT_EQ(result.output, "kkkk");
+}

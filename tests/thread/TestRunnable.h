@@ -21,6 +21,8 @@ class TestRunnable : public orm::FaceObject<orm::Runnable> {
   }
   using orm::Runnable::ResetInterrupt;
 
+  void KeepForItsThread(const char* key, orm::FacePtr<orm::BaseFace> value) { mData[key] = std::move(value); }
+
   // A handle of the thread's own, for a wait that outlives the runnable.
   HANDLE DuplicateThread() const {
     HANDLE result = nullptr;

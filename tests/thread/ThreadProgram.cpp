@@ -53,13 +53,14 @@ int Limit() {
   return clear ? 0 : 1;
 }
 
+class Deaf final : public FaceObject<Thread::Interrupter> {
+  void OnInterrupt(const FacePtr<Thread>&) override {}
+};
+
 // Everything that an assertion guards; each is ignored and must do no harm.
 int Misuse() {
   Thread::SetData("", nullptr);
   Thread::GetData("");
-  struct Deaf final : FaceObject<Thread::Interrupter> {
-    void OnInterrupt(const FacePtr<Thread>&) override {}
-  };
   const auto interrupter = FacePtr<Thread::Interrupter>(FacePtr<Deaf>::Adopt(new Deaf).Get());
   {
     const FacePtr<BaseFace> first = Thread::RegisterInterrupter(interrupter);
@@ -90,7 +91,7 @@ int Foreign() {
   return 0;
 }
 
-// Leaves by exit while threads sleep, wait and spin.
+// Leaves by exit while threads sleep, wait, spin, register and interrupt.
 int ExitWhileWorkersRun() {
   static Event& never = *new Event(Event::MANUAL);  // the exit must not end it under its waiters
   for (int i = 0; i < 4; ++i) {
@@ -99,6 +100,44 @@ int ExitWhileWorkersRun() {
     TestRunnable::Make([] {
       for (;;) Thread::Yield();
     })->CreateThread(true, true);
+    const auto registering = TestRunnable::Make([] {
+      for (;;) Thread::RegisterInterrupter(FacePtr<Thread::Interrupter>::Adopt(new Deaf));
+    });
+    registering->CreateThread(true, true);
+    TestRunnable::Make([registering] {
+      for (;;) registering->Interrupt();
+    })->CreateThread(true, true);
+  }
+  std::exit(7);
+}
+
+// An interrupter that is still registered when the process ends. It goes when no thread has a slot any more,
+// and uses the library then.
+class Late final : public FaceObject<Thread::Interrupter> {
+ public:
+  explicit Late(FacePtr<Thread> thread) : mThread(std::move(thread)) {}
+
+ private:
+  ~Late() override {
+    mThread->Interrupt();
+    Thread::SetData("late", FacePtr<BaseFace>(Thread::GetSelf()));
+    const bool kept = Thread::GetData("late") == FacePtr<BaseFace>(Thread::GetSelf());
+    Thread::SetData("late", nullptr);
+    Event(Event::MANUAL, true).Wait(0);
+    [[maybe_unused]] const auto written = write(STDOUT_FILENO, kept ? "k" : "?", 1);
+  }
+  void OnInterrupt(const FacePtr<Thread>&) override {}
+
+  FacePtr<Thread> mThread;
+};
+
+int ExitWithInterrupters() {
+  for (int i = 0; i < 4; ++i) {
+    const auto registering = [] {
+      const auto interrupter = FacePtr<Thread::Interrupter>::Adopt(new Late(Thread::GetSelf()));
+      Thread::SetData("registration", Thread::RegisterInterrupter(interrupter));
+    };
+    TestRunnable::Make([] { ::Sleep(INFINITE); }, registering)->CreateThread(true, true);
   }
   std::exit(7);
 }
@@ -112,5 +151,6 @@ int main(int, char** argv) {
   if (std::strcmp(what, "limit") == 0) return Limit();
   if (std::strcmp(what, "foreign") == 0) return Foreign();
   if (std::strcmp(what, "exit") == 0) return ExitWhileWorkersRun();
+  if (std::strcmp(what, "late") == 0) return ExitWithInterrupters();
   return 2;
 }

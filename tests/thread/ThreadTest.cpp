@@ -66,6 +66,56 @@ TEST(Thread, DataLivesAsLongAsTheThread) {
   EXPECT_EQ(log, (std::vector<std::string>{"gone b", "detach a", "detach b2", "gone a", "gone b2"}));
 }
 
+// Data that a runnable has before its start hear of the start, and go when its body removes them.
+TEST(Thread, DataMayBeThereBeforeTheThread) {
+  std::vector<std::string> log;
+  auto runnable = TestRunnable::Make([&] {
+    EXPECT_EQ(log, (std::vector<std::string>{"attach a", "attach b"}));
+    Thread::SetData("a", nullptr);
+    EXPECT_EQ(log.back(), "gone a");
+  });
+  for (const char* key : {"b", "a"})
+    runnable->KeepForItsThread(key, FacePtr<BaseFace>(FacePtr<Datum>::Adopt(new Datum(key, log))));
+  runnable->CreateThread(true, false);
+  runnable->Wait();
+  runnable.Release();
+  EXPECT_EQ(log, (std::vector<std::string>{"attach a", "attach b", "gone a", "detach b", "gone b"}));
+}
+
+// A datum that needs its thread once more when it goes with it.
+class Farewell : public FaceObject<BaseFace> {
+ public:
+  explicit Farewell(int depth) : mDepth(depth) {}
+
+ private:
+  ~Farewell() override {
+    EXPECT_EQ(Thread::GetSelf().Get(), Thread::GetSelf().Get());
+    EXPECT_EQ(Thread::GetSelf()->GetId(), GetCurrentThreadId());
+    EXPECT_TRUE(Thread::GetData("b") == nullptr);
+    if (mDepth > 0) Thread::SetData("b", FacePtr<BaseFace>::Adopt(new Farewell(mDepth - 1)));
+  }
+  int mDepth;
+};
+
+TEST(Thread, DataMayUseTheThreadWhenTheyGoWithIt) {
+  Event go(Event::MANUAL);
+  Thread::GetSelf();
+  const auto before = GetHandleCount();
+  const auto store = [] { Thread::SetData("a", FacePtr<BaseFace>::Adopt(new Farewell(2))); };
+  std::thread(store).join();
+  auto runnable = TestRunnable::Make([&] {
+    store();
+    go.Wait(INFINITE);
+  });
+  runnable->CreateThread(true, false);
+  const HANDLE thread = runnable->DuplicateThread();
+  runnable.Release();
+  go.Set();
+  WaitForSingleObject(thread, INFINITE);
+  CloseHandle(thread);
+  EXPECT_EQ(GetHandleCount(), before);
+}
+
 TEST(Thread, PrioritiesReadBack) {
   auto runnable = TestRunnable::Make([] {});
   runnable->CreateThread(false, false);

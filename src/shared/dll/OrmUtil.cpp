@@ -73,9 +73,10 @@ void Start() {
 // The trace facility goes first: whatever is traced after it reaches the debugger only. The leak report is
 // last, when nothing is left that could still release an object.
 void Stop() {
-  DestroyThreadRegistrar();
+  CloseThreadRegistrar();
   TraceFacilityTearDown();
   DestroyClassManager();
+  ReleaseLateThread();
   ReleaseEmptyString();
   ReportLeaksAndCloseTracedObjects();
 }
