@@ -45,6 +45,16 @@ int Hammer(const char* name) {
   }
 }
 
+// Makes or opens the mutex, takes it if it is free, and lets it go, until it is killed.
+int Snatch(const char* name) {
+  Say("running");
+  for (;;) {
+    const HANDLE mutex = CreateMutexA(nullptr, FALSE, name);
+    if (WaitForSingleObject(mutex, 0) == WAIT_OBJECT_0) ReleaseMutex(mutex);
+    CloseHandle(mutex);
+  }
+}
+
 int OpenSection(const char* name) {
   const HANDLE section = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, name);
   if (section == nullptr) {
@@ -84,13 +94,9 @@ int main(int argc, char** argv) {
   const struct {
     const char* order;
     int (*run)(const char*);
-  } orders[] = {{"open-mutex", OpenMutex},
-                {"hold-mutex", HoldMutex},
-                {"hammer", Hammer},
-                {"open-section", OpenSection},
-                {"make-section", MakeSection},
-                {"debug", Debug},
-                {"ask", AskBox}};
+  } orders[] = {
+      {"open-mutex", OpenMutex},     {"hold-mutex", HoldMutex},     {"hammer", Hammer}, {"snatch", Snatch},
+      {"open-section", OpenSection}, {"make-section", MakeSection}, {"debug", Debug},   {"ask", AskBox}};
   for (const auto& order : orders) {
     if (argc == 3 && strcmp(argv[1], order.order) == 0) return order.run(argv[2]);
   }

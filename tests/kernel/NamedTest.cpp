@@ -51,6 +51,16 @@ TEST(Named, LivesFromItsFirstToItsLastHandle) {
   EXPECT_EQ(0u, NamedFiles());
 }
 
+// A file that somebody has removed takes no newer object of the name with it.
+TEST(Named, TheLastHolderLeavesANewerObjectOfItsName) {
+  Handle removed(CreateMutexA(nullptr, FALSE, "replaced"));
+  ASSERT_TRUE(std::filesystem::remove(std::filesystem::path(getenv("ORM_MACHINE")) / "named/n-replaced"));
+  Child child({Helper(), "hold-mutex", "replaced"});
+  ASSERT_EQ("0", child.ReadLine());
+  removed.reset();
+  EXPECT_EQ("open", Ask("open-mutex", "replaced"));
+}
+
 TEST(Named, LongNamesThatBeginAlikeAreDifferent) {
   const std::string longName(400, '/');
   const Handle first(CreateMutexA(nullptr, FALSE, (longName + "1").c_str()));
@@ -103,6 +113,40 @@ TEST(Named, AMutexIsHandedOnByAnotherProcess) {
   waiter.join();
 }
 
+// Nobody comes between the making of a mutex and its first owner.
+TEST(Named, WhoMakesAMutexOwnsItFromItsBeginning) {
+  Child child({Helper(), "snatch", "snatched"});
+  ASSERT_EQ("running", child.ReadLine());
+  int made = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const Handle mutex(CreateMutexA(nullptr, TRUE, "snatched"));
+    ASSERT_TRUE(mutex);
+    const bool isMade = GetLastError() == ERROR_SUCCESS;
+    made += isMade;
+    ASSERT_EQ(isMade, ReleaseMutex(mutex.get()) != FALSE) << "round " << i;
+  }
+  EXPECT_NE(0, made);
+}
+
+// A handle that is copied while it is closed is a handle to an object with a name, or none at all.
+TEST(Named, NoCopyOfAClosedHandleOutlivesTheName) {
+  for (int i = 0; i < 1000; ++i) {
+    const HANDLE mutex = CreateMutexA(nullptr, FALSE, "copied");
+    std::atomic<bool> begun{false};
+    std::thread closer([&] {
+      begun = true;
+      CloseHandle(mutex);
+    });
+    while (!begun) std::this_thread::yield();
+    Handle copy;
+    const BOOL isCopied = DuplicateHandle(GetCurrentProcess(), mutex, GetCurrentProcess(), copy.put(), 0,
+                                          FALSE, DUPLICATE_SAME_ACCESS);
+    closer.join();
+    const Handle opened(OpenMutexA(SYNCHRONIZE, FALSE, "copied"));
+    ASSERT_EQ(isCopied != FALSE, static_cast<bool>(opened)) << "round " << i;
+  }
+}
+
 TEST(Named, AKilledOwnerLeavesTheMutexToTheNextWaiterOnce) {
   Child child({Helper(), "hold-mutex", "killed"});
   ASSERT_EQ("0", child.ReadLine());
@@ -136,6 +180,78 @@ TEST(Named, ANameDiesWithItsKilledLastHolder) {
   const Handle sectionAgain(OpenFileMappingA(FILE_MAP_READ, FALSE, "gone too"));
   EXPECT_FALSE(sectionAgain);
   EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+}
+
+// A child made by fork holds what its parent holds, each for itself, and owns nothing of it.
+TEST(Named, AForkedChildIsAHolderOfItsOwn) {
+  const auto say = [](const std::string& line) {
+    EXPECT_LT(0, write(1, (line + "\n").data(), line.size() + 1));
+  };
+  const auto look = [] { return Ask("open-mutex", "forked") + ' ' + Ask("open-section", "forked too"); };
+  for (const bool parentGoesFirst : {true, false}) {
+    Handle mutex(CreateMutexA(nullptr, TRUE, "forked"));
+    Handle section(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, "forked too"));
+    Child child = Child::Forked([&] {
+      const auto take = [&](DWORD milliseconds) {
+        const DWORD result = WaitForSingleObject(mutex.get(), milliseconds);
+        say(std::to_string(result) + (ReleaseMutex(mutex.get()) ? " owned" : ""));
+      };
+      take(0);
+      char order;
+      if (read(0, &order, 1) != 1) return 1;
+      take(INFINITE);
+      if (read(0, &order, 1) != 1) return 1;
+      mutex.reset();
+      section.reset();
+      say("closed");
+      return read(0, &order, 1) == 1 ? 0 : 1;
+    });
+    EXPECT_EQ("258", child.ReadLine()) << "the parent owns it";
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+    child.WriteLine("");
+    EXPECT_EQ("0 owned", child.ReadLine());
+    const auto closeOne = [&](bool parents) {
+      if (parents) {
+        mutex.reset();
+        section.reset();
+      } else {
+        child.WriteLine("");
+        EXPECT_EQ("closed", child.ReadLine());
+      }
+    };
+    closeOne(parentGoesFirst);
+    EXPECT_EQ("open ", look()) << parentGoesFirst;
+    closeOne(!parentGoesFirst);
+    EXPECT_EQ("2 2", look()) << parentGoesFirst;
+    child.WriteLine("");
+    EXPECT_EQ(0, child.Finish().status);
+  }
+}
+
+// Whatever the other threads are doing at a fork, the child can do it too.
+TEST(Named, AForkLeavesNoLockTaken) {
+  const auto useAll = [](const std::string& name) {
+    const Handle mutex(CreateMutexA(nullptr, FALSE, name.c_str()));
+    const Handle section(
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4096, (name + "s").c_str()));
+    void* const view = MapViewOfFile(section.get(), FILE_MAP_READ, 0, 0, 0);
+    const DWORD slot = TlsAlloc();
+    return WaitForSingleObject(mutex.get(), INFINITE) == WAIT_OBJECT_0 && ReleaseMutex(mutex.get()) &&
+           UnmapViewOfFile(view) && TlsFree(slot);
+  };
+  ASSERT_TRUE(useAll("first"));
+  std::atomic<bool> ends{false};
+  std::vector<std::thread> others;
+  for (const char* name : {"busy one", "busy two"}) {
+    others.emplace_back([&, name] {
+      while (!ends) EXPECT_TRUE(useAll(name));
+    });
+  }
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(0, Child::Forked([&] { return useAll("child's") ? 0 : 1; }).Finish().status) << "round " << i;
+  }
+  ends = true;
+  for (std::thread& other : others) other.join();
 }
 
 // Processes that are killed at any moment of locking and unlocking leave the mutex usable.
@@ -177,6 +293,72 @@ TEST(Named, AMutexTogetherWithOtherObjects) {
     SetEvent(event.get());
     EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, objects, FALSE, INFINITE));
     EXPECT_FALSE(ReleaseMutex(mutex.get())) << "an object behind the first was taken";
+  }
+}
+
+// The event ends the wait while the owner of the mutex ends: whoever takes the mutex next is told of that.
+TEST(Named, AWaitThatIsOverLeavesAMutexAbandoned) {
+  const Handle mutex(CreateMutexA(nullptr, FALSE, "ended"));
+  const Handle event(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+  const HANDLE objects[] = {event.get(), mutex.get()};
+  for (int i = 0; i < 1000; ++i) {
+    std::atomic<bool> owned{false}, go{false};
+    std::thread owner([&] {
+      WaitForSingleObject(mutex.get(), INFINITE);
+      owned = true;
+      while (!go) std::this_thread::yield();
+      SetEvent(event.get());
+    });
+    while (!owned) std::this_thread::yield();
+    go = true;
+    const DWORD result = WaitForMultipleObjects(2, objects, FALSE, INFINITE);
+    owner.join();
+    ASSERT_EQ(WAIT_OBJECT_0, result) << "round " << i;
+    ASSERT_EQ(WAIT_ABANDONED, WaitForSingleObject(mutex.get(), INFINITE)) << "round " << i;
+    ReleaseMutex(mutex.get());
+  }
+}
+
+// Two mutexes are released one after the other while a wait names both. Those between them make a look long.
+TEST(Named, LowestIndexWinsWhileMutexesAreBeingReleased) {
+  constexpr int kRounds = 3000;
+  constexpr DWORD kMutexes = 50;  // the thread sanitizer knows no thread with 64 locks
+  for (const DWORD milliseconds : {DWORD{0}, DWORD{INFINITE}}) {
+    std::vector<Handle> mutexes;
+    std::vector<HANDLE> raw;
+    for (DWORD i = 0; i < kMutexes; ++i) {
+      mutexes.emplace_back(CreateMutexA(nullptr, FALSE, ("lowest" + std::to_string(i)).c_str()));
+      raw.push_back(mutexes.back().get());
+    }
+    std::atomic<int> held{0}, wanted{0}, released{0};
+    std::thread owner([&] {
+      for (const HANDLE mutex : raw) WaitForSingleObject(mutex, INFINITE);
+      for (int i = 1; i <= kRounds; ++i) {
+        held = i;
+        while (wanted != i) std::this_thread::yield();
+        ReleaseMutex(raw.front());
+        ReleaseMutex(raw.back());
+        released = i;
+        while (wanted != -i) std::this_thread::yield();
+        WaitForSingleObject(raw.front(), INFINITE);
+        WaitForSingleObject(raw.back(), INFINITE);
+      }
+    });
+    int late = 0;
+    for (int i = 1; i <= kRounds; ++i) {
+      while (held != i) std::this_thread::yield();
+      wanted = i;
+      DWORD result;
+      do {
+        result = WaitForMultipleObjects(kMutexes, raw.data(), FALSE, milliseconds);
+      } while (result == WAIT_TIMEOUT);
+      late += result != WAIT_OBJECT_0;
+      while (released != i) std::this_thread::yield();
+      ReleaseMutex(raw[result - WAIT_OBJECT_0]);
+      wanted = -i;
+    }
+    owner.join();
+    EXPECT_EQ(0, late) << "time-out " << milliseconds;
   }
 }
 

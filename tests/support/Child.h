@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,24 +23,16 @@ struct ChildResult {
 class Child {
  public:
   explicit Child(const std::vector<std::string>& command) {
-    int in[2], out[2];
-    if (pipe(in) != 0 || pipe(out) != 0) return;
-    mPid = fork();
-    if (mPid == 0) {
-      dup2(in[0], 0);
-      dup2(out[1], 1);
-      for (const int fd : {in[0], in[1], out[0], out[1]}) close(fd);
+    Start([&command] {
       std::vector<char*> arguments;
       for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
       arguments.push_back(nullptr);
       execv(arguments[0], arguments.data());
-      _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    mIn = in[1];
-    mOut = out[0];
+      return 127;
+    });
   }
+  // A copy of this process that runs `body` and ends with what it returns.
+  static Child Forked(const std::function<int()>& body) { return Child(&body); }
   ~Child() {
     if (mPid > 0) {
       kill(mPid, SIGKILL);
@@ -84,6 +77,25 @@ class Child {
   }
 
  private:
+  explicit Child(const std::function<int()>* body) { Start(*body); }
+
+  template <class Body>
+  void Start(const Body& body) {
+    int in[2], out[2];
+    if (pipe(in) != 0 || pipe(out) != 0) return;
+    mPid = fork();
+    if (mPid == 0) {
+      dup2(in[0], 0);
+      dup2(out[1], 1);
+      for (const int fd : {in[0], in[1], out[0], out[1]}) close(fd);
+      _exit(body());
+    }
+    close(in[0]);
+    close(out[1]);
+    mIn = in[1];
+    mOut = out[0];
+  }
+
   pid_t mPid = -1;
   int mIn = -1;
   int mOut = -1;

@@ -2,6 +2,7 @@
 // it pinned; slots are never freed, so a stale handle always finds a word to compare with.
 #include <mutex>
 
+#include "kernel/Fork.h"
 #include "kernel/Object.h"
 #include "kernel/Thread.h"
 #include "kernel/ThreadRecord.h"
@@ -70,16 +71,18 @@ HandleSlot* NewSlot() {
   return slot;
 }
 
+void FreeSlot(HandleSlot& slot) {
+  const std::lock_guard lock(gsAllocation);
+  slot.nextFree = gsFree;
+  gsFree = &slot;
+}
+
 // The slot is closed and nobody has it pinned: lets the object go and the slot back.
 void Retire(HandleSlot& slot) {
   KernelObject* const object = slot.object.exchange(nullptr, std::memory_order_relaxed);
   const uint64_t generation = (slot.state.load(std::memory_order_relaxed) >> kGenerationShift) + 1;
   slot.state.store((generation & kGenerationMask) << kGenerationShift, std::memory_order_release);
-  {
-    const std::lock_guard lock(gsAllocation);
-    slot.nextFree = gsFree;
-    gsFree = &slot;
-  }
+  FreeSlot(slot);
   object->Release();
 }
 
@@ -89,6 +92,10 @@ void UnpinSlot(HandleSlot& slot) {
 }
 
 }  // namespace
+
+std::mutex& HandleLock() noexcept {
+  return gsAllocation;
+}
 
 HandlePin::HandlePin(HANDLE handle) noexcept {
   if (reinterpret_cast<uintptr_t>(handle) == kCurrentThreadHandle) {
@@ -125,8 +132,12 @@ HANDLE AllocateHandle(Ref<KernelObject> object) noexcept {
     tlsLastError = ERROR_NO_SYSTEM_RESOURCES;
     return nullptr;
   }
+  if (!object->OnHandleOpened()) {
+    FreeSlot(*slot);
+    tlsLastError = ERROR_INVALID_HANDLE;
+    return nullptr;
+  }
   gsOpenCount.fetch_add(1, std::memory_order_relaxed);
-  object->OnHandleOpened();
   slot->object.store(object.Detach(), std::memory_order_relaxed);
   const uint64_t state = slot->state.load(std::memory_order_relaxed);
   slot->state.store(state | kOpen, std::memory_order_release);

@@ -10,10 +10,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <mutex>
 #include <vector>
+
+#include "kernel/Fork.h"
 
 namespace orm::platform {
 namespace {
@@ -142,12 +146,23 @@ Machine FindMachine() {
   return machine;
 }
 
+constinit std::mutex gsMachineLock;
+constinit std::atomic<const Machine*> gsMachine{nullptr};  // what it points to lives as long as the process
+
 const Machine& TheMachine() {
-  static const Machine& machine = *new Machine(FindMachine());  // lives as long as any thread may ask
-  return machine;
+  if (const Machine* const machine = gsMachine.load(std::memory_order_acquire)) return *machine;
+  const std::lock_guard lock(gsMachineLock);
+  if (gsMachine.load(std::memory_order_relaxed) == nullptr) {
+    gsMachine.store(new Machine(FindMachine()), std::memory_order_release);
+  }
+  return *gsMachine.load(std::memory_order_relaxed);
 }
 
 }  // namespace
+
+std::mutex& MachineLock() noexcept {
+  return gsMachineLock;
+}
 
 const std::string& MachineFolder() {
   return TheMachine().folder;

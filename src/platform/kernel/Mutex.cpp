@@ -58,14 +58,27 @@ void Mutex::Abandon() noexcept {
 
 namespace {
 
-// The handle of a mutex that exists now, owned by the caller if it was asked for and nobody else had it.
-HANDLE HandleOf(const Ref<OwnableMutex>& mutex, bool own) {
+// The handle of a mutex that belongs to `owner`, if to anybody; it is given up when there is no handle.
+HANDLE HandleOf(const Ref<OwnableMutex>& mutex, ThreadRecord* owner) {
   const HANDLE handle = AllocateHandle(Ref<KernelObject>(mutex.get()));
-  if (handle == nullptr || !own) return handle;
-  ThreadRecord& thread = CurrentThread();
-  WaitNode request;
-  request.thread = &thread;
-  if (mutex->TryAcquire(request) >= Acquired::kOwned) RecordOwnership(thread, HandlePin(handle), handle);
+  if (owner == nullptr) return handle;
+  if (handle != nullptr) {
+    RecordOwnership(*owner, HandlePin(handle), handle);
+  } else {
+    mutex->ReleaseOnce();
+  }
+  return handle;
+}
+
+HANDLE MakeUnnamed(ThreadRecord* owner) {
+  const auto mutex = MakeRef<Mutex>();
+  if (owner != nullptr) {
+    WaitNode request;
+    request.thread = owner;
+    mutex->TryAcquire(request);
+  }
+  const HANDLE handle = HandleOf(mutex, owner);
+  if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
   return handle;
 }
 
@@ -75,15 +88,12 @@ HANDLE HandleOf(const Ref<OwnableMutex>& mutex, bool own) {
 using namespace orm::platform;
 
 HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept {
-  if (name == nullptr || *name == '\0') {
-    const HANDLE handle = HandleOf(MakeRef<Mutex>(), initialOwner);
-    if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
-    return handle;
-  }
+  ThreadRecord* const owner = initialOwner != FALSE ? &CurrentThread() : nullptr;
+  if (name == nullptr || *name == '\0') return MakeUnnamed(owner);
   bool existed = false;
-  const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, existed);
+  const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, owner, existed);
   if (!mutex) return nullptr;
-  const HANDLE handle = HandleOf(mutex, initialOwner && !existed);
+  const HANDLE handle = HandleOf(mutex, existed ? nullptr : owner);
   mutex->OnHandleClosed();  // the hold that Create has taken
   if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
   return handle;

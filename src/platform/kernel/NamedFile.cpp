@@ -1,5 +1,9 @@
 // The files behind named objects. Everything that creates, opens, closes or removes one happens under a lock
 // on the folder, which no one holds for longer than that.
+//
+// A lock belongs to what an open call has made, which a child made by fork shares with its parent: if it had
+// nothing else, whoever of the two closed first would take the name away from under the other. So each
+// holding is opened and locked a second time before a fork, and the child keeps the second one.
 #include "kernel/NamedFile.h"
 
 #include <fcntl.h>
@@ -9,6 +13,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
+#include <set>
+#include <utility>
 
 #include "kernel/CodePage.h"
 #include "kernel/Errno.h"
@@ -31,8 +38,12 @@ class FolderLock {
     while (flock(mDescriptor, LOCK_EX) != 0 && errno == EINTR) {
     }
   }
+  // Given back and not only closed: a child that another thread is just starting has a copy of the
+  // descriptor.
   ~FolderLock() {
-    if (mDescriptor >= 0) close(mDescriptor);
+    if (mDescriptor < 0) return;
+    flock(mDescriptor, LOCK_UN);
+    close(mDescriptor);
   }
   FolderLock(const FolderLock&) = delete;
   FolderLock& operator=(const FolderLock&) = delete;
@@ -73,18 +84,11 @@ std::string EncodeName(std::string_view name) {
   return result.substr(0, kLongestFileName - 40) + hashes;
 }
 
-// Empty, with the error, when there is no place for named objects.
-std::string NamedFolder(DWORD& error) {
-  std::string folder = MachinePath("named");
-  if (folder.empty()) {
-    error = ERROR_PATH_NOT_FOUND;
-    return {};
-  }
-  if (const int code = EnsureFolder(folder, MachineMode(kFolderMode)); code != 0) {
-    error = ErrorFromErrno(code);
-    return {};
-  }
-  return folder;
+// Whether the path leads to the file that is open: somebody may have removed it, and the name made again.
+bool LeadsTo(const std::string& path, int descriptor) noexcept {
+  struct stat named, opened;
+  return lstat(path.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
 bool Lock(int descriptor, int operation) noexcept {
@@ -94,7 +98,60 @@ bool Lock(int descriptor, int operation) noexcept {
   return result == 0;
 }
 
+// Another holding of the same file; -1 when there is none to be had.
+int HoldAgain(int descriptor) noexcept {
+  char link[32];
+  snprintf(link, sizeof(link), "/proc/self/fd/%d", descriptor);
+  const int result = open(link, O_RDWR | O_CLOEXEC);
+  if (result < 0 || Lock(result, LOCK_SH | LOCK_NB)) return result;
+  close(result);
+  return -1;
+}
+
+// The holdings of this process. The lock is taken before that of the folder, and around a fork.
+struct Holdings {
+  std::mutex lock;
+  std::set<NamedFile*> files;
+};
+
+Holdings& AllHoldings() {
+  static Holdings& holdings = *new Holdings;
+  return holdings;
+}
+
 }  // namespace
+
+// What a holding is opened or closed under; notes on its end whether it is one.
+class NamedFile::Operation {
+ public:
+  Operation(NamedFile& file, const std::string& folder)
+      : mFile(file), mHoldings(AllHoldings()), mLock(mHoldings.lock), mFolderLock(folder) {}
+  ~Operation() {
+    if (mFile.mDescriptor >= 0) {
+      mHoldings.files.insert(&mFile);
+    } else {
+      mHoldings.files.erase(&mFile);
+    }
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+  explicit operator bool() const noexcept { return static_cast<bool>(mFolderLock); }
+
+ private:
+  NamedFile& mFile;
+  Holdings& mHoldings;
+  const std::lock_guard<std::mutex> mLock;
+  const FolderLock mFolderLock;
+};
+
+NamedPath FindNamedPath(std::string_view name) {
+  NamedPath path{MachinePath("named"), {}, ERROR_PATH_NOT_FOUND};
+  if (path.folder.empty()) return path;
+  path.error = ErrorFromErrno(EnsureFolder(path.folder, MachineMode(kFolderMode)));
+  if (path.error != ERROR_SUCCESS) return path;
+  path.file = path.folder + '/' + EncodeName(Utf8FromAnsi(PlainObjectName(name)));
+  return path;
+}
 
 bool IsOpenToAll(const SECURITY_ATTRIBUTES* security) noexcept {
   if (security == nullptr || security->lpSecurityDescriptor == nullptr) return false;
@@ -117,14 +174,12 @@ DWORD NamedFile::CheckKind(NamedKind kind) const noexcept {
   return header.kind == kind ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
-NamedFile::Result NamedFile::Create(std::string_view name, NamedKind kind,
+NamedFile::Result NamedFile::Create(const NamedPath& path, NamedKind kind,
                                     const SECURITY_ATTRIBUTES* security, NamedInitialiser& initialiser) {
-  DWORD error = ERROR_SUCCESS;
-  const std::string folder = NamedFolder(error);
-  if (folder.empty()) return {error};
-  mPath = folder + '/' + EncodeName(Utf8FromAnsi(PlainObjectName(name)));
-  const FolderLock folderLock(folder);
-  if (!folderLock) return {ErrorFromErrno(errno)};
+  if (path.error != ERROR_SUCCESS) return {path.error};
+  mPath = path.file;
+  const Operation operation(*this, path.folder);
+  if (!operation) return {ErrorFromErrno(errno)};
   // Not O_CREAT on a file that is there: in a sticky folder the system may refuse that for another user's.
   mDescriptor = open(mPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (mDescriptor < 0 && errno == ENOENT) {
@@ -133,48 +188,87 @@ NamedFile::Result NamedFile::Create(std::string_view name, NamedKind kind,
   if (mDescriptor < 0) return {ErrorFromErrno(errno)};
   if (!Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
     Lock(mDescriptor, LOCK_SH);
-    error = CheckKind(kind);
+    const DWORD error = CheckKind(kind);
     return {error, error == ERROR_SUCCESS};
   }
   // Nobody holds it: whatever the file holds is of an object that has gone.
   const mode_t mode = IsOpenToAll(security) ? MachineMode(0666) : 0600;
   const NamedHeader header{NamedHeader::kMagic, kind, 0};
+  DWORD error;
   if (ftruncate(mDescriptor, 0) != 0 || (fchmod(mDescriptor, mode) != 0 && errno != EPERM) ||
       pwrite(mDescriptor, &header, sizeof(header), 0) != static_cast<ssize_t>(sizeof(header))) {
     error = ErrorFromErrno(errno);
   } else {
     error = initialiser.Initialise(mDescriptor);
   }
-  if (error != ERROR_SUCCESS) unlink(mPath.c_str());
-  Lock(mDescriptor, LOCK_SH);
+  if (error != ERROR_SUCCESS) {
+    Remove();
+  } else {
+    Lock(mDescriptor, LOCK_SH);
+  }
   return {error};
 }
 
-DWORD NamedFile::Open(std::string_view name, NamedKind kind) {
-  DWORD error = ERROR_SUCCESS;
-  const std::string folder = NamedFolder(error);
-  if (folder.empty()) return error;
-  mPath = folder + '/' + EncodeName(Utf8FromAnsi(PlainObjectName(name)));
-  const FolderLock folderLock(folder);
-  if (!folderLock) return ErrorFromErrno(errno);
+DWORD NamedFile::Open(const NamedPath& path, NamedKind kind) {
+  if (path.error != ERROR_SUCCESS) return path.error;
+  mPath = path.file;
+  const Operation operation(*this, path.folder);
+  if (!operation) return ErrorFromErrno(errno);
   mDescriptor = open(mPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (mDescriptor < 0) return errno == ENOENT ? ERROR_FILE_NOT_FOUND : ErrorFromErrno(errno);
   if (Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
-    unlink(mPath.c_str());
+    Remove();
     return ERROR_FILE_NOT_FOUND;
   }
   Lock(mDescriptor, LOCK_SH);
   return CheckKind(kind);
 }
 
-void NamedFile::Close() noexcept {
-  if (mDescriptor < 0) return;
-  const FolderLock folderLock(mPath.substr(0, mPath.rfind('/')));
-  // Only the owner of a file may remove it from the folder; another user's last holder leaves it, which is no
-  // harm, since an unlocked file is no object.
-  if (folderLock && Lock(mDescriptor, LOCK_EX | LOCK_NB)) unlink(mPath.c_str());
+// Removes the file of an object that nobody else holds. Only the owner of a file may do that; another user
+// leaves it, which is no harm, since an unlocked file is no object.
+void NamedFile::Remove() noexcept {
+  if (LeadsTo(mPath, mDescriptor)) unlink(mPath.c_str());
+  LetGo();
+}
+
+void NamedFile::LetGo() noexcept {
   close(mDescriptor);
   mDescriptor = -1;
+}
+
+void NamedFile::Close() noexcept {
+  if (mDescriptor < 0) return;
+  const Operation operation(*this, mPath.substr(0, mPath.rfind('/')));
+  if (operation && Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
+    Remove();
+  } else {
+    LetGo();
+  }
+}
+
+void NamedFile::BeforeFork() noexcept {
+  Holdings& holdings = AllHoldings();
+  holdings.lock.lock();
+  for (NamedFile* file : holdings.files) file->mChildsDescriptor = HoldAgain(file->mDescriptor);
+}
+
+void NamedFile::AfterForkInParent() noexcept {
+  Holdings& holdings = AllHoldings();
+  for (NamedFile* file : holdings.files) {
+    if (file->mChildsDescriptor >= 0) close(file->mChildsDescriptor);
+    file->mChildsDescriptor = -1;
+  }
+  holdings.lock.unlock();
+}
+
+void NamedFile::AfterForkInChild() noexcept {
+  Holdings& holdings = AllHoldings();
+  for (NamedFile* file : holdings.files) {
+    close(file->mDescriptor);
+    file->mDescriptor = std::exchange(file->mChildsDescriptor, -1);
+  }
+  std::erase_if(holdings.files, [](const NamedFile* file) { return file->mDescriptor < 0; });
+  holdings.lock.unlock();
 }
 
 }  // namespace orm::platform

@@ -31,7 +31,19 @@ class NamedInitialiser {
   ~NamedInitialiser() = default;
 };
 
-// One holding of a named object: a locked descriptor on its file.
+// Where the object of a name has its file.
+struct NamedPath {
+  std::string folder;  // empty when there is no place for named objects
+  std::string file;
+  DWORD error = 0;
+};
+
+// Asks for the code page and the machine, which have locks of their own: not to be called under one of the
+// named objects' locks.
+NamedPath FindNamedPath(std::string_view name);
+
+// One holding of a named object: a locked descriptor on its file. A child made by fork has a holding of its
+// own from its beginning, or none when the system has no descriptor left for it.
 class NamedFile {
  public:
   struct Result {
@@ -46,19 +58,28 @@ class NamedFile {
 
   // Opens the object or makes it. ERROR_INVALID_HANDLE when the name belongs to an object of another kind,
   // ERROR_ACCESS_DENIED when it belongs to another user who did not open it to all.
-  Result Create(std::string_view name, NamedKind kind, const SECURITY_ATTRIBUTES* security,
+  Result Create(const NamedPath& path, NamedKind kind, const SECURITY_ATTRIBUTES* security,
                 NamedInitialiser& initialiser);
   // ERROR_FILE_NOT_FOUND when nobody holds such an object.
-  DWORD Open(std::string_view name, NamedKind kind);
+  DWORD Open(const NamedPath& path, NamedKind kind);
   // The last holder removes the file.
   void Close() noexcept;
 
   int Descriptor() const noexcept { return mDescriptor; }
 
+  static void BeforeFork() noexcept;
+  static void AfterForkInParent() noexcept;
+  static void AfterForkInChild() noexcept;
+
  private:
+  class Operation;
+
   DWORD CheckKind(NamedKind kind) const noexcept;
+  void Remove() noexcept;
+  void LetGo() noexcept;
 
   int mDescriptor = -1;
+  int mChildsDescriptor = -1;  // during a fork
   std::string mPath;
 };
 

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "kernel/Errno.h"
+#include "kernel/Fork.h"
 #include "kernel/Futex.h"
 #include "kernel/ThreadRecord.h"
 
@@ -42,9 +43,12 @@ class NamedMutexTable {
     return mutex;
   }
 
-  void Opened(NamedMutex& mutex) {
+  // False for an object that is pinned still, but had lost its last handle and with it the name.
+  bool Opened(NamedMutex& mutex) {
     const std::lock_guard lock(mLock);
+    if (mutex.mHandles == 0) return false;
     ++mutex.mHandles;
+    return true;
   }
 
   // The name goes with the last handle, though the object may be pinned or owned still.
@@ -55,15 +59,21 @@ class NamedMutexTable {
     mutex.mFile.Close();
   }
 
+  std::mutex& Lock() { return mLock; }
+
  private:
   std::mutex mLock;
   std::map<std::string, NamedMutex*> mMutexes;
 };
 
-// Leaves the file mapped.
+std::mutex& NamedMutexLock() noexcept {
+  return NamedMutexTable::Get().Lock();
+}
+
+// Leaves the file mapped, and the mutex to its first owner before anybody else can open it.
 class NamedMutex::Initialiser final : public NamedInitialiser {
  public:
-  explicit Initialiser(NamedMutex& made) : mMade(made) {}
+  Initialiser(NamedMutex& made, const ThreadRecord* owner) : mMade(made), mOwner(owner) {}
 
   DWORD Initialise(int descriptor) override {
     if (ftruncate(descriptor, kFileBytes) != 0) return ErrorFromErrno(errno);
@@ -74,11 +84,14 @@ class NamedMutex::Initialiser final : public NamedInitialiser {
     pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
     const int code = pthread_mutex_init(&mMade.mShared->mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
-    return code == 0 ? ERROR_SUCCESS : ErrorFromErrno(code);
+    if (code != 0) return ErrorFromErrno(code);
+    if (mOwner != nullptr && pthread_mutex_trylock(&mMade.mShared->mutex) == 0) mMade.Own(*mOwner);
+    return ERROR_SUCCESS;
   }
 
  private:
   NamedMutex& mMade;
+  const ThreadRecord* const mOwner;
 };
 
 // 0 or an errno value.
@@ -101,8 +114,8 @@ bool NamedMutex::Map() noexcept {
   return error == 0;
 }
 
-void NamedMutex::OnHandleOpened() noexcept {
-  NamedMutexTable::Get().Opened(*this);
+bool NamedMutex::OnHandleOpened() noexcept {
+  return NamedMutexTable::Get().Opened(*this);
 }
 
 void NamedMutex::OnHandleClosed() noexcept {
@@ -113,13 +126,15 @@ NamedMutex::~NamedMutex() {
   if (mShared != nullptr) munmap(reinterpret_cast<std::byte*>(mShared) - kStateOffset, kFileBytes);
 }
 
-Ref<NamedMutex> NamedMutex::Create(const char* name, const SECURITY_ATTRIBUTES* security, bool& existed) {
+Ref<NamedMutex> NamedMutex::Create(const char* name, const SECURITY_ATTRIBUTES* security,
+                                   const ThreadRecord* owner, bool& existed) {
   const std::string plain(PlainObjectName(name));
+  const NamedPath path = FindNamedPath(plain);
   existed = true;
   return NamedMutexTable::Get().FindOrMake(plain, [&]() -> Ref<NamedMutex> {
     auto made = Ref<NamedMutex>::Adopt(new NamedMutex(plain));
-    Initialiser initialiser(*made);
-    const NamedFile::Result result = made->mFile.Create(plain, NamedKind::kMutex, security, initialiser);
+    Initialiser initialiser(*made, owner);
+    const NamedFile::Result result = made->mFile.Create(path, NamedKind::kMutex, security, initialiser);
     existed = result.existed;
     if (result.error == ERROR_SUCCESS && made->Map()) return made;
     if (result.error != ERROR_SUCCESS) tlsLastError = result.error;
@@ -129,9 +144,10 @@ Ref<NamedMutex> NamedMutex::Create(const char* name, const SECURITY_ATTRIBUTES* 
 
 Ref<NamedMutex> NamedMutex::Open(const char* name) {
   const std::string plain(PlainObjectName(name));
+  const NamedPath path = FindNamedPath(plain);
   return NamedMutexTable::Get().FindOrMake(plain, [&]() -> Ref<NamedMutex> {
     auto made = Ref<NamedMutex>::Adopt(new NamedMutex(plain));
-    const DWORD error = made->mFile.Open(plain, NamedKind::kMutex);
+    const DWORD error = made->mFile.Open(path, NamedKind::kMutex);
     if (error == ERROR_SUCCESS && made->Map()) return made;
     if (error != ERROR_SUCCESS) tlsLastError = error;
     return nullptr;
@@ -145,6 +161,11 @@ std::atomic<uint32_t>& NamedMutex::LockWord() noexcept {
   return *reinterpret_cast<std::atomic<uint32_t>*>(&mShared->mutex.__data.__lock);
 }
 
+void NamedMutex::Own(const ThreadRecord& thread) noexcept {
+  mOwner.store(&thread, std::memory_order_relaxed);
+  mCount = 1;
+}
+
 Acquired NamedMutex::TryAcquire(const WaitNode& request) noexcept {
   if (mOwner.load(std::memory_order_relaxed) == request.thread) {
     ++mCount;
@@ -155,8 +176,7 @@ Acquired NamedMutex::TryAcquire(const WaitNode& request) noexcept {
   if (code == EOWNERDEAD) pthread_mutex_consistent(&mShared->mutex);
   const bool released = mShared->abandoned.load(std::memory_order_relaxed) != 0;
   if (released) mShared->abandoned.store(0, std::memory_order_relaxed);
-  mOwner.store(request.thread, std::memory_order_relaxed);
-  mCount = 1;
+  Own(*request.thread);
   return code == EOWNERDEAD || released ? Acquired::kAbandoned : Acquired::kOwned;
 }
 
@@ -172,6 +192,15 @@ void NamedMutex::Abandon() noexcept {
   mShared->abandoned.store(1, std::memory_order_relaxed);
   mCount = 1;
   ReleaseOnce();
+}
+
+// Nobody has been told that the former owner died; the next one is.
+void NamedMutex::Undo(const WaitNode& node) noexcept {
+  if (node.outcome == Acquired::kAbandoned && mCount == 1) {
+    Abandon();
+  } else {
+    ReleaseOnce();
+  }
 }
 
 bool NamedMutex::PrepareSharedWait(SharedWait& wait) noexcept {

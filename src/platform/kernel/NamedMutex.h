@@ -16,11 +16,13 @@ class NamedMutex final : public OwnableMutex {
   static constexpr ObjectKind kKind = ObjectKind::kNamedMutex;
 
   // Within a process all handles of one name share one object. Null with the last error. The result counts as
-  // one handle, for the caller to give up with OnHandleClosed when it has made one.
-  static Ref<NamedMutex> Create(const char* name, const SECURITY_ATTRIBUTES* security, bool& existed);
+  // one handle, for the caller to give up with OnHandleClosed when it has made one. A mutex that did not
+  // exist belongs to `owner`, the calling thread or null, from its beginning.
+  static Ref<NamedMutex> Create(const char* name, const SECURITY_ATTRIBUTES* security,
+                                const ThreadRecord* owner, bool& existed);
   static Ref<NamedMutex> Open(const char* name);
 
-  void OnHandleOpened() noexcept override;
+  bool OnHandleOpened() noexcept override;
   void OnHandleClosed() noexcept override;
 
   Acquired TryAcquire(const WaitNode& request) noexcept override;
@@ -30,7 +32,9 @@ class NamedMutex final : public OwnableMutex {
   bool IsShared() const noexcept override { return true; }
   bool PrepareSharedWait(SharedWait& wait) noexcept override;
   void EndSharedWait(bool acquired) noexcept override;
-  void Undo(const WaitNode&) noexcept override { ReleaseOnce(); }
+  void Undo(const WaitNode& node) noexcept override;
+  // In a child made by fork, whose only thread owned the mutex in the parent.
+  void LeaveToParent() noexcept { mOwner.store(nullptr, std::memory_order_relaxed); }
 
  private:
   friend class NamedMutexTable;
@@ -47,6 +51,7 @@ class NamedMutex final : public OwnableMutex {
   ~NamedMutex() override;
   bool Map() noexcept;
   int MapFile(int descriptor) noexcept;
+  void Own(const ThreadRecord& thread) noexcept;
   std::atomic<uint32_t>& LockWord() noexcept;
 
   const std::string mName;

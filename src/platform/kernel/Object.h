@@ -41,8 +41,9 @@ class KernelObject {
   // The descriptor of the file that the object stands for, -1 for other objects; it stays the object's own.
   virtual int FileDescriptor() const noexcept { return -1; }
   // Told of each handle that the object gets and loses, for objects whose name goes with the last handle and
-  // not with the last reference.
-  virtual void OnHandleOpened() noexcept {}
+  // not with the last reference. False when that has happened: there are no handles to such an object any
+  // more.
+  virtual bool OnHandleOpened() noexcept { return true; }
   virtual void OnHandleClosed() noexcept {}
 
  protected:
@@ -125,7 +126,7 @@ class HandlePin {
 };
 
 // Gives the object a handle, which owns one reference. Null with ERROR_NO_SYSTEM_RESOURCES when the table is
-// full.
+// full, with ERROR_INVALID_HANDLE when the object has lost its last handle meanwhile.
 HANDLE AllocateHandle(Ref<KernelObject> object) noexcept;
 // Closes one handle; false with ERROR_INVALID_HANDLE when it names nothing.
 bool ReleaseHandle(HANDLE handle) noexcept;

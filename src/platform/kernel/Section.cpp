@@ -14,6 +14,7 @@
 #include <mutex>
 
 #include "kernel/Errno.h"
+#include "kernel/Fork.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
 #include "win32/mappingx.h"
@@ -118,6 +119,10 @@ class Section::Initialiser final : public NamedInitialiser {
   const Request& mRequest;
 };
 
+std::mutex& ViewLock() noexcept {
+  return Views().lock;
+}
+
 Section::~Section() {
   if (mData >= 0) close(mData);
 }
@@ -143,14 +148,15 @@ DWORD Section::MakeUnnamed(const Request& request) {
 DWORD Section::MakeNamed(const char* name, const SECURITY_ATTRIBUTES* security, const Request& request,
                          bool& existed) {
   Initialiser initialiser(request);
-  const NamedFile::Result result = mFile.Create(name, NamedKind::kSection, security, initialiser);
+  const NamedFile::Result result =
+      mFile.Create(FindNamedPath(name), NamedKind::kSection, security, initialiser);
   existed = result.existed;
   if (result.error != ERROR_SUCCESS) return result.error;
   return existed || request.file < 0 ? ReadNamed() : UseFile(request);
 }
 
 DWORD Section::OpenNamed(const char* name) {
-  const DWORD error = mFile.Open(name, NamedKind::kSection);
+  const DWORD error = mFile.Open(FindNamedPath(name), NamedKind::kSection);
   return error == ERROR_SUCCESS ? ReadNamed() : error;
 }
 

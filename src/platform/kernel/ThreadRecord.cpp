@@ -7,6 +7,7 @@
 
 #include <mutex>
 
+#include "kernel/Fork.h"
 #include "kernel/ModuleEntries.h"
 #include "kernel/Mutex.h"
 #include "kernel/Thread.h"
@@ -55,6 +56,10 @@ pthread_key_t EndKey() {
 }
 
 }  // namespace
+
+std::mutex& ThreadListLock() noexcept {
+  return gsListLock;
+}
 
 ThreadRecord::ThreadRecord(Ref<ThreadObject> object) : id(object->Id()), self(std::move(object)) {}
 

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <new>
 
+#include "kernel/Fork.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
 
@@ -27,6 +28,11 @@ TlsSlot* SlotOf(ThreadRecord& thread, DWORD index) {
 }
 
 }  // namespace
+
+std::mutex& TlsLock() noexcept {
+  return gsTlsLock;
+}
+
 }  // namespace orm::platform
 
 using namespace orm::platform;
