@@ -66,23 +66,37 @@ class WakeDescriptor {
   const int mDescriptor;
 };
 
+// The first outside object of the nodes that had a signal when it was looked at, taken; null when none had.
+WaitNode* TakeFirst(std::span<WaitNode> nodes) noexcept {
+  for (WaitNode& node : nodes) {
+    if (node.object->IsOutside() && (node.outcome = node.object->TryAcquire(node)) != Acquired::kNo)
+      return &node;
+  }
+  return nullptr;
+}
+
+void GiveBack(WaitNode& node) noexcept {
+  node.object->Undo(node);
+  node.outcome = Acquired::kNo;
+}
+
 }  // namespace
 
-// Takes the first outside object of the nodes that has a signal. True when the wait is over, by that or by
-// another object.
+// Takes the outside object of the lowest index that has a signal. True when the wait is over, by that or by
+// another object. A wait that is over takes nothing, not even for a moment.
 bool WaitOperation::TakeOutside(std::span<WaitNode> nodes) noexcept {
-  for (WaitNode& node : nodes) {
-    if (!node.object->IsOutside()) continue;
-    const Acquired outcome = node.object->TryAcquire(node);
-    if (outcome == Acquired::kNo) continue;
-    if (Waiter::IsWaiting(mWaiter.Claim(node.index))) {
-      node.outcome = outcome;
-    } else {
-      node.object->Undo(node);
-    }
-    return true;
+  if (!Waiter::IsWaiting(mWaiter.word.load(std::memory_order_acquire))) return true;
+  WaitNode* taken = TakeFirst(nodes);
+  if (taken == nullptr) return false;
+  // One of a lower index may have been signalled behind the look at it, and before this one was.
+  while (WaitNode* const lower = TakeFirst(nodes.first(taken->index))) {
+    const Acquired outcome = taken->outcome;
+    GiveBack(*taken);
+    if (lower->object == taken->object) lower->outcome = outcome;  // it has been taken twice, and is once now
+    taken = lower;
   }
-  return !Waiter::IsWaiting(mWaiter.word.load(std::memory_order_acquire));
+  if (!Waiter::IsWaiting(mWaiter.Claim(taken->index))) GiveBack(*taken);
+  return true;
 }
 
 // Sleeps once on the wake word and the shared words. False when the deadline has passed.

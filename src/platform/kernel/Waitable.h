@@ -76,7 +76,7 @@ class Waitable : public KernelObject {
   virtual bool PrepareSharedWait(SharedWait&) noexcept { return false; }
   // Ends what PrepareSharedWait began; `acquired` tells whether the thread has taken the object since.
   virtual void EndSharedWait(bool) noexcept {}
-  // Gives back what TryAcquire took for a wait that another object had already ended.
+  // Gives back what TryAcquire took for a wait that another object had already ended, as `outcome` tells it.
   virtual void Undo(const WaitNode&) noexcept {}
   virtual bool IsShared() const noexcept { return false; }
   bool IsOutside() const noexcept { return IsShared() || PollDescriptor() >= 0; }
