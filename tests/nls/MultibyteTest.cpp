@@ -85,6 +85,9 @@ TEST_F(Multibyte, ATrailByteIsNoCharacter) {
   EXPECT_EQ(_ismbstrail(path, path + 1), -1);
   EXPECT_EQ(_ismbstrail(path, path + 4), 0);
   EXPECT_EQ(_ismbslead(path, path + 4), 0);
+  Use(65001);
+  EXPECT_EQ(_mbsstr(U("\xE2\x82\xAC"), U("\x82")), nullptr);
+  Use(932);
   EXPECT_TRUE(_ismbblead(0x83));
   EXPECT_TRUE(_ismbbtrail(0x5C));
   EXPECT_FALSE(_ismbbtrail(0x7F));

@@ -401,7 +401,11 @@ unsigned char* _mbsrchr(const unsigned char* text, unsigned int code) {
 }
 
 unsigned char* _mbsstr(const unsigned char* text, const unsigned char* part) {
-  if (AnsiCodePage().kind != Kind::DoubleByte) return Bytes(std::strstr(Chars(text), Chars(part)));
+  // Bytes that look like the part but lie across characters: in UTF-8 only those of a part that begins within
+  // one.
+  const Kind kind = AnsiCodePage().kind;
+  const bool mayLieAcross = kind == Kind::DoubleByte || (kind == Kind::Utf8 && (*part & 0xC0) == 0x80);
+  if (!mayLieAcross) return Bytes(std::strstr(Chars(text), Chars(part)));
   const std::size_t size = std::strlen(Chars(part));
   for (const Byte* at = text;; at += _mbclen(at)) {
     if (std::strncmp(Chars(at), Chars(part), size) == 0) return Mutable(at);
