@@ -1,5 +1,6 @@
 // Open files: dispositions, share flags, content, positions, times.
 #include "files/Files.h"
+#include "support/ScarceMemory.h"
 
 using namespace filestest;
 
@@ -200,6 +201,45 @@ TEST_F(Files, DeleteOnCloseDeletes) {
     EXPECT_TRUE(Exists("f"));
   }
   EXPECT_FALSE(Exists("f"));
+}
+
+TEST_F(Files, WantOfMemoryLeavesNothingOpen) {
+  Put("File");
+  const auto nextDescriptor = [] {
+    const int next = dup(0);
+    close(next);
+    return next;
+  };
+  const std::pair<const char*, std::function<void()>> table[] = {
+      {"open", [&] { Opened(Name("FILE"), GENERIC_READ, all, OPEN_EXISTING); }},
+      {"empty", [&] { Opened(Name("File"), readWrite, all, CREATE_ALWAYS); }},
+      {"create", [&] { Opened(Name("new"), readWrite, all, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE); }},
+      {"search",
+       [&] {
+         WIN32_FIND_DATAA data;
+         const HANDLE search = FindFirstFileA(Name("f*").c_str(), &data);
+         FindNextFileA(search, &data);
+         FindClose(search);
+       }},
+      {"watch",
+       [&] {
+         FindCloseChangeNotification(
+             FindFirstChangeNotificationA(folder.c_str(), TRUE, FILE_NOTIFY_CHANGE_FILE_NAME));
+       }},
+      {"current folder", [&] { SetCurrentDirectoryA(folder.c_str()); }},
+  };
+  for (const auto& [what, operation] : table) {
+    operation();  // the registry, which is asked for the code page, stays open
+    unlink(Disk("new").c_str());
+    const int next = nextDescriptor();
+    EXPECT_GT(test::RefuseEachAllocation(operation,
+                                         [&, what = what] {
+                                           EXPECT_EQ(nextDescriptor(), next) << what;
+                                           unlink(Disk("new").c_str());
+                                         }),
+              0)
+        << what;
+  }
 }
 
 }  // namespace

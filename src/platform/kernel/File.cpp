@@ -1,6 +1,7 @@
 // Opening and creating files.
 #include <fcntl.h>
 
+#include "kernel/Descriptor.h"
 #include "kernel/File.h"
 #include "kernel/FileDisk.h"
 #include "kernel/Machine.h"
@@ -66,8 +67,7 @@ bool IsOpenPlace(const Request& request, const std::string& path, int file) {
   return stat(parent.c_str(), &status) != 0 || (status.st_mode & S_IWOTH) != 0;
 }
 
-int Deny(int file) {
-  if (file >= 0) close(file);
+int Deny() {
   errno = EACCES;
   return -1;
 }
@@ -75,7 +75,7 @@ int Deny(int file) {
 int OpenPath(const std::string& path, int flags, mode_t mode) {
   int file = open(path.c_str(), flags | O_NOFOLLOW, mode);
   if (file >= 0 || errno != ELOOP) return file;
-  if (IsPlanted(path)) return Deny(-1);
+  if (IsPlanted(path)) return Deny();
   return open(path.c_str(), flags, mode);
 }
 
@@ -88,33 +88,33 @@ int OpenForAccess(const std::string& path, const Request& request, int more) {
   return OpenPath(path, flags | O_WRONLY, request.mode);
 }
 
-// A descriptor, or -1 with errno. *existed tells whether the file was there.
-int OpenOrCreate(std::string* path, const Request& request, bool* existed) {
+// None, with errno set, on failure. *existed tells whether the file was there.
+Descriptor OpenOrCreate(std::string* path, const Request& request, bool* existed) {
   const bool mayOpen = request.disposition != CREATE_NEW;
   const bool mayCreate = request.disposition != OPEN_EXISTING && request.disposition != TRUNCATE_EXISTING;
   for (int race = 0; race < maxRaces; ++race) {
     *existed = true;
-    int file = -1;
     if (mayOpen) {
-      file = WithCase(path, [&](const std::string& name) { return OpenForAccess(name, request, 0); });
-      if (file >= 0 && !IsOpenPlace(request, *path, file)) return Deny(file);
-      if (file >= 0 || errno != ENOENT || !mayCreate) return file;
+      Descriptor file(
+          WithCase(path, [&](const std::string& name) { return OpenForAccess(name, request, 0); }));
+      if (file.IsOpen() && !IsOpenPlace(request, *path, file.Get())) return Descriptor(Deny());
+      if (file.IsOpen() || errno != ENOENT || !mayCreate) return file;
     } else {
       struct stat status {};
       *path = ResolveCase(*path);
-      if (path->empty()) return -1;
+      if (path->empty()) return Descriptor();
       if (lstat(path->c_str(), &status) == 0) {
         errno = EEXIST;
-        return -1;
+        return Descriptor();
       }
     }
     *existed = false;
-    if (!IsOpenPlace(request, *path, -1)) return Deny(-1);
-    file = OpenForAccess(*path, request, O_CREAT | O_EXCL);
-    if (file >= 0 && request.isOpenToAll) fchmod(file, 0666);
-    if (file >= 0 || errno != EEXIST) return file;
+    if (!IsOpenPlace(request, *path, -1)) return Descriptor(Deny());
+    Descriptor file(OpenForAccess(*path, request, O_CREAT | O_EXCL));
+    if (file.IsOpen() && request.isOpenToAll) fchmod(file.Get(), 0666);
+    if (file.IsOpen() || errno != EEXIST) return file;
   }
-  return -1;
+  return Descriptor();
 }
 
 // What is left to do once the file is open. 0 or an error.
@@ -152,27 +152,21 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBU
   std::string path = TranslateOrFail(name);
   if (path.empty()) return INVALID_HANDLE_VALUE;
   bool existed = false;
-  const int file = OpenOrCreate(&path, request, &existed);
-  if (file < 0) {
-    FailWith(errno, path);
-    if (errno == EEXIST) SetLastErrorCode(ERROR_FILE_EXISTS);
+  Descriptor file = OpenOrCreate(&path, request, &existed);
+  if (!file.IsOpen()) {
+    const int error = errno;
+    FailWith(error, path);
+    if (error == EEXIST) SetLastErrorCode(ERROR_FILE_EXISTS);
     return INVALID_HANDLE_VALUE;
   }
-  if (const DWORD error = Settle(file, request, share, existed); error != ERROR_SUCCESS) {
-    close(file);
+  if (const DWORD error = Settle(file.Get(), request, share, existed); error != ERROR_SUCCESS) {
     SetLastErrorCode(error);
     return INVALID_HANDLE_VALUE;
   }
-  Advise(file, flagsAndAttributes);
+  Advise(file.Get(), flagsAndAttributes);
   const bool deletes = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-  Ref<File> object;
-  try {
-    object =
-        MakeRef<File>(file, request.reads, request.writes || request.appends, deletes ? path : std::string());
-  } catch (...) {
-    close(file);
-    throw;
-  }
+  const auto object = MakeRef<File>(std::move(file), request.reads, request.writes || request.appends,
+                                    deletes ? std::move(path) : std::string());
   const HANDLE handle = AllocateHandle(object);
   if (handle == nullptr) return INVALID_HANDLE_VALUE;
   const bool tells = existed && (disposition == OPEN_ALWAYS || disposition == CREATE_ALWAYS);

@@ -1,11 +1,10 @@
 // An open file as a kernel object.
 #pragma once
 
-#include <unistd.h>
-
 #include <string>
 #include <utility>
 
+#include "kernel/Descriptor.h"
 #include "kernel/Object.h"
 
 namespace orm::platform {
@@ -14,25 +13,24 @@ class File final : public KernelObject {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kFile;
 
-  File(int descriptor, bool canRead, bool canWrite, std::string deleteOnClose) noexcept
+  File(Descriptor descriptor, bool canRead, bool canWrite, std::string deleteOnClose) noexcept
       : KernelObject(kKind),
-        mDescriptor(descriptor),
+        mDescriptor(std::move(descriptor)),
         mCanRead(canRead),
         mCanWrite(canWrite),
         mDeleteOnClose(std::move(deleteOnClose)) {}
 
-  int FileDescriptor() const noexcept override { return mDescriptor; }
+  int FileDescriptor() const noexcept override { return mDescriptor.Get(); }
   bool CanRead() const noexcept { return mCanRead; }
   bool CanWrite() const noexcept { return mCanWrite; }
 
  protected:
   ~File() override {
     if (!mDeleteOnClose.empty()) unlink(mDeleteOnClose.c_str());
-    close(mDescriptor);
   }
 
  private:
-  const int mDescriptor;
+  const Descriptor mDescriptor;
   // The descriptor may allow more than was asked for; see ShareMode.h.
   const bool mCanRead, mCanWrite;
   const std::string mDeleteOnClose;

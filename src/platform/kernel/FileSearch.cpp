@@ -34,7 +34,8 @@ class FileSearch final : public KernelObject {
   bool Next(WIN32_FIND_DATAA* data) {
     const std::lock_guard lock(mLock);
     if (mNext == mEntries.size()) return false;
-    Describe(mEntries[mNext++], data);
+    Describe(mEntries[mNext], data);
+    ++mNext;
     return true;
   }
 
