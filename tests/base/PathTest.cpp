@@ -258,3 +258,27 @@ TEST(Path, BecomesAbsoluteAgainstTheCurrentDirectory) {
   EXPECT_EQ(ThrownCode([&] { outside.MakeAbsolute(); }), ERROR_BAD_PATHNAME);
   EXPECT_STREQ(outside.GetText().GetBegin(), "..\\..\\x");
 }
+
+TEST(Path, TheCurrentDirectoryHasAtMost260Characters) {
+  std::filesystem::path folder = std::getenv("ORM_MACHINE");
+  const auto enter = [&](size_t length) {
+    folder /= std::string(length, 'd');
+    std::filesystem::create_directory(folder);
+    std::filesystem::current_path(folder);
+  };
+  enter(200);
+  enter(257 - folder.string().size());  // with the drive's two characters
+  char buffer[300];
+  ASSERT_EQ(GetCurrentDirectoryA(sizeof buffer, buffer), 260u);
+  Path path = Make("x");
+  path.MakeAbsolute();
+  EXPECT_EQ(path.GetText().GetLength(), 262u);
+  enter(1);
+  Path kept = Make("x");
+  EXPECT_EQ(ThrownCode([&] { kept.MakeAbsolute(); }), ERROR_FILENAME_EXCED_RANGE);
+  EXPECT_STREQ(kept.GetText().GetBegin(), "x");
+  // By their whole names files are reached at any depth.
+  EXPECT_EQ(path.GetAttributes(), INVALID_FILE_ATTRIBUTES);
+  std::ofstream("x") << "x";
+  EXPECT_EQ(Make(("z:" + (folder / "x").string()).c_str()).GetAttributes(), FILE_ATTRIBUTE_ARCHIVE);
+}

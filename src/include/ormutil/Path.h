@@ -63,6 +63,7 @@ class ORMUTIL_API Path {
   void Enumerate(const String& pattern, DWORD requiredAttributes, DWORD excludedAttributes,
                  std::vector<String>& result) const;
 
+  // By text, with regard to case.
   friend bool operator==(const Path& a, const Path& b) { return a.mText == b.mText; }
 
  private:
