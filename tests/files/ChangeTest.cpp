@@ -1,5 +1,9 @@
 // Change notifications: what signals them, what does not, and that nothing is missed.
+#include <sys/resource.h>
+
+#include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "files/Files.h"
 
@@ -137,6 +141,80 @@ TEST_F(Changes, AChildDoesNotTakeItsParentsChanges) {
             }),
             0);
   EXPECT_TRUE(IsSignalled());
+}
+
+TEST_F(Changes, OneChangeWakesAllWhoWaitForIt) {
+  Watch();
+  const HANDLE other = FindFirstChangeNotificationA(folder.c_str(), FALSE, libraryFilter);
+  const HANDLE never = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  for (int round = 0; round < 50; ++round) {
+    std::atomic<int> woken{0};
+    std::vector<std::thread> waiters;
+    for (const HANDLE handle : {change, change, other, other}) {
+      waiters.emplace_back([&, handle] {
+        const HANDLE both[] = {never, handle};
+        woken += WaitForMultipleObjects(2, both, FALSE, 60000) == WAIT_OBJECT_0 + 1;
+      });
+    }
+    Put("a");
+    for (std::thread& waiter : waiters) waiter.join();
+    ASSERT_EQ(woken, 4) << "round " << round;
+    for (const HANDLE handle : {change, other}) {
+      while (WaitForSingleObject(handle, 0) == WAIT_OBJECT_0) ASSERT_TRUE(FindNextChangeNotification(handle));
+    }
+  }
+  CloseHandle(never);
+  EXPECT_TRUE(FindCloseChangeNotification(other));
+}
+
+TEST_F(Changes, NotificationsOfOneFolderAreIndependent) {
+  Put("there");
+  Watch(FILE_NOTIFY_CHANGE_FILE_NAME);
+  const HANDLE content = FindFirstChangeNotificationA(folder.c_str(), FALSE, FILE_NOTIFY_CHANGE_SIZE);
+  ASSERT_NE(content, INVALID_HANDLE_VALUE);
+  const auto isContentSignalled = [&] { return WaitForSingleObject(content, 0) == WAIT_OBJECT_0; };
+  std::ofstream(Disk("there"), std::ios::app) << "more";
+  EXPECT_FALSE(IsSignalled()) << "each by its own filter";
+  EXPECT_TRUE(isContentSignalled());
+  ASSERT_TRUE(FindNextChangeNotification(content));
+  Put("a");
+  ASSERT_TRUE(IsSignalled());
+  Put("b");
+  EXPECT_TRUE(isContentSignalled()) << "which sees what the first one has not looked at";
+  ASSERT_TRUE(FindNextChangeNotification(change));
+  EXPECT_TRUE(IsSignalled()) << "for the second";
+  EXPECT_TRUE(FindCloseChangeNotification(content));
+  ASSERT_TRUE(FindNextChangeNotification(change));
+  Put("c");
+  EXPECT_TRUE(IsSignalled()) << "when the other is gone";
+}
+
+TEST_F(Changes, AllTakeOneDescriptorAndTellWhenThereIsNone) {
+  const auto descriptors = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  Watch();
+  const auto before = descriptors();
+  std::vector<HANDLE> changes;
+  for (int i = 0; i < 300; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    ASSERT_EQ(mkdir(Disk(name).c_str(), 0755), 0);
+    changes.push_back(FindFirstChangeNotificationA(Name(name).c_str(), FALSE, libraryFilter));
+    ASSERT_NE(changes.back(), INVALID_HANDLE_VALUE) << i << ": " << GetLastError();
+  }
+  EXPECT_EQ(descriptors(), before);
+  Put("f299/new");
+  EXPECT_EQ(WaitForSingleObject(changes[298], 0), WAIT_TIMEOUT);
+  EXPECT_EQ(WaitForSingleObject(changes[299], 0), WAIT_OBJECT_0);
+  for (const HANDLE handle : changes) EXPECT_TRUE(FindCloseChangeNotification(handle));
+  EXPECT_EQ(InChild([&]() -> int {
+              const rlimit none{3, 3};
+              if (setrlimit(RLIMIT_NOFILE, &none) != 0) return 1;
+              if (FindFirstChangeNotificationA(folder.c_str(), FALSE, libraryFilter) != INVALID_HANDLE_VALUE)
+                return 2;
+              return GetLastError() == ERROR_NO_SYSTEM_RESOURCES ? 0 : 3;
+            }),
+            0);
 }
 
 TEST_F(Changes, NoneIsMissedUnderLoad) {

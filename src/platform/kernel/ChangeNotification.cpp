@@ -6,13 +6,12 @@
 #include <limits.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <map>
 #include <memory>
-#include <mutex>
+#include <utility>
 
+#include "kernel/ChangeQueue.h"
 #include "kernel/FileDisk.h"
 #include "kernel/FolderReader.h"
 #include "kernel/Waitable.h"
@@ -23,11 +22,13 @@ namespace {
 
 constexpr std::uint32_t nameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
 constexpr std::uint32_t selfEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT;
+constexpr std::uint32_t contentEvents = IN_MODIFY | IN_CLOSE_WRITE;
 constexpr DWORD allFilters = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
                              FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SIZE |
                              FILE_NOTIFY_CHANGE_LAST_WRITE;
 
-class ChangeNotification final : public Waitable {
+// Its own state is changed under the queue's lock, but for what the object's lock guards.
+class ChangeNotification final : public Waitable, private ChangeListener {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kChangeNotification;
 
@@ -36,54 +37,68 @@ class ChangeNotification final : public Waitable {
 
   // Begins to watch; 0 or an errno value.
   int Start() {
-    mProcess = getpid();
-    mWatched.clear();
-    mQueue = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    return mQueue < 0 ? errno : Watch(mFolder);
+    const ChangeQueue::Use queue;
+    queue->Read();
+    return Watch(*queue, mFolder);
   }
 
-  // False when the folder is gone.
+  // What has come in since somebody was told of the last change is a change of its own. False when the folder
+  // is gone.
   bool Rearm() {
-    const std::lock_guard lock(mLock);
-    mIsSignalled = false;
+    const ChangeQueue::Use queue;
+    const Lock lock(*this);
+    mIsSeen = false;
+    if (!std::exchange(mHasMore, false)) mState.fetch_and(~kSignalled, std::memory_order_relaxed);
     return !mIsGone;
   }
 
-  int PollDescriptor() const noexcept override { return mQueue; }
+  bool IsPumped() const noexcept override { return true; }
+  int PollDescriptor() const noexcept override { return ChangeQueue::Descriptor(); }
+  void Pump() noexcept override {
+    const ChangeQueue::Use queue;
+    queue->Read();
+  }
 
   // Stays signalled until it is re-armed.
-  Acquired TryAcquire(const WaitNode&) noexcept override {
-    const std::lock_guard lock(mLock);
-    StartAnewAfterFork();
-    while (ReadEvents()) continue;
-    return mIsSignalled ? Acquired::kYes : Acquired::kNo;
+  Acquired TryAcquire(const WaitNode& request) noexcept override {
+    Pump();
+    return Waitable::TryAcquire(request);
   }
 
  protected:
   ~ChangeNotification() override {
-    if (mQueue >= 0) close(mQueue);
+    const ChangeQueue::Use queue;
+    queue->Remove(*this);
+  }
+
+  Acquired Consume(const WaitNode&) noexcept override {
+    mIsSeen = true;
+    return Acquired::kYes;
   }
 
  private:
-  std::uint32_t Mask() const {
-    std::uint32_t mask = nameEvents | selfEvents | IN_ONLYDIR;
-    if ((mFilter & (FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0)
-      mask |= IN_MODIFY | IN_CLOSE_WRITE;
-    if ((mFilter & (FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0) mask |= IN_ATTRIB;
-    return mask;
+  // Which kinds of changes of files the filter asks for.
+  bool WantsContent() const {
+    return (mFilter & (FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0;
+  }
+  bool WantsAttributes() const {
+    return (mFilter & (FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0;
   }
 
-  int Watch(const std::string& folder) {
-    const int watch = inotify_add_watch(mQueue, folder.c_str(), Mask());
-    if (watch < 0) return errno;
-    mWatched[watch] = folder;
-    return mSubtree ? WatchBelow(folder) : 0;
+  std::uint32_t Mask() const {
+    return nameEvents | selfEvents | (WantsContent() ? contentEvents : 0) |
+           (WantsAttributes() ? IN_ATTRIB : 0);
+  }
+
+  int Watch(ChangeQueue& queue, const std::string& folder) {
+    const int error = queue.Add(*this, folder, Mask());
+    return error == 0 && mSubtree ? WatchBelow(queue, folder) : error;
   }
 
   // What has vanished meanwhile, or what this user may not look into, needs no watch.
   static bool IsOutOfSight(int error) { return error == ENOENT || error == ENOTDIR || error == EACCES; }
 
-  int WatchBelow(const std::string& folder) {
+  int WatchBelow(ChangeQueue& queue, const std::string& folder) {
     FolderReader listing(folder);
     while (const dirent* entry = listing.Next()) {
       const std::string name = entry->d_name;
@@ -92,68 +107,60 @@ class ChangeNotification final : public Waitable {
       path.append(1, '/').append(name);
       if (name == "." || name == ".." || lstat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
         continue;
-      if (const int error = Watch(path); error != 0 && !IsOutOfSight(error)) return error;
+      if (const int error = Watch(queue, path); error != 0 && !IsOutOfSight(error)) return error;
     }
     return IsOutOfSight(listing.GetError()) ? 0 : listing.GetError();
   }
 
-  // The queue is the parent's: reading it would take its events away. What has happened before is not known,
-  // so the handle is signalled.
-  void StartAnewAfterFork() {
-    if (mProcess == getpid()) return;
-    close(mQueue);
-    mIsGone = Start() != 0;
-    mIsSignalled = true;
-  }
-
-  // One buffer full of events; false when there are none.
-  bool ReadEvents() {
-    alignas(inotify_event) char buffer[4096];
-    const ssize_t size = read(mQueue, buffer, sizeof buffer);
-    if (size <= 0) return size < 0 && errno == EINTR;
-    for (ssize_t at = 0; at < size;) {
-      const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
-      See(*event);
-      at += static_cast<ssize_t>(sizeof *event + event->len);
-    }
-    return true;
-  }
-
-  void See(const inotify_event& event) {
-    const bool isFolder = (event.mask & IN_ISDIR) != 0;
-    const auto watched = mWatched.find(event.wd);
-    const bool isTop = watched != mWatched.end() && watched->second == mFolder;
-    if ((event.mask & IN_Q_OVERFLOW) != 0) mIsSignalled = true;
-    // Who watches by name is to look where the name leads now.
-    if ((event.mask & (selfEvents | IN_IGNORED)) != 0 && isTop) mIsGone = mIsSignalled = true;
-    if ((event.mask & nameEvents) != 0) {
-      const DWORD kind = isFolder ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME;
-      if ((mFilter & kind) != 0) mIsSignalled = true;
-      const bool comes = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0;
-      // What was made in the new folder before the watch on it is only seen as the new folder.
-      if (comes && isFolder && mSubtree && watched != mWatched.end()) {
-        const int error = Watch(watched->second + '/' + event.name);
-        // Rather no watch any more than one that misses what happens there.
-        mIsGone |= error != 0 && !IsOutOfSight(error);
-        mIsSignalled = true;
+  void Mark() noexcept {
+    {
+      const Lock lock(*this);
+      if ((mState.load(std::memory_order_relaxed) & kSignalled) != 0) {
+        mHasMore = mHasMore || mIsSeen;
+        return;
       }
     }
-    if ((event.mask & (IN_MODIFY | IN_CLOSE_WRITE)) != 0) mIsSignalled = true;
-    // The time of a folder's own entry is of no interest unless attributes are.
-    if ((event.mask & IN_ATTRIB) != 0 && (event.len != 0 || (mFilter & FILE_NOTIFY_CHANGE_ATTRIBUTES) != 0))
-      mIsSignalled = true;
-    if ((event.mask & IN_IGNORED) != 0 && watched != mWatched.end()) mWatched.erase(watched);
+    Signal();
   }
 
-  std::mutex mLock;
+  void BeginAnew(ChangeQueue& queue) override {
+    mIsGone = Watch(queue, mFolder) != 0;
+    Mark();
+  }
+
+  void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) override {
+    // Who watches by name is to look where the name leads now.
+    if ((event.mask & (selfEvents | IN_IGNORED)) != 0 && folder == mFolder) mIsGone = true;
+    if (mIsGone || IsWanted(event)) Mark();
+    const bool isNewFolder = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0 && (event.mask & IN_ISDIR) != 0;
+    // What was made in the new folder before the watch on it is only seen as the new folder.
+    if (isNewFolder && mSubtree) {
+      const int error = Watch(queue, folder + '/' + event.name);
+      // Rather no watch any more than one that misses what happens there.
+      mIsGone = mIsGone || (error != 0 && !IsOutOfSight(error));
+      Mark();
+    }
+  }
+
+  // Others may watch the same folder for other kinds of events.
+  bool IsWanted(const inotify_event& event) const {
+    if ((event.mask & IN_Q_OVERFLOW) != 0) return true;
+    if ((event.mask & nameEvents) != 0) {
+      const bool isFolder = (event.mask & IN_ISDIR) != 0;
+      return (mFilter & (isFolder ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME)) != 0;
+    }
+    if ((event.mask & contentEvents) != 0) return WantsContent();
+    // The time of a folder's own entry is of no interest unless attributes are.
+    return (event.mask & IN_ATTRIB) != 0 && WantsAttributes() &&
+           (event.len != 0 || (mFilter & FILE_NOTIFY_CHANGE_ATTRIBUTES) != 0);
+  }
+
   const std::string mFolder;
   const bool mSubtree;
   const DWORD mFilter;
-  int mQueue = -1;
-  pid_t mProcess = 0;
-  bool mIsSignalled = false;
   bool mIsGone = false;
-  std::map<int, std::string> mWatched;
+  bool mIsSeen = false;   // a wait has been told of the signal; guarded by the object's lock, as the next one
+  bool mHasMore = false;  // more has happened since
 };
 
 }  // namespace
@@ -177,7 +184,7 @@ HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filt
   if (const int error = change->Start(); error != 0) {
     FailWith(error, path);
     if (error == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
-    if (error == ENOSPC) SetLastErrorCode(ERROR_NO_SYSTEM_RESOURCES);  // the user's limit of watches
+    if (error == ENOSPC) SetLastErrorCode(ERROR_NO_SYSTEM_RESOURCES);
     return INVALID_HANDLE_VALUE;
   }
   const HANDLE handle = AllocateHandle(std::move(change));

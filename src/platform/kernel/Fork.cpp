@@ -13,7 +13,7 @@ namespace orm::platform {
 namespace {
 
 // In the order in which they are taken; those of the named objects' files come last.
-constexpr std::mutex& (*kLocks[])() noexcept = {&MachineLock,    &ViewLock,       &TlsLock,
+constexpr std::mutex& (*kLocks[])() noexcept = {&ChangeLock,     &MachineLock,    &ViewLock,  &TlsLock,
                                                 &ThreadListLock, &NamedMutexLock, &HandleLock};
 
 void Before() {

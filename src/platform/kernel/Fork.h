@@ -12,6 +12,7 @@ namespace orm::platform {
 void RegisterForkHandlers() noexcept;
 
 // The locks that are held during a fork, so that no thread of the parent leaves one taken in the child.
+std::mutex& ChangeLock() noexcept;
 std::mutex& MachineLock() noexcept;
 std::mutex& ViewLock() noexcept;
 std::mutex& NamedMutexLock() noexcept;

@@ -26,7 +26,7 @@ WaitOperation::WaitOperation(std::span<WaitNode> nodes) noexcept : mNodes(nodes)
 // by a look at one object after the other without links.
 bool WaitOperation::LinkAll() noexcept {
   for (WaitNode& node : mNodes) {
-    if (node.object->IsOutside()) continue;
+    if (node.object->IsShared()) continue;
     const Waitable::Lock lock(*node.object);
     if (!mWaiter.all && node.object->IsSignalledFor(node)) {
       if (mMixed && TakeOutside(mNodes.first(node.index))) return false;
@@ -44,7 +44,7 @@ void WaitOperation::UnlinkAll() noexcept {
   for (WaitNode& node : mNodes) {
     if (node.index >= mLinked) return;
     if (node.index == claimed) continue;  // unlinked by who signalled the object
-    if (node.object->IsOutside()) continue;
+    if (node.object->IsShared()) continue;
     const Waitable::Lock lock(*node.object);
     if (node.linked) node.object->Unlink(node);
   }

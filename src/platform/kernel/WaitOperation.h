@@ -33,7 +33,7 @@ class WaitOperation {
   WaitResult SleepMixed(const Deadline& deadline) noexcept;
   bool TakeOutside(std::span<WaitNode> nodes) noexcept;
   bool SleepOutside(const Deadline& deadline) noexcept;
-  bool SleepOnDescriptors(const Deadline& deadline) noexcept;
+  bool SleepOnDescriptors(int pumped, const Deadline& deadline) noexcept;
   bool LinkAll() noexcept;
   void UnlinkAll() noexcept;
   bool TakeAll(std::span<Waitable* const> sorted, WaitResult& result) noexcept;

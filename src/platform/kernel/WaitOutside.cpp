@@ -1,8 +1,8 @@
-// Waits in which some objects get their signal from outside the process: a shared word (named mutexes) or a
-// file descriptor (change notifications). The thread sleeps on its own wake word and the shared words at once
-// with futex_waitv; on kernels without it a single shared word is still slept on, and several are looked at
-// every few milliseconds. With descriptors it sleeps in poll, and who signals an object of this process
-// writes to an eventfd.
+// Waits in which some objects get their signal from outside the process: through a shared word (named
+// mutexes) or a file descriptor that whoever waits has to look at (change notifications). The thread sleeps
+// on its own wake word and the shared words at once with futex_waitv; on kernels without it a single shared
+// word is still slept on, and several are looked at every few milliseconds. With descriptors it sleeps in
+// poll, and who signals an object of this process writes to an eventfd.
 #include <poll.h>
 #include <sched.h>
 #include <sys/eventfd.h>
@@ -69,7 +69,7 @@ class WakeDescriptor {
 // The first outside object of the nodes that had a signal when it was looked at, taken; null when none had.
 WaitNode* TakeFirst(std::span<WaitNode> nodes) noexcept {
   for (WaitNode& node : nodes) {
-    if (node.object->IsOutside() && (node.outcome = node.object->TryAcquire(node)) != Acquired::kNo)
+    if (node.object->IsShared() && (node.outcome = node.object->TryAcquire(node)) != Acquired::kNo)
       return &node;
   }
   return nullptr;
@@ -131,35 +131,33 @@ bool WaitOperation::SleepOutside(const Deadline& deadline) noexcept {
   return !timedOut || !slice.IsLast();
 }
 
-bool WaitOperation::SleepOnDescriptors(const Deadline& deadline) noexcept {
-  std::array<pollfd, kMaximumNodes + 1> descriptors;
-  nfds_t count = 0;
-  bool shared = false;
-  if (mWaiter.wakeDescriptor >= 0) descriptors[count++] = {mWaiter.wakeDescriptor, POLLIN, 0};
-  for (const WaitNode& node : mNodes) {
-    if (const int descriptor = node.object->PollDescriptor(); descriptor >= 0) {
-      descriptors[count++] = {descriptor, POLLIN, 0};
-    }
-    shared = shared || node.object->IsShared();
-  }
+// Sleeps once on the wake descriptor and the one to be pumped, either of which may be -1. False as above.
+bool WaitOperation::SleepOnDescriptors(int pumped, const Deadline& deadline) noexcept {
+  pollfd descriptors[] = {{mWaiter.wakeDescriptor, POLLIN, 0}, {pumped, POLLIN, 0}};
+  const bool shared =
+      std::any_of(mNodes.begin(), mNodes.end(), [](const WaitNode& node) { return node.object->IsShared(); });
   const int64_t left = deadline.Remaining();
   int64_t slice = left < 0 ? -1 : std::min<int64_t>(left, INT_MAX);
   const bool sliced = (shared || mWaiter.wakeDescriptor < 0) && (slice < 0 || slice > kSliceMilliseconds);
   if (sliced) slice = kSliceMilliseconds;
-  return poll(descriptors.data(), count, static_cast<int>(slice)) != 0 || sliced;
+  return poll(descriptors, std::size(descriptors), static_cast<int>(slice)) != 0 || sliced;
 }
 
 WaitResult WaitOperation::SleepMixed(const Deadline& deadline) noexcept {
-  const bool descriptors = std::any_of(
-      mNodes.begin(), mNodes.end(), [](const WaitNode& node) { return node.object->PollDescriptor() >= 0; });
+  const auto first = std::find_if(mNodes.begin(), mNodes.end(),
+                                  [](const WaitNode& node) { return node.object->IsPumped(); });
+  Waitable* const pumped = first != mNodes.end() ? first->object : nullptr;
   std::optional<WakeDescriptor> wake;
-  if (descriptors) mWaiter.wakeDescriptor = wake.emplace().get();
+  if (pumped != nullptr) mWaiter.wakeDescriptor = wake.emplace().get();
   mWaiter.word.store(Waiter::kAsleep, std::memory_order_relaxed);
+  if (pumped != nullptr) pumped->Pump();
   bool slept = false;
   if (LinkAll()) {
     while (!TakeOutside(mNodes)) {
       slept = !deadline.IsNow();
-      const bool woken = slept && (descriptors ? SleepOnDescriptors(deadline) : SleepOutside(deadline));
+      const bool woken = slept && (pumped != nullptr ? SleepOnDescriptors(pumped->PollDescriptor(), deadline)
+                                                     : SleepOutside(deadline));
+      if (pumped != nullptr) pumped->Pump();
       if (!woken && !TakeOutside(mNodes)) mWaiter.Claim(Waiter::kTimedOut);
     }
   }

@@ -69,17 +69,21 @@ class Waitable : public KernelObject {
   // Takes the signal for the calling thread if the object has one, without waiting.
   virtual Acquired TryAcquire(const WaitNode& request) noexcept;
 
-  // Objects whose signal comes from outside the process: a descriptor that is readable when the object may be
-  // signalled (TryAcquire decides), or a shared word to sleep on.
+  // Objects that somebody of this process has to look after: Pump signals those for which something has come
+  // in, and the descriptor is readable when that may be so. One pump serves all such objects.
+  virtual bool IsPumped() const noexcept { return false; }
+  virtual void Pump() noexcept {}
   virtual int PollDescriptor() const noexcept { return -1; }
-  // False when the object has become free meanwhile.
+
+  // Objects whose signal is taken outside the process: TryAcquire decides, and there is a shared word to
+  // sleep on. False when the object has become free meanwhile.
   virtual bool PrepareSharedWait(SharedWait&) noexcept { return false; }
   // Ends what PrepareSharedWait began; `acquired` tells whether the thread has taken the object since.
   virtual void EndSharedWait(bool) noexcept {}
   // Gives back what TryAcquire took for a wait that another object had already ended, as `outcome` tells it.
   virtual void Undo(const WaitNode&) noexcept {}
   virtual bool IsShared() const noexcept { return false; }
-  bool IsOutside() const noexcept { return IsShared() || PollDescriptor() >= 0; }
+  bool IsOutside() const noexcept { return IsShared() || IsPumped(); }
 
  protected:
   explicit Waitable(ObjectKind kind, bool signalled = false) noexcept

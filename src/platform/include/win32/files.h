@@ -138,7 +138,10 @@ ORM_PLATFORM_API BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
 ORM_PLATFORM_API BOOL FindClose(HANDLE search);
 
 // A handle that is signaled once something named by `filter` happened in the folder (and below it, when
-// `subtree`) since it was made or re-armed; waited for like any other. INVALID_HANDLE_VALUE on failure.
+// `subtree`) since it was made or re-armed; waited for like any other. INVALID_HANDLE_VALUE on failure:
+// ERROR_DIRECTORY (267) when it is no folder, ERROR_NO_SYSTEM_RESOURCES (1450) when the user has no
+// watch left (fs.inotify.max_user_watches), or there is no queue for the process: all its notifications share
+// one, which takes a descriptor and counts by fs.inotify.max_user_instances.
 ORM_PLATFORM_API HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter);
 // Re-arms; a change that came in between signals the handle again. FALSE (5) when the folder is gone.
 ORM_PLATFORM_API BOOL FindNextChangeNotification(HANDLE change);

@@ -1,0 +1,100 @@
+// Reading the system's queue of folder events and telling them to the listeners.
+#include "kernel/ChangeQueue.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace orm::platform {
+
+ChangeQueue& ChangeQueue::Get() {
+  static ChangeQueue& queue = *new ChangeQueue;
+  return queue;
+}
+
+std::mutex& ChangeLock() noexcept {
+  return ChangeQueue::Get().mLock;
+}
+
+ChangeQueue::Use::Use() : mQueue(Get()) {
+  mQueue.mLock.lock();
+  if (mQueue.mProcess != getpid()) mQueue.BeginAnewAfterFork();
+}
+
+int ChangeQueue::Descriptor() noexcept {
+  return Get().mDescriptor.load(std::memory_order_relaxed);
+}
+
+// The descriptor is shared with the parent: reading it would take the parent's events away.
+void ChangeQueue::BeginAnewAfterFork() {
+  mProcess = getpid();
+  if (const int descriptor = mDescriptor.exchange(-1, std::memory_order_relaxed); descriptor >= 0)
+    close(descriptor);
+  mWatches.clear();
+  for (ChangeListener* listener : std::set(mListeners)) listener->BeginAnew(*this);
+}
+
+int ChangeQueue::Open() noexcept {
+  if (Descriptor() >= 0) return 0;
+  const int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  // The system does not tell the process's limit of descriptors from the user's of queues.
+  if (descriptor < 0) return errno == EMFILE || errno == ENFILE ? ENOSPC : errno;
+  mDescriptor.store(descriptor, std::memory_order_relaxed);
+  return 0;
+}
+
+int ChangeQueue::Add(ChangeListener& listener, const std::string& folder, uint32_t mask) {
+  mListeners.insert(&listener);
+  if (const int error = Open(); error != 0) return error;
+  // Others who watch the same folder keep what they asked for.
+  const int watch = inotify_add_watch(Descriptor(), folder.c_str(), mask | IN_ONLYDIR | IN_MASK_ADD);
+  if (watch < 0) return errno;
+  mWatches[watch].listeners[&listener] = folder;
+  return 0;
+}
+
+void ChangeQueue::Remove(ChangeListener& listener) noexcept {
+  mListeners.erase(&listener);
+  for (auto entry = mWatches.begin(); entry != mWatches.end();) {
+    auto& [watch, watched] = *entry;
+    if (watched.listeners.erase(&listener) != 0 && watched.listeners.empty()) {
+      inotify_rm_watch(Descriptor(), watch);
+      entry = mWatches.erase(entry);
+    } else {
+      ++entry;
+    }
+  }
+}
+
+void ChangeQueue::Read() {
+  while (ReadSome()) continue;
+}
+
+// One buffer full of events; false when there are none.
+bool ChangeQueue::ReadSome() {
+  alignas(inotify_event) char buffer[4096];
+  const ssize_t size = read(Descriptor(), buffer, sizeof buffer);
+  if (size <= 0) return size < 0 && errno == EINTR;
+  for (ssize_t at = 0; at < size;) {
+    const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+    Tell(*event);
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  return true;
+}
+
+void ChangeQueue::Tell(const inotify_event& event) {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    for (ChangeListener* listener : mListeners) listener->Hear(*this, event, {});
+    return;
+  }
+  const auto watched = mWatches.find(event.wd);
+  if (watched == mWatches.end()) return;
+  // A copy: a listener may watch another folder in answer, or the same one by another path.
+  const auto listeners = watched->second.listeners;
+  if ((event.mask & IN_IGNORED) != 0) mWatches.erase(watched);
+  for (const auto& [listener, folder] : listeners) listener->Hear(*this, event, folder);
+}
+
+}  // namespace orm::platform

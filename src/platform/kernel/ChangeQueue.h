@@ -1,0 +1,83 @@
+// The process's queue of what happens in the folders that it watches. The system grants a user only some
+// queues, for all of his processes, so all notifications of a process share one: whoever looks reads it for
+// all of them.
+#pragma once
+
+#include <sys/inotify.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+
+namespace orm::platform {
+
+class ChangeQueue;
+std::mutex& ChangeLock() noexcept;
+
+// Who wants to know. All is called under the queue's lock.
+class ChangeListener {
+ public:
+  // What happened in or to a folder that it watches, by the path that it gave for it; with an empty path when
+  // events were lost.
+  virtual void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) = 0;
+  // Its watches are gone, in a child made by fork: it watches anew, and does not know what it has missed.
+  virtual void BeginAnew(ChangeQueue& queue) = 0;
+
+ protected:
+  ~ChangeListener() = default;
+};
+
+// The operations are those of a Use, which holds the lock.
+class ChangeQueue {
+ public:
+  class Use;
+
+  // Readable when there may be something to read; -1 while nobody watches.
+  static int Descriptor() noexcept;
+
+  // Watches a folder for a listener, for these kinds of events at least; 0 or an errno value, ENOSPC when the
+  // user has no more watches or queues. What has not been read yet of a folder that is watched already is
+  // told to it as well.
+  int Add(ChangeListener& listener, const std::string& folder, uint32_t mask);
+  void Remove(ChangeListener& listener) noexcept;
+  // Tells all listeners what has happened so far.
+  void Read();
+
+ private:
+  struct Watch {
+    std::map<ChangeListener*, std::string> listeners;  // and each one's path
+  };
+
+  friend std::mutex& ChangeLock() noexcept;
+
+  static ChangeQueue& Get();
+  int Open() noexcept;
+  bool ReadSome();
+  void Tell(const inotify_event& event);
+  void BeginAnewAfterFork();
+
+  std::mutex mLock;
+  std::atomic<int> mDescriptor{-1};
+  pid_t mProcess = 0;
+  std::set<ChangeListener*> mListeners;
+  std::map<int, Watch> mWatches;
+};
+
+// The queue, for one operation or several. In a child made by fork it is a new one.
+class ChangeQueue::Use {
+ public:
+  Use();
+  ~Use() { mQueue.mLock.unlock(); }
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+  ChangeQueue* operator->() const noexcept { return &mQueue; }
+  ChangeQueue& operator*() const noexcept { return mQueue; }
+
+ private:
+  ChangeQueue& mQueue;
+};
+
+}  // namespace orm::platform
