@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace orm {
@@ -140,15 +141,13 @@ class Formatter {
     switch (type) {
       case 'd':
       case 'i':
-        PutNumber(conversion, "lld", Signed(conversion.size));
-        return true;
+        return PutNumber(conversion, "lld", Signed(conversion.size));
       case 'u':
       case 'x':
       case 'X':
       case 'o': {
         const char spelling[] = {'l', 'l', static_cast<char>(type), 0};
-        PutNumber(conversion, spelling, Unsigned(conversion.size));
-        return true;
+        return PutNumber(conversion, spelling, Unsigned(conversion.size));
       }
       case 'a':
       case 'A':
@@ -160,16 +159,12 @@ class Formatter {
       case 'G': {
         // Not all of them long doubles: %a shows how a number is stored.
         const char spelling[] = {'L', static_cast<char>(type), 0};
-        if (conversion.size == Size::LongDouble) {
-          PutNumber(conversion, spelling, va_arg(mArguments, long double));
-        } else {
-          PutNumber(conversion, spelling + 1, va_arg(mArguments, double));
-        }
-        return true;
+        return conversion.size == Size::LongDouble
+                   ? PutNumber(conversion, spelling, va_arg(mArguments, long double))
+                   : PutNumber(conversion, spelling + 1, va_arg(mArguments, double));
       }
       case 'p':
-        PutNumber(conversion, "p", va_arg(mArguments, void*));
-        return true;
+        return PutNumber(conversion, "p", va_arg(mArguments, void*));
       case 'c':
       case 'C':
         PutCharacter(conversion, IsWide(conversion, type == 'c'));
@@ -218,16 +213,24 @@ class Formatter {
     }
   }
 
+  // False when the number cannot be shown; its text is asked for the room first, so that want of memory ends
+  // the whole formatting and leaves no gap in its result.
   template <class T>
-  void PutNumber(const Conversion& conversion, const char* spelling, T value) {
+  bool PutNumber(const Conversion& conversion, const char* spelling, T value) {
     const std::string format = "%" + conversion.flags + (conversion.precision >= 0 ? "*.*" : "*") + spelling;
+    const auto print = [&](char* to, size_t room) {
+      return conversion.precision >= 0
+                 ? std::snprintf(to, room, format.c_str(), conversion.width, conversion.precision, value)
+                 : std::snprintf(to, room, format.c_str(), conversion.width, value);
+    };
+    const int length = print(nullptr, 0);
+    if (length < 0) return false;
+    const size_t room = static_cast<size_t>(length) + 1;
     BaseString<SbcsTraits> text;
-    if (conversion.precision >= 0) {
-      text.Format(format.c_str(), conversion.width, conversion.precision, value);
-    } else {
-      text.Format(format.c_str(), conversion.width, value);
-    }
-    for (const char* pos = text.GetBegin(); *pos != 0; ++pos) mOutput.Put(static_cast<unsigned char>(*pos));
+    char* pos = text.PrepareWriting(room, false);
+    print(pos, room);
+    for (; *pos != 0; ++pos) mOutput.Put(static_cast<unsigned char>(*pos));
+    return true;
   }
 
   void PutPadded(const Conversion& conversion, const Unit* text, size_t length) {

@@ -143,11 +143,21 @@ TEST(StringFormat, WithoutMemoryThereIsNoText) {
   for (const auto& operation : operations) {
     String text("old");
     const String holder(text);
-    test::memoryIsOut = true;
+    test::blocksLeft = 0;
     operation(text);
-    test::memoryIsOut = false;
+    test::blocksLeft = test::kNoEnd;
     EXPECT_TRUE(text.IsEmpty());
     EXPECT_STREQ(holder.GetBegin(), "old");
+    EXPECT_THAT(log.Take(), ElementsAre(testing::HasSubstr("assert fail:pNew != 0")));
+  }
+  // Nor half of one when the memory ends on the way.
+  const std::function<std::string()> halves[] = {[] { return FormatWide(u"a %08d", 7); },
+                                                 [] { return FormatWide(u"a %hs", "text"); },
+                                                 [] { return FormatWide(u"a %f", 0.5); }};
+  for (const auto& half : halves) {
+    test::blocksLeft = 1;
+    EXPECT_EQ(half(), "");
+    test::blocksLeft = test::kNoEnd;
     EXPECT_THAT(log.Take(), ElementsAre(testing::HasSubstr("assert fail:pNew != 0")));
   }
 }

@@ -10,7 +10,7 @@
 
 namespace test {
 
-std::atomic<bool> memoryIsOut{false};
+std::atomic<int> blocksLeft{kNoEnd};
 std::atomic<size_t> watchedCapacity{0};
 std::atomic<int> wipedBlocks{0}, dirtyBlocks{0};
 
@@ -70,7 +70,10 @@ int TextWatch::Take() {
 }  // namespace test
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return test::memoryIsOut ? nullptr : test::Allocate(size);
+  const int left = test::blocksLeft;
+  if (left == 0) return nullptr;
+  if (left != test::kNoEnd) test::blocksLeft = left - 1;
+  return test::Allocate(size);
 }
 void* operator new(size_t size) {
   if (void* memory = test::Allocate(size)) return memory;

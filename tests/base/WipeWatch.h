@@ -6,8 +6,9 @@
 
 namespace test {
 
-// While it is set, blocks are refused to whoever asks for them without an exception.
-extern std::atomic<bool> memoryIsOut;
+// How many blocks are left for those who ask for them without an exception.
+extern std::atomic<int> blocksLeft;
+constexpr int kNoEnd = 0x7FFFFFFF;
 // While it is not 0, each freed block with this capacity in its header is counted.
 extern std::atomic<size_t> watchedCapacity;
 extern std::atomic<int> wipedBlocks, dirtyBlocks;
