@@ -139,6 +139,7 @@ TEST_F(Files, AFolderThatCannotBeReadToItsEndIsAnError) {
       {"move", [&] { return !MoveFileExA(moved.c_str(), Name("c").c_str(), 0); }},
       {"move onto", [&] { return !MoveFileExA(Name("a").c_str(), present.c_str(), 0); }},
       {"enter", [&] { return !SetCurrentDirectoryA(Name("SUB").c_str()); }},
+      {"load", [&] { return LoadLibraryA(present.c_str()) == nullptr; }},
       {"watch",
        [&] {
          return FindFirstChangeNotificationA(folder.c_str(), TRUE, FILE_NOTIFY_CHANGE_FILE_NAME) ==

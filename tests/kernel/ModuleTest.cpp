@@ -96,6 +96,14 @@ TEST(Modules, CountsAndNames) {
   EXPECT_EQ(nullptr, GetModuleHandleA("part3.dll"));
 }
 
+TEST(Modules, NamesOutsideAsciiAreFoundWithoutRegardToCase) {
+  const fs::path path = CopyOf("part4.dll", "\xC3\x84rger.dll");
+  const HMODULE module = LoadLibraryA((Ansi(path.parent_path()) + "\\\xE4RGER.dll").c_str());
+  ASSERT_NE(nullptr, module);
+  EXPECT_EQ(module, GetModuleHandleA("\xE4rger.DLL"));
+  EXPECT_TRUE(FreeLibrary(module));
+}
+
 TEST(Modules, ThePlatformAnswersToItsNames) {
   for (const char* name : {"USER32.DLL", "user32.dll", "Kernel32.dll"}) {
     const HMODULE module = LoadLibraryExA(name, nullptr, 0);

@@ -21,6 +21,7 @@
 #include <new>
 #include <string>
 
+#include "kernel/CodePage.h"
 #include "kernel/ImageCheck.h"
 #include "kernel/ModuleEntries.h"
 #include "kernel/Paths.h"
@@ -199,22 +200,33 @@ bool HasFolder(const char* name) {
   return _mbspbrk(bytes(name), bytes("/\\:")) != nullptr;
 }
 
-// A name without a folder is looked for beside the program, then where the loader looks.
-std::string LibraryPath(const char* name) {
-  if (HasFolder(name)) return UnixPath(name);
+// A name without a folder is looked for beside the program, then where the loader looks. Empty, with the
+// reason in *error, when it names nothing.
+std::string LibraryPath(const char* name, DWORD* error) {
+  if (HasFolder(name)) return UnixPath(name, error);
+  *error = ERROR_INVALID_NAME;
+  std::string plain;
+  if (!Utf8FromName(name, false, &plain)) return {};
   char program[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", program, sizeof(program));
   if (length > 0) {
     std::string beside(program, static_cast<size_t>(length));
     beside.resize(beside.rfind('/') + 1);
-    beside = ResolveCase(beside + name);
+    beside = ResolveCase(beside + plain);
     if (access(beside.c_str(), F_OK) == 0) return beside;
   }
-  return UnixPath(name);
+  return UnixPath(name, error);
+}
+
+// What a failed look for a library says to the caller.
+DWORD ErrorOfNoLibrary(DWORD error) {
+  const bool namesNothing =
+      error == ERROR_PATH_NOT_FOUND || error == ERROR_BAD_NETPATH || error == ERROR_INVALID_NAME;
+  return namesNothing ? ERROR_MOD_NOT_FOUND : error;
 }
 
 struct FindByName {
-  const char* name;
+  std::string name;  // like the path as it is on disk, which is the other way of naming it
   std::string path;
   HMODULE found = nullptr;
 };
@@ -238,7 +250,7 @@ HMODULE BaseOfImage(const dl_phdr_info& info) {
 
 int VisitImage(dl_phdr_info* info, size_t, void* context) {
   auto& find = *static_cast<FindByName*>(context);
-  const bool matches = find.path.empty() ? strcasecmp(FileNameOf(info->dlpi_name), find.name) == 0
+  const bool matches = find.path.empty() ? CompareNames(FileNameOf(info->dlpi_name), find.name) == 0
                                          : find.path == info->dlpi_name;
   if (!matches || info->dlpi_phnum == 0) return 0;
   find.found = BaseOfImage(*info);
@@ -287,9 +299,10 @@ HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept {
     return nullptr;
   }
   if (const HMODULE own = PlatformModule(name)) return own;
-  const std::string path = LibraryPath(name);
+  DWORD error = ERROR_SUCCESS;
+  const std::string path = LibraryPath(name, &error);
   if (path.empty()) {
-    tlsLastError = ERROR_MOD_NOT_FOUND;
+    tlsLastError = ErrorOfNoLibrary(error);
     return nullptr;
   }
   return Load(path);
@@ -338,11 +351,11 @@ HMODULE GetModuleHandleA(const char* name) noexcept {
   if (name == nullptr) return ProgramModule();
   HMODULE module = PlatformModule(name);
   if (module == nullptr) {
-    FindByName find{name, {}};
+    FindByName find{Utf8FromAnsi(name), {}};
     if (HasFolder(name)) find.path = UnixPath(name);
     dl_iterate_phdr(&VisitImage, &find);
     module = find.found;
-    if (module == nullptr && strcasecmp(FileNameOf(ProgramPath().c_str()), name) == 0)
+    if (module == nullptr && CompareNames(FileNameOf(ProgramPath().c_str()), find.name) == 0)
       module = ProgramModule();
   }
   if (module == nullptr) tlsLastError = ERROR_MOD_NOT_FOUND;
