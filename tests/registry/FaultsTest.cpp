@@ -1,9 +1,11 @@
 // Disks that are full or cannot be written, and stores that are damaged.
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <fstream>
 #include <random>
 
 #include "registry/Registry.h"
@@ -44,6 +46,13 @@ void MakeStore() {
               return key.code;
             }),
             0);
+}
+
+rlim_t AddressSpaceInUse() {
+  std::ifstream file("/proc/self/statm");
+  rlim_t pages = 0;
+  file >> pages;
+  return pages * 4096;
 }
 
 // Everything that a program does, on a store of any content: must end with codes.
@@ -157,6 +166,31 @@ TEST(Faults, AFullDiskKeepsWhatWasStored) {
   });
   umount(folder.c_str());
   EXPECT_EQ(result, 0);
+}
+
+// The map of a store is given up before a larger one is asked for.
+TEST(Faults, AStoreThatFindsNoRoomInMemoryToGrowStaysUsable) {
+  EXPECT_EQ(InChild([]() -> int {
+              Key key(HKEY_CURRENT_USER, "K");
+              if (SetBytes(key, "kept", REG_SZ, "as it was") != 0) return 1;
+              const std::string filling(1 << 20, 'f');
+              rlimit old{}, limit{};
+              getrlimit(RLIMIT_AS, &old);
+              limit = old;
+              limit.rlim_cur = AddressSpaceInUse() + (12 << 20);
+              if (setrlimit(RLIMIT_AS, &limit) != 0) return 2;
+              LSTATUS code = 0;
+              DWORD stored = 0;
+              for (; code == 0 && stored < 100; ++stored)
+                code = SetBytes(key, "fill" + std::to_string(stored), REG_BINARY, filling);
+              if (code != LSTATUS{ERROR_NOT_ENOUGH_MEMORY}) return 3;
+              std::string data;
+              if (GetBytes(key, "kept", &data) != 0 || data != "as it was") return 4;
+              setrlimit(RLIMIT_AS, &old);
+              if (ValueNames(key).size() != stored) return 5;  // the failed one is not there
+              return SetBytes(key, "more", REG_BINARY, filling);
+            }),
+            0);
 }
 
 TEST(Faults, AFolderThatCannotBeWrittenIsDenied) {

@@ -79,6 +79,40 @@ TEST(Processes, AChildUsesItsParentsHandlesOnAStoreOfItsOwn) {
   EXPECT_EQ(GetNumber(key, "child"), 5u);
 }
 
+// Above the size that every process maps at first, an opener's map ends where the store ended a moment ago.
+TEST(Processes, OpenAStoreThatGrowsMeanwhile) {
+  int ready[2], stop[2];
+  ASSERT_EQ(pipe(ready), 0);
+  ASSERT_EQ(pipe2(stop, O_NONBLOCK), 0);
+  const pid_t writer = Start([&]() -> int {
+    close(stop[1]);
+    Key key(HKEY_CURRENT_USER, "K");
+    SetNumber(key, "v", 7);
+    if (SetBytes(key, "large", REG_BINARY, std::string(20 << 20, 'l')) != 0) return 1;
+    if (write(ready[1], "r", 1) != 1) return 2;
+    char c = 0;
+    for (int i = 0; i < 30000 && read(stop[0], &c, 1) != 0; ++i) {
+      if (SetBytes(key, std::to_string(i), REG_BINARY, std::string(5000, 'x')) != 0) return 3;
+    }
+    return 0;
+  });
+  close(ready[1]);
+  char c = 0;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(InChild([] {
+                Key key;
+                const LSTATUS code = Open(HKEY_CURRENT_USER, "K", &key);
+                return code != 0 ? code : GetNumber(key, "v") == 7 ? 0 : 255;
+              }),
+              0)
+        << i;
+  }
+  close(stop[0]);
+  close(stop[1]);
+  EXPECT_EQ(Wait(writer), 0);
+}
+
 TEST(Processes, ManyThreadsShareOneHandle) {
   Key key(HKEY_CURRENT_USER, "K");
   std::vector<std::thread> threads;

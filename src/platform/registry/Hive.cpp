@@ -131,6 +131,7 @@ DWORD Hive::OpenSlow() {
 
 DWORD Hive::OpenLocked() {
   if (mIsOpen.load(std::memory_order_relaxed)) return ERROR_SUCCESS;
+  if (mEnvironment != nullptr) CloseLocked();  // its map was lost
   if (mStale != nullptr) {
     mdb_env_close(mStale);
     mStale = nullptr;
@@ -198,7 +199,7 @@ DWORD Hive::OpenEnvironment() {
   int dead = 0;
   if (result == 0) result = mdb_reader_check(mEnvironment, &dead);
   MDB_txn* txn = nullptr;
-  if (result == 0) result = mdb_txn_begin(mEnvironment, nullptr, MDB_RDONLY, &txn);
+  if (result == 0) result = BeginReading(&txn);
   if (result != 0) return ErrorFromStore(result);
   MDB_dbi main = 0;
   result = mdb_dbi_open(txn, nullptr, 0, &main);
@@ -207,12 +208,23 @@ DWORD Hive::OpenEnvironment() {
   if (error == ERROR_SUCCESS) error = CheckPages(DataFile(), mdb_txn_id(txn), nullptr);
   for (int attempt = 0; error == ERROR_BUSY && attempt < 1000; ++attempt) {
     mdb_txn_reset(txn);
-    result = mdb_txn_renew(txn);
+    result = BeginReading(&txn);
     error = result == 0 ? CheckPages(DataFile(), mdb_txn_id(txn), nullptr) : ErrorFromStore(result);
   }
   mdb_txn_abort(txn);
   if (error == ERROR_SUCCESS) FindCommitWord();
   return error;
+}
+
+// Begins or renews a transaction while a store is opened. The map was made as large as the store was then: a
+// writer that has made the store grow since has to be followed.
+int Hive::BeginReading(MDB_txn** txn) {
+  int result = 0, resized = 0;
+  do {
+    result = *txn != nullptr ? mdb_txn_renew(*txn) : mdb_txn_begin(mEnvironment, nullptr, MDB_RDONLY, txn);
+    if (result == MDB_MAP_RESIZED) resized = SetMapSize(0);
+  } while (result == MDB_MAP_RESIZED && resized == 0);
+  return resized != 0 ? resized : result;
 }
 
 // The word is LMDB's own: readers begin with the transaction that it names. It is used only when it is found
@@ -293,7 +305,7 @@ Hive::Snapshot::Snapshot(Hive* hive) {
     error = result == MDB_BAD_TXN ? ERROR_BADDB : ErrorFromStore(result);
     if (result == MDB_MAP_RESIZED) {
       const std::lock_guard lock(hive->mWriter);
-      if (hive->mIsOpen) hive->SetMapSize(0);
+      if (hive->mIsOpen && hive->mEnvironment == environment) hive->SetMapSize(0);
     } else if (result == MDB_PANIC) {
       // A head could not be written. What was committed before is still there; the next attempt opens it
       // anew.

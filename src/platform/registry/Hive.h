@@ -114,6 +114,7 @@ class Hive {
   void LockReaders();
   void UnlockReaders();
   int SetMapSize(std::size_t size);
+  int BeginReading(MDB_txn** txn);
   int EnsureRoom(std::uint64_t bytes, bool full);
   int BeginLocked(MDB_txn** txn, std::uint64_t bytes);
   DWORD LockForWriting();

@@ -15,10 +15,12 @@ constexpr std::uint64_t largestMap = std::uint64_t{1} << 40;
 }  // namespace
 
 // Changes the size of the map; 0 takes over what another process has made of it. The caller holds mWriter and
-// no write transaction. Nobody may be reading meanwhile.
+// no write transaction. Nobody may be reading meanwhile. When it fails there is no map any more, and the
+// store is opened anew by the next call.
 int Hive::SetMapSize(std::size_t size) {
   LockReaders();
   const int result = mdb_env_set_mapsize(mEnvironment, size);
+  if (result != 0) mIsOpen.store(false, std::memory_order_release);
   UnlockReaders();
   return result;
 }
@@ -48,7 +50,7 @@ int Hive::BeginLocked(MDB_txn** txn, std::uint64_t bytes) {
     if (result == 0) result = mdb_txn_begin(mEnvironment, nullptr, 0, txn);
     if (result == 0 || attempt == 3) return result;
     if (result == MDB_MAP_RESIZED) {
-      SetMapSize(0);
+      if (const int resized = SetMapSize(0); resized != 0) return resized;
     } else if (result == MDB_PANIC) {
       // The head of the store could not be written. What was committed before is still there.
       CloseLocked();
