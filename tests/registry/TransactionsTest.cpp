@@ -1,4 +1,5 @@
 // Transactions of tools, and the check of a store.
+#include <future>
 #include <thread>
 
 #include "registry/Registry.h"
@@ -63,6 +64,57 @@ TEST(Transactions, StayTheParentsOverFork) {
       0);
   ASSERT_EQ(OrmRegCommitTransaction(key), 0);
   EXPECT_EQ(GetNumber(key, "a"), 1u);
+}
+
+// Neither a transaction of another thread nor a writer that waits for another process is waited for.
+TEST(Transactions, OfOthersDoNotHoldUpAFork) {
+  Key user(HKEY_CURRENT_USER, "K"), machine(HKEY_LOCAL_MACHINE, "K");
+  ASSERT_EQ(SetNumber(user, "v", 1), 0);
+  ASSERT_EQ(SetNumber(machine, "v", 1), 0);
+  // Another process has the machine's store, and a thread of this one waits for it.
+  int ready[2], end[2];
+  ASSERT_EQ(pipe(ready), 0);
+  ASSERT_EQ(pipe(end), 0);
+  const pid_t other = Start([&]() -> int {
+    close(end[1]);
+    char c = 0;
+    if (OrmRegBeginTransaction(HKEY_LOCAL_MACHINE, 0) != 0 || write(ready[1], "r", 1) != 1) return 1;
+    return read(end[0], &c, 1) == 0 && OrmRegCommitTransaction(HKEY_LOCAL_MACHINE) == 0 ? 0 : 2;
+  });
+  char c = 0;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  std::thread waiting([&] { EXPECT_EQ(SetNumber(machine, "waited", 2), 0); });
+  std::promise<void> begun, done;
+  std::thread batch([&] {
+    ASSERT_EQ(OrmRegBeginTransaction(user, 0), 0);
+    EXPECT_EQ(SetNumber(user, "a", 3), 0);
+    begun.set_value();
+    done.get_future().wait();
+    EXPECT_EQ(OrmRegCommitTransaction(user), 0);
+  });
+  begun.get_future().wait();
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(InChild([&] {
+                if (OrmRegCommitTransaction(user) != 1) return 1;
+                if (GetNumber(user, "a") != 0xDEADBEEF || GetNumber(user, "v") != 1) return 2;
+                if (GetNumber(machine, "v") != 1) return 3;
+                return InChild([&] { return GetNumber(user, "v") == 1 ? 0 : 4; });  // and its child
+              }),
+              0);
+  }
+  const pid_t writer = Start([&] {
+    close(end[1]);
+    return SetNumber(user, "child", 4) == 0 && SetNumber(machine, "child", 4) == 0 ? 0 : 1;
+  });
+  done.set_value();
+  close(end[1]);
+  batch.join();
+  waiting.join();
+  EXPECT_EQ(Wait(writer), 0);
+  EXPECT_EQ(Wait(other), 0);
+  EXPECT_EQ(GetNumber(user, "a"), 3u);
+  EXPECT_EQ(GetNumber(user, "child"), 4u);
+  EXPECT_EQ(GetNumber(machine, "waited"), 2u);
 }
 
 }  // namespace

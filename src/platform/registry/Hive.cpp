@@ -1,4 +1,4 @@
-// Opening a store, reading it, and keeping both right over fork.
+// Opening a store and reading it.
 //
 // Files: <machine>/registry/<store>/data.mdb and lock.mdb. Readers of every user enter themselves in
 // lock.mdb, so it is writable to whoever may read the store, while data.mdb is writable to whoever may write
@@ -16,11 +16,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
+#include <new>
 
 #include "kernel/Errno.h"
 #include "kernel/Machine.h"
-#include "registry/KeyTable.h"
 #include "registry/PageCheck.h"
 
 namespace orm::platform {
@@ -34,31 +33,58 @@ constexpr std::uint32_t lockMagic = 0xBEEFC0DE;
 // LMDB's lock file begins with a magic number and a format (4 bytes each) and the readers' mutex.
 constexpr std::size_t commitWordOffset = 8 + sizeof(pthread_mutex_t);
 
-constinit std::mutex gHivesLock;
-constinit Hive* gHives = nullptr;
 constinit std::atomic<Hive*> gShared[2] = {nullptr, nullptr};
 
 // Opens a file of a store, making it with exactly `mode` when it is not there. A link is refused. The result
 // is a descriptor, or the negative of an errno value.
 int OpenStoreFile(const std::string& path, int access, mode_t mode, uid_t owner, bool create) {
-  int file = open(path.c_str(), access | O_NOFOLLOW | O_CLOEXEC);
+  const int flags = access | O_NOFOLLOW | O_CLOEXEC;
+  int file = open(path.c_str(), flags);
   if (file < 0 && errno == ENOENT && create) {
-    file = open(path.c_str(), access | O_NOFOLLOW | O_CLOEXEC | O_CREAT | O_EXCL, mode);
-    if (file >= 0 && fchmod(file, mode) != 0) {
-      const int error = errno;
-      close(file);
-      return -error;
-    }
-    if (file < 0 && errno == EEXIST) file = open(path.c_str(), access | O_NOFOLLOW | O_CLOEXEC);
+    file = open(path.c_str(), flags | O_CREAT | O_EXCL, mode);
+    if (file < 0 && errno == EEXIST) file = open(path.c_str(), flags);
   }
   if (file < 0) return -errno;
   struct stat status {};
+  int error = 0;
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode) ||
       (status.st_uid != owner && status.st_uid != 0)) {
-    close(file);
-    return -EACCES;
+    error = EACCES;
+  } else if (create && status.st_size == 0 && status.st_uid == geteuid()) {
+    // The file mode mask may have taken bits away, and who made the file may have died before this.
+    error = fchmod(file, mode) == 0 ? 0 : errno;
   }
-  return file;
+  if (error == 0) return file;
+  close(file);
+  return -error;
+}
+
+// The folder of all stores may not have been made when the machine was, for want of room.
+int MakeStoreFolder(const std::string& folder, mode_t mode) {
+  int error = EnsureFolder(folder, mode);
+  if (error != ENOENT) return error;
+  error = EnsureFolder(MachinePath("registry"), MachineMode(01777));
+  return error == 0 ? EnsureFolder(folder, mode) : error;
+}
+
+bool IsEmpty(int file) {
+  struct stat status {};
+  return fstat(file, &status) == 0 && status.st_size == 0;
+}
+
+// A store begins with two heads, which are written in one step: a disk that has room for one of them only
+// would leave what is no store. Not every file system can be asked for the room.
+bool HasRoomForHeads(int file) {
+  return fallocate(file, FALLOC_FL_KEEP_SIZE, 0, 2 * 4096) == 0 || (errno != ENOSPC && errno != EDQUOT);
+}
+
+// Gives all of the lock file its place on the disk: running out of that later would be a signal, not an
+// error.
+int ReserveLockFile(int file) {
+  int error = 0;
+  do error = posix_fallocate(file, 0, lockFileSize);
+  while (error == EINTR);
+  return error == ENOSPC || error == EDQUOT ? error : 0;
 }
 
 }  // namespace
@@ -101,19 +127,18 @@ Hive::Hive(Kind kind, uid_t user) : mKind(kind), mUser(user) {
 }
 
 Hive* Hive::Get(Kind kind) {
-  const uid_t user = kind == Kind::User ? geteuid() : MachineOwner();
   std::atomic<Hive*>* shared = kind == Kind::User ? nullptr : &gShared[static_cast<int>(kind)];
   if (shared != nullptr) {
     if (Hive* hive = shared->load(std::memory_order_acquire)) return hive;
   }
-  const std::lock_guard lock(gHivesLock);
-  for (Hive* hive = gHives; hive != nullptr; hive = hive->mNext) {
+  const uid_t user = kind == Kind::User ? geteuid() : MachineOwner();
+  const std::lock_guard lock(msHivesLock);
+  for (Hive* hive = msHives; hive != nullptr; hive = hive->mNext) {
     if (hive->mKind == kind && hive->mUser == user) return hive;
   }
-  if (gHives == nullptr) pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
   Hive* hive = new Hive(kind, user);  // never freed: a thread may read to the end of the process
-  hive->mNext = gHives;
-  gHives = hive;
+  hive->mNext = msHives;
+  msHives = hive;
   if (shared != nullptr) shared->store(hive, std::memory_order_release);
   return hive;
 }
@@ -136,13 +161,19 @@ DWORD Hive::OpenLocked() {
     mdb_env_close(mStale);
     mStale = nullptr;
   }
-  if (const DWORD error = PrepareFiles(); error != ERROR_SUCCESS) return error;
-  if (const DWORD error = OpenEnvironment(); error != ERROR_SUCCESS) {
-    CloseLocked();
-    return error;
+  DWORD error = ERROR_SUCCESS;
+  try {
+    error = PrepareFiles();
+    if (error == ERROR_SUCCESS) error = OpenEnvironment();
+  } catch (const std::bad_alloc&) {
+    error = ERROR_NOT_ENOUGH_MEMORY;
   }
-  mIsOpen.store(true, std::memory_order_release);
-  return ERROR_SUCCESS;
+  if (error == ERROR_SUCCESS) {
+    mIsOpen.store(true, std::memory_order_release);
+  } else if (mEnvironment != nullptr) {
+    CloseLocked();
+  }
+  return error;
 }
 
 // Makes the files with their modes before LMDB sees them (it would make them by the process's file mode
@@ -150,38 +181,56 @@ DWORD Hive::OpenLocked() {
 // stays open: closing one later would take LMDB's own locks away from the whole process.
 DWORD Hive::PrepareFiles() {
   if (mFolder.empty()) return ERROR_PATH_NOT_FOUND;
-  const bool isUser = mKind == Kind::User;
   const bool isOwner = geteuid() == mUser || geteuid() == 0;
-  if (isOwner) {
-    if (const int error = EnsureFolder(mFolder, isUser ? 0700 : MachineMode(0755)); error != 0)
-      return ErrorFromStore(error);
-  }
+  DWORD error = PrepareFolder(isOwner);
+  if (error == ERROR_SUCCESS) error = PrepareData(isOwner);
+  return error == ERROR_SUCCESS ? PrepareLockFile(isOwner) : error;
+}
+
+DWORD Hive::PrepareFolder(bool isOwner) const {
+  int error = isOwner ? MakeStoreFolder(mFolder, mKind == Kind::User ? 0700 : MachineMode(0755)) : 0;
   struct stat status {};
-  if (lstat(mFolder.c_str(), &status) != 0) return ErrorFromErrno(errno);
-  if (!S_ISDIR(status.st_mode) || (status.st_uid != mUser && status.st_uid != 0)) return ERROR_ACCESS_DENIED;
+  // What may not be made is absent, to who only wants to read it.
+  const bool mayBeAbsent = error == 0 || error == EACCES || error == EROFS;
+  if (lstat(mFolder.c_str(), &status) != 0 && mayBeAbsent) error = errno;
+  if (error != 0) return ErrorFromStore(error);
+  const bool isOurs = S_ISDIR(status.st_mode) && (status.st_uid == mUser || status.st_uid == 0);
+  return isOurs ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
 
-  const mode_t dataMode = isUser ? 0600 : MachineMode(mKind == Kind::Open ? 0666 : 0644);
-  int data = OpenStoreFile(DataFile(), O_RDWR, dataMode, mUser, isOwner);
-  mIsWritable = data >= 0;
-  if (data == -EACCES || data == -EROFS) data = OpenStoreFile(DataFile(), O_RDONLY, 0, mUser, false);
-  if (data < 0) return ErrorFromStore(-data);
-  // A writer may be in the middle of a head: a fault that lasts is one.
-  DWORD head = CheckHead(data);
-  for (int attempt = 0; head != ERROR_SUCCESS && attempt < 3; ++attempt) head = CheckHead(data);
-  close(data);
-  if (head != ERROR_SUCCESS) return head;
+DWORD Hive::PrepareData(bool isOwner) {
+  const mode_t mode = mKind == Kind::User ? 0600 : MachineMode(mKind == Kind::Open ? 0666 : 0644);
+  int file = OpenStoreFile(DataFile(), O_RDWR, mode, mUser, isOwner);
+  mIsWritable = file >= 0;
+  if (file == -EACCES || file == -EROFS) file = OpenStoreFile(DataFile(), O_RDONLY, 0, mUser, false);
+  if (file < 0) return ErrorFromStore(-file);
+  DWORD error = ERROR_SUCCESS;
+  if (IsEmpty(file)) {
+    // Whoever made it has not come to make it a store.
+    if (!mIsWritable)
+      error = ERROR_FILE_NOT_FOUND;
+    else if (!HasRoomForHeads(file))
+      error = ERROR_DISK_FULL;
+  } else {
+    // A writer may be in the middle of a head: a fault that lasts is one.
+    error = CheckHead(file);
+    for (int attempt = 0; error != ERROR_SUCCESS && attempt < 3; ++attempt) error = CheckHead(file);
+  }
+  close(file);
+  return error;
+}
 
-  const int lock =
-      OpenStoreFile(mFolder + "/lock.mdb", O_RDWR, isUser ? 0600 : MachineMode(0666), mUser, isOwner);
-  if (lock == -EROFS) return ERROR_SUCCESS;  // nobody writes here, so nobody needs to be told of readers
-  if (lock < 0) return ErrorFromStore(-lock);
-  // All of it has its place on the disk now: running out of that later would be a signal, not an error.
-  const int room = posix_fallocate(lock, 0, lockFileSize);
+DWORD Hive::PrepareLockFile(bool isOwner) {
+  const mode_t mode = mKind == Kind::User ? 0600 : MachineMode(0666);
+  const int file = OpenStoreFile(mFolder + "/lock.mdb", O_RDWR, mode, mUser, isOwner);
+  if (file == -EROFS) return ERROR_SUCCESS;  // nobody writes here, so nobody needs to be told of readers
+  if (file < 0) return ErrorFromStore(-file);
+  const int room = ReserveLockFile(file);
   // Mapped once: whoever asked for the word in it may look there for the life of the process.
   const bool isMapped = mLockFile != nullptr;
-  void* start = room == ENOSPC || isMapped ? MAP_FAILED : mmap(nullptr, 4096, PROT_READ, MAP_SHARED, lock, 0);
-  close(lock);
-  if (room == ENOSPC) return ERROR_DISK_FULL;
+  void* start = room != 0 || isMapped ? MAP_FAILED : mmap(nullptr, 4096, PROT_READ, MAP_SHARED, file, 0);
+  close(file);
+  if (room != 0) return ErrorFromStore(room);
   if (isMapped) return ERROR_SUCCESS;
   if (start == MAP_FAILED) return ERROR_NOT_ENOUGH_MEMORY;
   mLockFile = static_cast<const volatile unsigned char*>(start);
@@ -189,6 +238,7 @@ DWORD Hive::PrepareFiles() {
 }
 
 DWORD Hive::OpenEnvironment() {
+  const std::string path = DataFile();  // nothing is thrown while there is a transaction
   int result = mdb_env_create(&mEnvironment);
   if (result == 0) result = mdb_env_set_maxreaders(mEnvironment, maxReaders);
   if (result == 0) result = mdb_env_set_mapsize(mEnvironment, firstMapSize);
@@ -205,11 +255,11 @@ DWORD Hive::OpenEnvironment() {
   result = mdb_dbi_open(txn, nullptr, 0, &main);
   DWORD error = result != 0 ? ErrorFromStore(result) : ERROR_SUCCESS;
   // What LMDB reads from now on it follows without a further check.
-  if (error == ERROR_SUCCESS) error = CheckPages(DataFile(), mdb_txn_id(txn), nullptr);
+  if (error == ERROR_SUCCESS) error = CheckPages(path, mdb_txn_id(txn), nullptr);
   for (int attempt = 0; error == ERROR_BUSY && attempt < 1000; ++attempt) {
     mdb_txn_reset(txn);
     result = BeginReading(&txn);
-    error = result == 0 ? CheckPages(DataFile(), mdb_txn_id(txn), nullptr) : ErrorFromStore(result);
+    error = result == 0 ? CheckPages(path, mdb_txn_id(txn), nullptr) : ErrorFromStore(result);
   }
   mdb_txn_abort(txn);
   if (error == ERROR_SUCCESS) FindCommitWord();
@@ -283,8 +333,9 @@ Hive::Snapshot::Snapshot(Hive* hive) {
     if ((error = hive->Open()) != ERROR_SUCCESS) return;
     mReader = hive->TakeReader();
     int result = MDB_BAD_TXN;
-    const MDB_env* const environment = hive->mEnvironment;
+    const MDB_env* environment = nullptr;
     if (hive->mIsOpen.load(std::memory_order_acquire)) {
+      environment = hive->mEnvironment;
       if (mReader->txn != nullptr) {
         result = mdb_txn_renew(mReader->txn);
       } else {
@@ -321,44 +372,6 @@ Hive::Snapshot::~Snapshot() {
   if (mReader == nullptr) return;
   mdb_txn_reset(txn);
   mReader->lock.unlock();
-}
-
-// ---- Fork: an LMDB environment is not to be used by a child. At the moment of the fork nobody is inside
-// one.
-
-void Hive::BeforeFork() {
-  gHivesLock.lock();
-  for (Hive* hive = gHives; hive != nullptr; hive = hive->mNext) {
-    if (!hive->InBatch()) hive->mWriter.lock();
-    hive->LockReaders();
-  }
-  LockKeyTable();
-}
-
-void Hive::AfterForkInParent() {
-  UnlockKeyTable();
-  for (Hive* hive = gHives; hive != nullptr; hive = hive->mNext) {
-    hive->UnlockReaders();
-    if (!hive->InBatch()) hive->mWriter.unlock();
-  }
-  gHivesLock.unlock();
-}
-
-// The parent's read transactions are forgotten, not ended: ending one would free its slot in the table of
-// readers, which is the parent's. The same holds for a transaction of this thread: it stays the parent's.
-void Hive::AfterForkInChild() {
-  UnlockKeyTable();
-  for (Hive* hive = gHives; hive != nullptr; hive = hive->mNext) {
-    hive->mIsOpen = false;
-    if (hive->mEnvironment != nullptr) hive->mStale = hive->mEnvironment;
-    hive->mEnvironment = nullptr;
-    for (Reader& reader : hive->mReaders) reader.stale = std::exchange(reader.txn, nullptr);
-    hive->UnlockReaders();
-    hive->mBatch = nullptr;
-    hive->mBatchOwner = nullptr;
-    hive->mWriter.unlock();
-  }
-  gHivesLock.unlock();
 }
 
 }  // namespace orm::platform

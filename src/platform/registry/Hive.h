@@ -74,6 +74,8 @@ class Hive {
   [[nodiscard]] std::string DataFile() const;
 
  private:
+  friend class ForkHandlers;
+
   // A read transaction that is renewed for each call, so that reading takes no system call. A few are shared
   // by all threads, because each occupies a slot in the table of readers of all processes.
   struct alignas(64) Reader {
@@ -100,13 +102,14 @@ class Hive {
   Hive(Kind kind, uid_t user);
 
   static const void* ThisThread() { return reinterpret_cast<const void*>(pthread_self()); }
-  static void BeforeFork();
-  static void AfterForkInParent();
-  static void AfterForkInChild();
+  void LeaveToParent();
 
   DWORD OpenSlow();
   DWORD OpenLocked();
   DWORD PrepareFiles();
+  [[nodiscard]] DWORD PrepareFolder(bool isOwner) const;
+  DWORD PrepareData(bool isOwner);
+  DWORD PrepareLockFile(bool isOwner);
   DWORD OpenEnvironment();
   void FindCommitWord();
   void CloseLocked();
@@ -131,11 +134,16 @@ class Hive {
   MDB_env* mEnvironment = nullptr;
   const volatile unsigned char* mLockFile = nullptr;
   MDB_env* mStale = nullptr;  // of the parent process; closed when this process opens its own
+  MDB_env* mLost = nullptr;   // of the parent process, with a writer in it; never touched
   std::atomic<const volatile std::uint64_t*> mCommitWord{nullptr};
-  std::mutex mWriter;  // one writer of this process at a time; also opening and closing
+  std::mutex mWriter;            // one writer of this process at a time; also opening and closing
+  bool mIsHeldOverFork = false;  // mWriter, by the thread that forks
   std::atomic<const void*> mBatchOwner{nullptr};
   MDB_txn* mBatch = nullptr;
   std::array<Reader, 4> mReaders;
+
+  static inline constinit std::mutex msHivesLock;
+  static inline constinit Hive* msHives = nullptr;
   Hive* mNext = nullptr;
 };
 

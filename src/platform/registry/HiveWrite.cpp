@@ -88,7 +88,8 @@ int Hive::Commit(MDB_txn* txn) {
   int file = -1;
   if (mdb_env_get_fd(mEnvironment, &file) != 0) return result;
   const off_t end = lseek(file, 0, SEEK_END);
-  return fallocate(file, FALLOC_FL_KEEP_SIZE, end, 1 << 20) != 0 && errno == ENOSPC ? ENOSPC : result;
+  const bool hasRoom = fallocate(file, FALLOC_FL_KEEP_SIZE, end, 1 << 20) == 0;
+  return !hasRoom && (errno == ENOSPC || errno == EDQUOT) ? errno : result;
 }
 
 DWORD Hive::FinishWrite(MDB_txn* txn, DWORD result, std::uint64_t bytes, bool* again) {

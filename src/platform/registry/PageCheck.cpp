@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -278,6 +279,28 @@ DWORD ErrorOfLooking() {
   return error == EMFILE || error == ENFILE || error == ENOMEM ? ErrorFromErrno(error) : ERROR_BADDB;
 }
 
+DWORD CheckPages(int file, std::uint64_t txnId, std::string* fault) {
+  errno = 0;
+  // LMDB writes the heads in turn: the second commit from now overwrites this one.
+  alignas(8) std::array<unsigned char, pageSize> page{}, again{};
+  const auto offset = static_cast<off_t>((txnId & 1) * pageSize);
+  const bool isRead = pread(file, page.data(), pageSize, offset) == static_cast<ssize_t>(pageSize) &&
+                      pread(file, again.data(), pageSize, offset) == static_cast<ssize_t>(pageSize);
+  if (!isRead) return ErrorOfLooking();
+  const Head head = Load<Head>(page.data() + pageHeader);
+  if (page != again || head.txnId != txnId) return ERROR_BUSY;
+  struct stat status {};
+  if (fstat(file, &status) != 0 || status.st_size <= 0) return ErrorOfLooking();
+  const Content content(file, static_cast<std::size_t>(status.st_size));
+  if (content.Start() == nullptr) return ErrorOfLooking();
+  const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
+  const bool isSound = IsHeadSound(page.data(), pages);
+  Walk walk(content.Start(), pages, isSound ? head.lastPage : 0);
+  const bool result = isSound && walk.Run(head);
+  if (!result && fault != nullptr) *fault = walk.Fault();
+  return result ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
 }  // namespace
 
 DWORD CheckHead(int file) {
@@ -297,27 +320,13 @@ DWORD CheckHead(int file) {
 DWORD CheckPages(const std::string& path, std::uint64_t txnId, std::string* fault) {
   const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
   if (file < 0) return ErrorOfLooking();
-  errno = 0;
-  // LMDB writes the heads in turn: the second commit from now overwrites this one.
-  alignas(8) std::array<unsigned char, pageSize> page{}, again{};
-  const auto offset = static_cast<off_t>((txnId & 1) * pageSize);
-  const bool isRead = pread(file, page.data(), pageSize, offset) == static_cast<ssize_t>(pageSize) &&
-                      pread(file, again.data(), pageSize, offset) == static_cast<ssize_t>(pageSize);
-  const Head head = Load<Head>(page.data() + pageHeader);
-  const bool isCurrent = isRead && page == again && head.txnId == txnId;
-  struct stat status {};
-  const bool isSized = isCurrent && fstat(file, &status) == 0 && status.st_size > 0;
-  const Content content(file, isSized ? static_cast<std::size_t>(status.st_size) : 0);
-  const DWORD error = !isSized || content.Start() == nullptr ? ErrorOfLooking() : ERROR_SUCCESS;
+  DWORD error = ERROR_NOT_ENOUGH_MEMORY;
+  try {
+    error = CheckPages(file, txnId, fault);
+  } catch (const std::bad_alloc&) {  // a process that lacks memory has not found a damaged store
+  }
   close(file);
-  if (isRead && !isCurrent) return ERROR_BUSY;
-  if (error != ERROR_SUCCESS) return error;
-  const std::uint64_t pages = static_cast<std::uint64_t>(status.st_size) / pageSize;
-  const bool isSound = IsHeadSound(page.data(), pages);
-  Walk walk(content.Start(), pages, isSound ? head.lastPage : 0);
-  const bool result = isSound && walk.Run(head);
-  if (!result && fault != nullptr) *fault = walk.Fault();
-  return result ? ERROR_SUCCESS : ERROR_BADDB;
+  return error;
 }
 
 }  // namespace orm::platform
