@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <fstream>
 #include <random>
+#include <tuple>
 
+#include "kernel/Machine.h"
 #include "registry/Registry.h"
 
 using namespace registrytest;
@@ -168,8 +170,46 @@ TEST(Faults, AFullDiskKeepsWhatWasStored) {
   EXPECT_EQ(result, 0);
 }
 
+// The deletion of an open key that ended between its two halves.
+TEST(Faults, ALinkThatLeadsToNothingCountsAsAbsent) {
+  const std::string open = MachineFile("registry/open/data.mdb");
+  const auto makeOpen = [](const char* path) {
+    Key key;
+    return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, NullAccessList(),
+                           key.Out(), nullptr);
+  };
+  ASSERT_EQ(InChild([&] { return makeOpen("K\\B alive"); }), 0);
+  const std::string before = ReadFileBytes(open);
+  ASSERT_EQ(InChild([&] { return makeOpen("K\\A dead") + makeOpen("K\\Sub\\C dead"); }), 0);
+  ASSERT_TRUE(WriteFileBytes(open, before));
+
+  Key key(HKEY_LOCAL_MACHINE, "K"), sub, dead;
+  ASSERT_EQ(Open(key, "Sub", &sub), 0);
+  EXPECT_EQ(SubKeyNames(key), (std::vector<std::string>{"B alive", "Sub"}));
+  char name[20];
+  DWORD length = sizeof name, count = 9, longest = 9;
+  EXPECT_EQ(RegEnumKeyExA(key, 1, name, &length, nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_STREQ(name, "Sub") << "by its index alone";
+  for (const auto& [which, keys, size] : {std::tuple{HKEY{key}, 2u, 7u}, std::tuple{HKEY{sub}, 0u, 0u}}) {
+    EXPECT_EQ(RegQueryInfoKeyA(which, nullptr, nullptr, nullptr, &count, &longest, nullptr, nullptr, nullptr,
+                               nullptr, nullptr, nullptr),
+              0);
+    EXPECT_EQ(count, keys);
+    EXPECT_EQ(longest, size);
+  }
+  EXPECT_EQ(Open(key, "A dead", &dead), 2);
+  EXPECT_EQ(RegDeleteKeyA(key, "Sub"), 0) << "it holds nothing";
+  ASSERT_EQ(makeOpen("K\\a DEAD"), 0);
+  EXPECT_EQ(SubKeyNames(key), (std::vector<std::string>{"a DEAD", "B alive"}));
+  EXPECT_EQ(RegDeleteKeyA(HKEY_LOCAL_MACHINE, "K"), 5) << "what is there holds it";
+  EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
+}
+
 // The map of a store is given up before a larger one is asked for.
 TEST(Faults, AStoreThatFindsNoRoomInMemoryToGrowStaysUsable) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer needs the address space for itself";
+#endif
   EXPECT_EQ(InChild([]() -> int {
               Key key(HKEY_CURRENT_USER, "K");
               if (SetBytes(key, "kept", REG_SZ, "as it was") != 0) return 1;
@@ -193,6 +233,32 @@ TEST(Faults, AStoreThatFindsNoRoomInMemoryToGrowStaysUsable) {
             0);
 }
 
+TEST(Faults, AStoreThatFindsNoRoomToBeginBeginsLater) {
+  const std::string folder = MachineFile("small");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  if (geteuid() != 0 || mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=4k") != 0)
+    GTEST_SKIP() << "cannot mount a small disk";
+  umount(folder.c_str());
+  const auto createIn = [&folder] {
+    return InChild([&] {
+      setenv("ORM_MACHINE", folder.c_str(), 1);
+      return Key(HKEY_CURRENT_USER, "K").code;
+    });
+  };
+  int full = 0, stored = 0;
+  for (int pages = 1; stored == 0; ++pages) {
+    const std::string size = "mode=0755,size=" + std::to_string(pages * 4) + "k";
+    ASSERT_EQ(mount("tmpfs", folder.c_str(), "tmpfs", 0, size.c_str()), 0);
+    const int code = createIn();
+    EXPECT_TRUE(code == 0 || code == ERROR_DISK_FULL) << code << " with pages: " << pages;
+    (code == 0 ? stored : full) += 1;
+    EXPECT_EQ(mount("tmpfs", folder.c_str(), "tmpfs", MS_REMOUNT, "size=1m"), 0);
+    EXPECT_EQ(createIn(), 0) << "after there was room for pages: " << pages;
+    umount(folder.c_str());
+  }
+  EXPECT_GT(full, 15);
+}
+
 TEST(Faults, AFolderThatCannotBeWrittenIsDenied) {
   if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
   // Root's, without any room in it.
@@ -207,6 +273,40 @@ TEST(Faults, AFolderThatCannotBeWrittenIsDenied) {
               return OrmRegistryChangeWord(HKEY_LOCAL_MACHINE) != nullptr ? 0 : 3;
             }),
             0);
+  // With a room in it that only root may write.
+  ASSERT_EQ(mkdir(MachineFile("registry").c_str(), 0755), 0);
+  EXPECT_EQ(InChild([]() -> int {
+              if (setuid(65534) != 0) return 99;
+              Key made(HKEY_CURRENT_USER, "K"), opened;
+              if (made.code != 5) return 1;
+              return Open(HKEY_CURRENT_USER, "K", &opened) == 2 ? 0 : 2;
+            }),
+            0);
+}
+
+// Whoever made the files of a store died before it had given them their modes, and itself a store.
+TEST(Faults, FilesThatWereLeftEmptyBecomeAStore) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  ASSERT_EQ(InChild([] { return orm::platform::ShareMachine(); }), 0);
+  ASSERT_EQ(mkdir(MachineFile("registry/machine").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(MachineFile("registry/open").c_str(), 0755), 0);
+  for (const char* file : {"machine/data.mdb", "open/data.mdb", "machine/lock.mdb", "open/lock.mdb"})
+    ASSERT_TRUE(WriteFileBytes(MachineFile("registry/") + file, ""));
+  ASSERT_EQ(chmod(MachineFile("registry/machine/data.mdb").c_str(), 0644), 0);
+  const auto openAsNobody = [] {
+    return InChild([]() -> int {
+      Key key;
+      return setuid(65534) == 0 ? Open(HKEY_LOCAL_MACHINE, "K\\Open", &key, KEY_READ | KEY_WRITE) : 99;
+    });
+  };
+  EXPECT_EQ(openAsNobody(), 2) << "there is nothing to read yet";
+  ASSERT_EQ(InChild([] {
+              Key key;
+              return RegCreateKeyExA(HKEY_LOCAL_MACHINE, "K\\Open", 0, nullptr, 0, KEY_ALL_ACCESS,
+                                     NullAccessList(), key.Out(), nullptr);
+            }),
+            0);
+  EXPECT_EQ(openAsNobody(), 0);
 }
 
 }  // namespace

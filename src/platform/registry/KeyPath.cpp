@@ -9,6 +9,7 @@
 #include <algorithm>
 
 #include "kernel/CodePage.h"
+#include "registry/Links.h"
 #include "registry/Records.h"
 
 namespace orm::platform {
@@ -114,14 +115,17 @@ DWORD DeleteOnce(const Place& parent, std::string_view name) {
     const DWORD error = DropOpenKey(seen.id);
     if (error != ERROR_SUCCESS) return error;
   }
-  return parent.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
+  const DWORD result = parent.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
     SubKeyRecord now;
     DWORD error = GetSubKey(txn, parent.id, name, &now);
     if (error != ERROR_SUCCESS) return error;
-    if (now.isLink != seen.isLink || (now.isLink && now.id != seen.id)) return errorRaced;
+    if (now.isLink != seen.isLink || now.id != seen.id) return errorRaced;
     if (!now.isLink) error = DropKey(txn, now.id);
     return error == ERROR_SUCCESS ? DropSubKey(txn, parent.id, name) : error;
   });
+  // What it holds may be links that lead to nothing.
+  const bool isHeld = result == ERROR_ACCESS_DENIED && !seen.isLink;
+  return isHeld && DropDeadLinks(parent.hive, seen.id) ? errorRaced : result;
 }
 
 }  // namespace

@@ -281,21 +281,22 @@ DWORD ForEach(MDB_txn* txn, const RecordKey& prefix,
   return result == 0 || result == MDB_NOTFOUND ? ERROR_SUCCESS : ErrorFromStore(result);
 }
 
-DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index, Position* position, MDB_val* record) {
+DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index,
+                 const std::function<bool(const MDB_val&)>& counts, Position* position, MDB_val* record) {
   CursorPtr cursor(nullptr, mdb_cursor_close);
   if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
   const bool isNext = position->txn != Position::nowhere && position->index + 1 == index;
   const bool isOnTheWay = isNext || (position->txn == mdb_txn_id(txn) && position->index <= index);
   MDB_val key = isOnTheWay ? position->key.Val() : prefix.Val();
   int result = mdb_cursor_get(cursor.get(), &key, record, MDB_SET_RANGE);
+  const auto next = [&] { result = mdb_cursor_get(cursor.get(), &key, record, MDB_NEXT); };
   // The record of the position may be gone; then the one behind it is here already.
-  const bool isBehind =
-      isNext && result == 0 && !(key.mv_size == position->key.size && position->key.Begins(key));
-  for (DWORD i = isBehind     ? index
-                 : isOnTheWay ? position->index
-                              : 0;
-       result == 0 && prefix.Begins(key) && i < index; ++i) {
-    result = mdb_cursor_get(cursor.get(), &key, record, MDB_NEXT);
+  if (isNext && result == 0 && key.mv_size == position->key.size && position->key.Begins(key)) next();
+  DWORD left = isNext ? 0 : isOnTheWay ? index - position->index : index;
+  for (; result == 0 && prefix.Begins(key); next()) {
+    if (counts && !counts(*record)) continue;
+    if (left == 0) break;
+    --left;
   }
   if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(key))) return ERROR_NO_MORE_ITEMS;
   if (result != 0) return ErrorFromStore(result);

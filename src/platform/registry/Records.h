@@ -105,8 +105,11 @@ struct Position {
 // The record with the given index among those that begin with `prefix`; ERROR_NO_MORE_ITEMS behind the last.
 // Starts at *position when that is of this transaction and not behind the index, and moves it to the result.
 // The index after that of *position is the record after it in any transaction: who enumerates one after the
-// other meets each record that stays, whatever comes and goes meanwhile.
-DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index, Position* position, MDB_val* record);
+// other meets each record that stays, whatever comes and goes meanwhile. Records for which `counts` (may be
+// empty) returns false are passed over.
+DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index,
+                 const std::function<bool(const MDB_val& record)>& counts, Position* position,
+                 MDB_val* record);
 
 // Calls `visit` on each record that begins with `prefix`, in order, until it returns false.
 DWORD ForEach(MDB_txn* txn, const RecordKey& prefix,

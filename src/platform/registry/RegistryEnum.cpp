@@ -1,8 +1,11 @@
 // The registry's questions about what a key holds: enumerations and counts.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
+#include "registry/Guard.h"
 #include "registry/KeyTable.h"
+#include "registry/Links.h"
 #include "registry/ValueData.h"
 #include "win32/registry.h"
 
@@ -36,23 +39,45 @@ DWORD DeliverClass(std::string_view name, char* buffer, DWORD* length) {
   return ERROR_SUCCESS;
 }
 
+// Where this handle was last in its enumeration of one kind; nowhere when it lacks the memory for that.
+Position LastPosition(HKEY key, RecordKind kind) {
+  const LockedKey slot(key);
+  if (!slot || slot->memory == nullptr) return {};
+  return kind == RecordKind::Value ? slot->memory->valuePosition : slot->memory->subKeyPosition;
+}
+
+void KeepPosition(HKEY key, RecordKind kind, const Position& position) {
+  try {
+    const LockedKey slot(key);
+    if (!slot) return;
+    (kind == RecordKind::Value ? slot.Memory().valuePosition : slot.Memory().subKeyPosition) = position;
+  } catch (const std::bad_alloc&) {  // the next record is looked for from the beginning
+  }
+}
+
 // Calls `deliver(record)` on the record with an index, going on from where this handle was last.
 template <class Deliver>
-DWORD AtIndex(HKEY key, const OpenKey& open, RecordKind kind, DWORD index, Position KeyMemory::*where,
-              Deliver&& deliver) {
+DWORD AtIndex(HKEY key, const OpenKey& open, RecordKind kind, DWORD index, Deliver&& deliver) {
+  LinkFilter links;
+  const auto counts = [&links](const MDB_val& record) { return links.Counts(record); };
+  const Position start = open.hive->InBatch() ? Position{} : LastPosition(key, kind);
   Position position;
-  if (const LockedKey slot(key); slot) position = slot.Memory().*where;
-  const DWORD result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
-    // Within a transaction of its own the content changes without a new number.
-    if (open.hive->InBatch()) position.txn = Position::nowhere;
-    MDB_val record{};
-    const DWORD error = GetByIndex(txn, PrefixOf(kind, open.id), index, &position, &record);
-    if (error == ERROR_SUCCESS) return deliver(record);
-    const DWORD alive = CheckAlive(txn, open.id);
-    return alive == ERROR_SUCCESS ? error : alive;
-  });
-  if (open.hive->InBatch()) return result;
-  if (const LockedKey slot(key); slot) slot.Memory().*where = position;
+  DWORD result = ERROR_SUCCESS;
+  do {
+    result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
+      position = start;
+      MDB_val record{};
+      const DWORD error = kind == RecordKind::Value
+                              ? GetByIndex(txn, PrefixOf(kind, open.id), index, {}, &position, &record)
+                              : GetByIndex(txn, PrefixOf(kind, open.id), index, counts, &position, &record);
+      if (links.HasUnknown()) return ERROR_SUCCESS;
+      if (error == ERROR_SUCCESS) return deliver(record);
+      const DWORD alive = CheckAlive(txn, open.id);
+      return alive == ERROR_SUCCESS ? error : alive;
+    });
+  } while (links.Resolve() && result == ERROR_SUCCESS);
+  // Within a transaction of its own the content changes without a new number.
+  if (!open.hive->InBatch()) KeepPosition(key, kind, position);
   return result;
 }
 
@@ -62,7 +87,7 @@ struct Counts {
   std::string className;
 };
 
-DWORD Count(MDB_txn* txn, std::uint64_t key, Counts* counts) {
+DWORD Count(MDB_txn* txn, std::uint64_t key, LinkFilter* links, Counts* counts) {
   InfoRecord info;
   DWORD error = CheckAlive(txn, key);
   if (error == ERROR_SUCCESS) error = GetInfo(txn, key, &info);
@@ -73,6 +98,7 @@ DWORD Count(MDB_txn* txn, std::uint64_t key, Counts* counts) {
   error = ForEach(txn, PrefixOf(RecordKind::SubKey, key), [&](const MDB_val&, const MDB_val& record) {
     SubKeyRecord subKey;
     isSound = Parse(record, &subKey);
+    if (!links->Counts(record)) return true;
     ++counts->subKeys;
     counts->longestSubKey = std::max(counts->longestSubKey, static_cast<DWORD>(subKey.name.size()));
     return isSound;
@@ -104,20 +130,18 @@ LSTATUS RegEnumValueA(HKEY key, DWORD index, char* valueName, DWORD* nameLength,
       (data != nullptr && size == nullptr)) {
     return ERROR_INVALID_PARAMETER;
   }
-  OpenKey open;
-  DWORD error = FindFor(key, KEY_QUERY_VALUE, &open);
-  if (error == ERROR_SUCCESS) {
-    error = AtIndex(
-        key, open, RecordKind::Value, index, &KeyMemory::valuePosition, [&](const MDB_val& record) -> DWORD {
-          ValueRecord value;
-          if (!Parse(record, &value)) return ERROR_BADDB;
-          const DWORD named = DeliverName(value.name, valueName, nameLength);
-          const DWORD delivered =
-              DeliverValue(value.type, value.data, type, named == ERROR_SUCCESS ? data : nullptr, size);
-          return named == ERROR_SUCCESS ? delivered : named;
-        });
-  }
-  return static_cast<LSTATUS>(error);
+  return Guarded([&]() -> DWORD {
+    OpenKey open;
+    if (const DWORD error = FindFor(key, KEY_QUERY_VALUE, &open); error != ERROR_SUCCESS) return error;
+    return AtIndex(key, open, RecordKind::Value, index, [&](const MDB_val& record) -> DWORD {
+      ValueRecord value;
+      if (!Parse(record, &value)) return ERROR_BADDB;
+      const DWORD named = DeliverName(value.name, valueName, nameLength);
+      const DWORD delivered =
+          DeliverValue(value.type, value.data, type, named == ERROR_SUCCESS ? data : nullptr, size);
+      return named == ERROR_SUCCESS ? delivered : named;
+    });
+  });
 }
 
 LSTATUS RegEnumKeyExA(HKEY key, DWORD index, char* name, DWORD* nameLength, DWORD* reserved, char* className,
@@ -126,24 +150,23 @@ LSTATUS RegEnumKeyExA(HKEY key, DWORD index, char* name, DWORD* nameLength, DWOR
       (className != nullptr && classLength == nullptr)) {
     return ERROR_INVALID_PARAMETER;
   }
-  OpenKey open;
-  DWORD error = FindFor(key, KEY_ENUMERATE_SUB_KEYS, &open);
-  if (error != ERROR_SUCCESS) return static_cast<LSTATUS>(error);
-  SubKeyRecord subKey;
-  error = AtIndex(key, open, RecordKind::SubKey, index, &KeyMemory::subKeyPosition,
-                  [&](const MDB_val& record) -> DWORD {
-                    return Parse(record, &subKey) ? DeliverName(subKey.name, name, nameLength) : ERROR_BADDB;
-                  });
-  if (error != ERROR_SUCCESS || (classLength == nullptr && lastWrite == nullptr))
-    return static_cast<LSTATUS>(error);
-  Hive* hive = subKey.isLink ? Hive::Get(Hive::Kind::Open) : open.hive;
-  return static_cast<LSTATUS>(hive->Read([&](MDB_txn* txn) -> DWORD {
-    InfoRecord info;  // stays empty for a subkey that was deleted in between
-    const DWORD found = GetInfo(txn, subKey.id, &info);
-    if (found != ERROR_SUCCESS && found != ERROR_FILE_NOT_FOUND) return found;
-    if (lastWrite != nullptr) *lastWrite = FileTimeOf(info.lastWrite);
-    return DeliverClass(info.className, className, classLength);
-  }));
+  return Guarded([&]() -> DWORD {
+    OpenKey open;
+    if (const DWORD error = FindFor(key, KEY_ENUMERATE_SUB_KEYS, &open); error != ERROR_SUCCESS) return error;
+    SubKeyRecord subKey;
+    const DWORD error = AtIndex(key, open, RecordKind::SubKey, index, [&](const MDB_val& record) -> DWORD {
+      return Parse(record, &subKey) ? DeliverName(subKey.name, name, nameLength) : ERROR_BADDB;
+    });
+    if (error != ERROR_SUCCESS || (classLength == nullptr && lastWrite == nullptr)) return error;
+    Hive* hive = subKey.isLink ? Hive::Get(Hive::Kind::Open) : open.hive;
+    return hive->Read([&](MDB_txn* txn) -> DWORD {
+      InfoRecord info;  // stays empty for a subkey that was deleted in between
+      const DWORD found = GetInfo(txn, subKey.id, &info);
+      if (found != ERROR_SUCCESS && found != ERROR_FILE_NOT_FOUND) return found;
+      if (lastWrite != nullptr) *lastWrite = FileTimeOf(info.lastWrite);
+      return DeliverClass(info.className, className, classLength);
+    });
+  });
 }
 
 LSTATUS RegQueryInfoKeyA(HKEY key, char* className, DWORD* classLength, DWORD* reserved, DWORD* subKeys,
@@ -151,22 +174,25 @@ LSTATUS RegQueryInfoKeyA(HKEY key, char* className, DWORD* classLength, DWORD* r
                          DWORD* maxValueNameLength, DWORD* maxValueSize, DWORD* securityDescriptorSize,
                          FILETIME* lastWrite) {
   if (reserved != nullptr || (className != nullptr && classLength == nullptr)) return ERROR_INVALID_PARAMETER;
-  OpenKey open;
-  DWORD error = FindFor(key, KEY_QUERY_VALUE, &open);
-  if (error != ERROR_SUCCESS) return static_cast<LSTATUS>(error);
-  Counts counts;
-  error = open.hive->Read([&](MDB_txn* txn) {
-    counts = {};
-    return Count(txn, open.id, &counts);
+  return Guarded([&]() -> DWORD {
+    OpenKey open;
+    DWORD error = FindFor(key, KEY_QUERY_VALUE, &open);
+    if (error != ERROR_SUCCESS) return error;
+    Counts counts;
+    LinkFilter links;
+    do {
+      counts = {};
+      error = open.hive->Read([&](MDB_txn* txn) { return Count(txn, open.id, &links, &counts); });
+    } while (links.Resolve() && error == ERROR_SUCCESS);
+    if (error != ERROR_SUCCESS) return error;
+    Set(subKeys, counts.subKeys);
+    Set(maxSubKeyLength, counts.longestSubKey);
+    Set(maxClassLength, 0);  // classes of subkeys are not collected; nobody asks
+    Set(values, counts.values);
+    Set(maxValueNameLength, counts.longestValueName);
+    Set(maxValueSize, counts.largestValue);
+    Set(securityDescriptorSize, 0);
+    if (lastWrite != nullptr) *lastWrite = counts.lastWrite;
+    return DeliverClass(counts.className, className, classLength);
   });
-  if (error != ERROR_SUCCESS) return static_cast<LSTATUS>(error);
-  Set(subKeys, counts.subKeys);
-  Set(maxSubKeyLength, counts.longestSubKey);
-  Set(maxClassLength, 0);  // classes of subkeys are not collected; nobody asks
-  Set(values, counts.values);
-  Set(maxValueNameLength, counts.longestValueName);
-  Set(maxValueSize, counts.largestValue);
-  Set(securityDescriptorSize, 0);
-  if (lastWrite != nullptr) *lastWrite = counts.lastWrite;
-  return static_cast<LSTATUS>(DeliverClass(counts.className, className, classLength));
 }
