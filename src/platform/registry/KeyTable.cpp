@@ -45,6 +45,8 @@ bool IsTenant(const KeySlot& slot, HKEY handle) {
 bool AddChunk(Table* table) {
   const std::size_t count = table->chunkCount.load(std::memory_order_relaxed);
   if (count == maxChunks) return false;
+  // So that closing a key never lacks memory.
+  table->free.reserve((count + 1) * chunkSize);
   table->chunks[count].store(new KeySlot[chunkSize], std::memory_order_relaxed);
   table->chunkCount.store(count + 1, std::memory_order_release);
   for (std::size_t i = chunkSize; i-- > 0;)

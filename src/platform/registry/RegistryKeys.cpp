@@ -1,5 +1,6 @@
 // The registry's operations on keys: create, open, close, delete, flush.
 #include "kernel/NamedFile.h"
+#include "registry/Guard.h"
 #include "registry/KeyPath.h"
 #include "registry/KeyTable.h"
 #include "win32/registry.h"
@@ -74,33 +75,37 @@ LSTATUS RegCreateKeyExA(HKEY key, const char* subKey, DWORD reserved, char* clas
     return ERROR_INVALID_PARAMETER;
   }
   bool made = false;
-  const DWORD error = CreateKey(key, subKey, className, access, IsOpenToAll(attributes), result, &made);
+  const LSTATUS error = Guarded(
+      [&] { return CreateKey(key, subKey, className, access, IsOpenToAll(attributes), result, &made); });
   if (error == ERROR_SUCCESS && disposition != nullptr) {
     *disposition = made ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
   }
-  return static_cast<LSTATUS>(error);
+  return error;
 }
 
 LSTATUS RegOpenKeyExA(HKEY key, const char* subKey, DWORD options, REGSAM access, HKEY* result) {
   if (result == nullptr || options != 0) return ERROR_INVALID_PARAMETER;
-  return static_cast<LSTATUS>(OpenExisting(key, subKey, access, result));
+  return Guarded([&] { return OpenExisting(key, subKey, access, result); });
 }
 
 LSTATUS RegCloseKey(HKEY key) {
-  return static_cast<LSTATUS>(RemoveKey(key));
+  return Guarded([&] { return RemoveKey(key); });
 }
 
 LSTATUS RegDeleteKeyA(HKEY key, const char* subKey) {
   if (subKey == nullptr) return ERROR_INVALID_PARAMETER;
-  Place place;
-  KeyParts parts;
-  DWORD error = Begin(key, subKey, &place, &parts);
-  if (error == ERROR_SUCCESS) error = parts.empty() ? DeleteSelf(place) : DeleteAt(parts, place);
-  return static_cast<LSTATUS>(error);
+  return Guarded([&]() -> DWORD {
+    Place place;
+    KeyParts parts;
+    if (const DWORD error = Begin(key, subKey, &place, &parts); error != ERROR_SUCCESS) return error;
+    return parts.empty() ? DeleteSelf(place) : DeleteAt(parts, place);
+  });
 }
 
 LSTATUS RegFlushKey(HKEY key) {
-  OpenKey open;
-  const DWORD error = FindKey(key, &open);
-  return static_cast<LSTATUS>(error == ERROR_SUCCESS ? open.hive->Flush() : error);
+  return Guarded([&] {
+    OpenKey open;
+    const DWORD error = FindKey(key, &open);
+    return error == ERROR_SUCCESS ? open.hive->Flush() : error;
+  });
 }

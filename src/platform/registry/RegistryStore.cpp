@@ -2,6 +2,7 @@
 #include <array>
 #include <map>
 
+#include "registry/Guard.h"
 #include "registry/KeyTable.h"
 #include "registry/PageCheck.h"
 #include "win32/registryx.h"
@@ -134,30 +135,34 @@ class StoreCheck {
 using namespace orm::platform;
 
 LSTATUS OrmRegBeginTransaction(HKEY key, uint64_t expectedBytes) {
-  Stores stores;
-  DWORD error = StoresOf(key, &stores);
-  for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
-    error = stores.hives[i]->BeginBatch(expectedBytes);
-    // Who may not write the machine's own half may still write the open keys.
-    if (error == ERROR_ACCESS_DENIED && i == 0 && stores.count == 2) error = ERROR_SUCCESS;
-    if (error != ERROR_SUCCESS && i == 1) stores.hives[0]->EndBatch(false);
-  }
-  return static_cast<LSTATUS>(error);
+  return Guarded([&] {
+    Stores stores;
+    DWORD error = StoresOf(key, &stores);
+    for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
+      error = stores.hives[i]->BeginBatch(expectedBytes);
+      // Who may not write the machine's own half may still write the open keys.
+      if (error == ERROR_ACCESS_DENIED && i == 0 && stores.count == 2) error = ERROR_SUCCESS;
+      if (error != ERROR_SUCCESS && i == 1) stores.hives[0]->EndBatch(false);
+    }
+    return error;
+  });
 }
 
 LSTATUS OrmRegCommitTransaction(HKEY key) {
-  return static_cast<LSTATUS>(End(key, true));
+  return Guarded([&] { return End(key, true); });
 }
 
 LSTATUS OrmRegAbortTransaction(HKEY key) {
-  return static_cast<LSTATUS>(End(key, false));
+  return Guarded([&] { return End(key, false); });
 }
 
 LSTATUS OrmRegCheckStore(HKEY key, void (*report)(void* context, const char* fault), void* context) {
-  Stores stores;
-  DWORD error = StoresOf(key, &stores);
-  for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
-    error = StoreCheck(report, context).Run(stores.hives[i]);
-  }
-  return static_cast<LSTATUS>(error);
+  return Guarded([&] {
+    Stores stores;
+    DWORD error = StoresOf(key, &stores);
+    for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
+      error = StoreCheck(report, context).Run(stores.hives[i]);
+    }
+    return error;
+  });
 }

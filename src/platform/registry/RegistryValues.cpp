@@ -1,7 +1,9 @@
 // The registry's operations on values: query, set, delete.
 #include <atomic>
 #include <cstring>
+#include <new>
 
+#include "registry/Guard.h"
 #include "registry/KeyTable.h"
 #include "registry/ValueData.h"
 #include "win32/registry.h"
@@ -27,6 +29,13 @@ const ValueMemory::Value* Remembered(const LockedKey& slot, std::string_view nam
   return slot->memory->values.Find(name, *word);
 }
 
+void Remember(HKEY key, const ValueMemory::Value& value) {
+  try {
+    if (const LockedKey slot(key); slot) slot.Memory().values.Store(value);
+  } catch (const std::bad_alloc&) {  // the store is asked again next time
+  }
+}
+
 DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
   ValueMemory::Value fresh;
   const DWORD result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
@@ -40,9 +49,7 @@ DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* ty
     if (!open.hive->InBatch()) fresh = {mdb_txn_id(txn), name, value.type, value.data};
     return DeliverValue(value.type, value.data, type, data, size);
   });
-  if (fresh.txn != ValueMemory::noTransaction) {
-    if (const LockedKey slot(key); slot) slot.Memory().values.Store(fresh);
-  }
+  if (fresh.txn != ValueMemory::noTransaction) Remember(key, fresh);
   return result;
 }
 
@@ -99,9 +106,9 @@ using namespace orm::platform;
 LSTATUS RegQueryValueExA(HKEY key, const char* valueName, DWORD* reserved, DWORD* type, BYTE* data,
                          DWORD* size) {
   if (reserved != nullptr || (data != nullptr && size == nullptr)) return ERROR_INVALID_PARAMETER;
-  const DWORD result = Query(key, NameOrDefault(valueName), type, data, size);
+  const LSTATUS result = Guarded([&] { return Query(key, NameOrDefault(valueName), type, data, size); });
   if (gIsAskAlwaysUsed.load(std::memory_order_relaxed)) gAskAlways.fetch_add(1, std::memory_order_relaxed);
-  return static_cast<LSTATUS>(result);
+  return result;
 }
 
 LSTATUS RegSetValueExA(HKEY key, const char* valueName, DWORD reserved, DWORD type, const BYTE* data,
@@ -110,31 +117,36 @@ LSTATUS RegSetValueExA(HKEY key, const char* valueName, DWORD reserved, DWORD ty
   if (reserved != 0 || (data == nullptr && size != 0) || name.size() > maxValueName)
     return ERROR_INVALID_PARAMETER;
   if (size > largestValue) return ERROR_NO_SYSTEM_RESOURCES;
-  OpenKey open;
-  if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS)
-    return static_cast<LSTATUS>(error);
   const ValueRecord value{type, name, {reinterpret_cast<const char*>(data), size}};
-  if (IsAlready(open, value)) return ERROR_SUCCESS;
-  return static_cast<LSTATUS>(
-      open.hive->Write(name.size() + size, [&](MDB_txn* txn) { return PutValue(txn, open.id, value); }));
+  return Guarded([&]() -> DWORD {
+    OpenKey open;
+    if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS) return error;
+    if (IsAlready(open, value)) return ERROR_SUCCESS;
+    return open.hive->Write(name.size() + size, [&](MDB_txn* txn) { return PutValue(txn, open.id, value); });
+  });
 }
 
 LSTATUS RegDeleteValueA(HKEY key, const char* valueName) {
-  OpenKey open;
-  if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS)
-    return static_cast<LSTATUS>(error);
-  const std::string_view name = NameOrDefault(valueName);
-  return static_cast<LSTATUS>(open.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
-    const DWORD alive = CheckAlive(txn, open.id);
-    return alive == ERROR_SUCCESS ? DropValue(txn, open.id, name) : alive;
-  }));
+  return Guarded([&]() -> DWORD {
+    OpenKey open;
+    if (const DWORD error = FindForWriting(key, &open); error != ERROR_SUCCESS) return error;
+    return open.hive->Write(0, [&](MDB_txn* txn) -> DWORD {
+      const DWORD alive = CheckAlive(txn, open.id);
+      return alive == ERROR_SUCCESS ? DropValue(txn, open.id, NameOrDefault(valueName)) : alive;
+    });
+  });
 }
 
 const volatile uint64_t* OrmRegistryChangeWord(HKEY key) {
-  OpenKey open;
-  if (FindKey(key, &open) == ERROR_SUCCESS && open.hive->Open() == ERROR_SUCCESS) {
-    if (const volatile std::uint64_t* word = open.hive->CommitWord()) return word;
-  }
+  const volatile std::uint64_t* word = nullptr;
+  Guarded([&]() -> DWORD {
+    OpenKey open;
+    DWORD error = FindKey(key, &open);
+    if (error == ERROR_SUCCESS) error = open.hive->Open();
+    if (error == ERROR_SUCCESS) word = open.hive->CommitWord();
+    return error;
+  });
+  if (word != nullptr) return word;
   gIsAskAlwaysUsed = true;
   static_assert(sizeof gAskAlways == sizeof(std::uint64_t));
   return reinterpret_cast<const volatile std::uint64_t*>(&gAskAlways);

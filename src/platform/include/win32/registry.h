@@ -13,9 +13,9 @@
 // How long it lasts: a call that has returned survives the death of the process by any means; RegFlushKey
 // makes it survive the loss of power.
 //
-// Error numbers that every function may return: 5 denied, 6 not an open key, 87 an argument that cannot be,
-// 112 the disk is full, 1009 the store is damaged, 1018 the key was deleted while this handle was open, 1450
-// no more readers or handles.
+// Error numbers that every function may return: 5 denied, 6 not an open key, 8 no memory (nothing is thrown),
+// 87 an argument that cannot be, 112 the disk is full, 1009 the store is damaged, 1018 the key was deleted
+// while this handle was open, 1450 no more readers or handles.
 #pragma once
 
 #include "win32/types.h"
