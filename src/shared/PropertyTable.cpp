@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -141,8 +142,8 @@ void PropertyTable::ForEachItem(size_t first, Visit visit) const {
 
 [[gnu::always_inline]] inline PropertyTable::Item* PropertyTable::FindIndexed(const PropertyNameKey& key,
                                                                               Cell*& pFree) const {
-  if (mIndex.empty() || !key.IsPlain()) return nullptr;
-  Cell* cell = &mIndex[key.GetHash() >> mHashShift];
+  if (mIndex.size == 0 || !key.IsPlain()) return nullptr;
+  Cell* cell = &mIndex.cells[key.GetHash() >> mIndex.shift];
   for (Cell* end = cell + kWindow; cell != end; ++cell) {
     Item* const item = *cell;
     if (!item) {
@@ -161,15 +162,15 @@ PropertyTable::Item* PropertyTable::FindOther(const PropertyNameKey& key, const 
     Item* item = folded.IsEmpty() ? nullptr : FindIndexed(PropertyNameKey(folded), pFree);
     if (item) return item;
   }
-  const auto found = mOthers.find(key);
-  return found != mOthers.end() ? found->second : nullptr;
+  const auto found = mIndex.others.find(key);
+  return found != mIndex.others.end() ? found->second : nullptr;
 }
 
 [[gnu::always_inline]] inline PropertyTable::Item* PropertyTable::FindItem(const PropertyNameKey& key,
                                                                            const String& name) const {
   Cell* pFree;
   if (Item* item = FindIndexed(key, pFree)) return item;
-  return key.IsPlain() && mOthers.empty() ? nullptr : FindOther(key, name);
+  return key.IsPlain() && mIndex.others.empty() ? nullptr : FindOther(key, name);
 }
 
 // Only what short names need, so that nothing has to be kept across calls.
@@ -179,7 +180,7 @@ const PropertyValue* PropertyTable::Find(const String& name) const {
   const PropertyNameKey key(name, length);
   Cell* pFree;
   if (const Item* item = FindIndexed(key, pFree)) return &item->entry.value;
-  return key.IsPlain() && mOthers.empty() ? nullptr : FindSlowly(name);
+  return key.IsPlain() && mIndex.others.empty() ? nullptr : FindSlowly(name);
 }
 
 [[gnu::noinline]] const PropertyValue* PropertyTable::FindSlowly(const String& name) const {
@@ -190,11 +191,11 @@ const PropertyValue* PropertyTable::Find(const String& name) const {
 // ---- Changing
 
 PropertyValue& PropertyTable::FindOrInsert(const String& name) {
-  if ((mCount + 1) * 2 > mCells) Rebuild((mCount + 1) * 2);
+  if ((mCount + 1) * 2 > mIndex.size) Rebuild((mCount + 1) * 2);
   const PropertyNameKey key(name);
   Cell* pFree = nullptr;
   if (Item* item = FindIndexed(key, pFree)) return item->entry.value;
-  if (!key.IsPlain() || !mOthers.empty()) {
+  if (!key.IsPlain() || !mIndex.others.empty()) {
     if (Item* item = FindOther(key, name)) return item->entry.value;
   }
   Item& item = Append(key, name);
@@ -220,34 +221,27 @@ void PropertyTable::Reserve(size_t count) {
   if (count == 0) return;
   const size_t room = mBlocks.empty() ? 0 : mBlocks.back().capacity() - mBlocks.back().size();
   if (room < count) mBlocks.emplace_back().reserve(count);
-  if ((mCount + count) * 2 > mCells) Rebuild((mCount + count) * 2);
+  if ((mCount + count) * 2 > mIndex.size) Rebuild((mCount + count) * 2);
 }
 
 void PropertyTable::Delete(const String& name) {
   Item* item = FindItem(PropertyNameKey(name), name);
   if (!item) return;
-  if (!mOthers.empty()) mOthers.erase(item->GetKey());
+  if (!mIndex.others.empty()) mIndex.others.erase(item->GetKey());
   // The name stays: the order still looks at it.
   item->entry.value = {};
-  if (++mDead > kMostDead && mDead > GetSize()) Compact();
-}
-
-PropertyTable::Cell* PropertyTable::FindFree(const PropertyNameKey& key) {
-  if (!key.IsPlain()) return nullptr;
-  Cell* const begin = &mIndex[key.GetHash() >> mHashShift];
-  Cell* const free = std::find(begin, begin + kWindow, nullptr);
-  return free != begin + kWindow ? free : nullptr;
+  if (++mDead <= kMostDead || mDead <= GetSize()) return;
+  try {
+    Compact();
+  } catch (const std::bad_alloc&) {  // the next deletion tries it again
+  }
 }
 
 void PropertyTable::IndexElsewhere(Item& item) {
   try {
     const PropertyNameKey key = item.GetKey();
-    if (key.IsPlain() && mCells <= mCount * kMostSpace) Rebuild(mCells * 2);
-    if (Cell* free = FindFree(key)) {
-      *free = &item;
-    } else {
-      mOthers.emplace(key, &item);
-    }
+    if (key.IsPlain() && mIndex.size <= mCount * kMostSpace) Rebuild(mIndex.size * 2);
+    mIndex.Add(item);
   } catch (...) {
     mBlocks.back().pop_back();
     --mCount;
@@ -255,36 +249,55 @@ void PropertyTable::IndexElsewhere(Item& item) {
   }
 }
 
-// An item without a value, which is one that is just being inserted, is left out like a deleted one.
-void PropertyTable::Rebuild(size_t leastCells) {
+PropertyTable::Index::Index(size_t leastCells) {
   const auto bits = static_cast<unsigned>(std::bit_width(std::max(leastCells, kFewestCells) - 1));
-  const size_t cells = size_t{1} << bits;
-  std::vector<Cell>(cells + kWindow - 1).swap(mIndex);
-  mCells = cells;
-  mHashShift = 32 - bits;
-  mOthers.clear();
-  ForEachItem(0, [this](Item& item) {
-    if (item.IsDead()) return;
-    const PropertyNameKey key = item.GetKey();
-    if (Cell* free = FindFree(key)) {
-      *free = &item;
-    } else {
-      mOthers.emplace(key, &item);
-    }
-  });
+  size = size_t{1} << bits;
+  shift = 32 - bits;
+  cells.resize(size + kWindow - 1);
 }
 
+PropertyTable::Cell* PropertyTable::Index::FindFree(const PropertyNameKey& key) {
+  if (!key.IsPlain()) return nullptr;
+  Cell* const begin = &cells[key.GetHash() >> shift];
+  Cell* const free = std::find(begin, begin + kWindow, nullptr);
+  return free != begin + kWindow ? free : nullptr;
+}
+
+void PropertyTable::Index::Add(Item& item) {
+  const PropertyNameKey key = item.GetKey();
+  if (Cell* free = FindFree(key)) {
+    *free = &item;
+  } else {
+    others.emplace(key, &item);
+  }
+}
+
+// An item without a value, which is one that is just being inserted, is left out like a deleted one. The
+// present index stays until the new one is whole.
+void PropertyTable::Rebuild(size_t leastCells) {
+  Index index(leastCells);
+  ForEachItem(0, [&index](Item& item) {
+    if (!item.IsDead()) index.Add(item);
+  });
+  mIndex = std::move(index);
+}
+
+// The items stay where they are until all of them are elsewhere.
 void PropertyTable::Compact() {
-  const std::vector<std::vector<Item>> old = std::exchange(mBlocks, {});
-  mCount = mDead = 0;
+  std::vector<std::vector<Item>> blocks(1);
+  std::vector<Item>& items = blocks.front();
+  items.reserve(GetSize());
+  ForEachItem(0, [&items](const Item& item) {
+    if (!item.IsDead()) items.push_back(item);
+  });
+  Index index(items.size() * 2);
+  for (Item& item : items) index.Add(item);
+  mIndex = std::move(index);
+  mBlocks.swap(blocks);
+  mCount = items.size();
+  mDead = 0;
   mOrder.clear();
   mOrdered = 0;
-  for (const std::vector<Item>& block : old) {
-    for (const Item& item : block) {
-      if (!item.IsDead()) Append(item.GetKey(), item.entry.name).entry.value = item.entry.value;
-    }
-  }
-  Rebuild(mCount * 2);
 }
 
 // ---- The order

@@ -117,6 +117,22 @@ class PropertyTable {
   // Dead items are put up with until they are more than this and more than the others.
   static constexpr size_t kMostDead = 16;
 
+  // Finds items by name.
+  struct Index {
+    Index() = default;
+    explicit Index(size_t leastCells);
+    // A free cell for the name, or null.
+    Cell* FindFree(const PropertyNameKey& key);
+    void Add(Item& item);
+
+    // A power of two of cells that the upper bits of hashes name, at least twice as many as there are items,
+    // and kWindow - 1 more.
+    std::vector<Cell> cells;
+    size_t size = 0;
+    unsigned shift = 0;
+    std::map<PropertyNameKey, Item*> others;
+  };
+
   // The item that the index finds, else null and, when there is one, the free cell that the name may take.
   Item* FindIndexed(const PropertyNameKey& key, Cell*& pFree) const;
   const PropertyValue* FindSlowly(const String& name) const;
@@ -129,8 +145,6 @@ class PropertyTable {
   void ForEachItem(size_t first, Visit visit) const;
   // For the last item, whose name has no cell to take. When it throws the item is gone.
   void IndexElsewhere(Item& item);
-  // A free cell for the name, or null.
-  Cell* FindFree(const PropertyNameKey& key);
   void Rebuild(size_t leastCells);
   void Compact();
   const Order& GetOrder() const;
@@ -141,12 +155,7 @@ class PropertyTable {
   mutable std::vector<std::vector<Item>> mBlocks;
   size_t mCount = 0;  // of all items
   size_t mDead = 0;
-  // A power of two of cells that the upper bits of hashes name, at least twice as many as there are items,
-  // and kWindow - 1 more.
-  mutable std::vector<Cell> mIndex;
-  size_t mCells = 0;
-  unsigned mHashShift = 0;
-  std::map<PropertyNameKey, Item*> mOthers;
+  mutable Index mIndex;
 
   // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under the
   // lock.

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "support/ErrorLayers.h"
+#include "support/FailingNew.h"
 #include "support/ModuleTrace.h"
 
 using namespace orm;
@@ -31,6 +32,11 @@ TEST(MemoryProperties, Errors) {
       {[&] { bag.GetBinary("Number"); },
        {0xE7220001, "Type of property 'Number' is unexpected, 'TYPE_BINARY' type is required."}},
   };
+  {
+    ModuleTrace trace("mprops", 'e');
+    for (const auto& c : cases) LayersOf(c.get);
+    EXPECT_TRUE(trace.Take().empty()) << "the lines are warnings";
+  }
   ModuleTrace trace("mprops", 'w');
   for (const auto& c : cases) {
     EXPECT_EQ(LayersOf(c.get), (Layers{{c.inner.code, "Failed to get the value of property."}, c.inner}));
@@ -80,6 +86,59 @@ TEST(MemoryProperties, BagsOfOneTableInManyThreads) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+}
+
+// An operation that lacks memory has not happened; a deletion lacks none that it cannot do without.
+TEST(MemoryProperties, WithoutMemoryNothingIsLost) {
+  const auto name = [](int i) {
+    return String(((i % 8 == 0 ? "\xC9" : "name") + std::to_string(i)).c_str());
+  };
+  std::vector<String> names;
+  for (int i = 0; i < 200; ++i) names.push_back(name(i));
+  const struct {
+    const char* what;
+    int count, deleted;  // before it
+    std::function<void(MemoryProperties&)> run;
+  } cases[] = {
+      {"the first", 0, 0, [&](auto& b) { b.SetNumber(names[199], 1); }},
+      {"an insertion into a full index", 32, 0, [&](auto& b) { b.SetNumber(names[199], 1); }},
+      {"a name of the code page", 40, 0, [&](auto& b) { b.SetNumber(names[192], 1); }},
+      {"a deletion that leaves little", 40, 20, [&](auto& b) { b.Delete(names[20]); }},
+      {"a change of a shared table", 60, 5,
+       [&](auto& b) {
+         const MemoryProperties copy = b;
+         b.SetNumber(names[59], 0);
+       }},
+      {"the order", 60, 5, [](auto& b) { b.EnumProperties(); }},
+  };
+  for (const auto& c : cases) {
+    int lacking = 0;
+    bool failed = true;
+    for (unsigned at = 1; failed; ++at) {
+      MemoryProperties bag;
+      for (int i = 0; i < c.count; ++i) bag.SetNumber(names[static_cast<size_t>(i)], 7);
+      for (int i = 0; i < c.deleted; ++i) bag.Delete(names[static_cast<size_t>(i)]);
+      {
+        const FailingNew failing(at);
+        try {
+          c.run(bag);
+        } catch (const std::bad_alloc&) {
+          ++lacking;
+        }
+        failed = failing.HasFailed();
+      }
+      size_t found = 0;
+      for (int i = c.deleted + 1; i < c.count - 1; ++i) {
+        ASSERT_EQ(bag.GetNumber(names[static_cast<size_t>(i)], 0), 7u) << c.what << ' ' << at;
+        ++found;
+      }
+      const size_t listed = bag.EnumProperties().size();
+      ASSERT_TRUE(listed >= found && listed <= found + 3) << c.what << ' ' << at;
+      for (const String& each : names) bag.SetNumber(each, 1);
+      ASSERT_EQ(bag.EnumProperties().size(), names.size()) << c.what << ' ' << at;
+    }
+    EXPECT_EQ(lacking > 0, std::string(c.what).find("deletion") == std::string::npos) << c.what;
+  }
 }
 
 // Against a map with the code page's own comparison: names that collide, differ behind the eighth character
