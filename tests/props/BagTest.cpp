@@ -151,6 +151,56 @@ TYPED_TEST(BagTest, MergeAndCompare) {
   EXPECT_FALSE(other.IsSubsetOf(bag, false)) << "another type";
 }
 
+TYPED_TEST(BagTest, SubsetsDependOnEachTypeAndValue) {
+  using Set = void (*)(Properties&);
+  const Set number = [](Properties& b) { b.SetNumber("V", 1); };
+  const Set other = [](Properties& b) { b.SetNumber("v", 2); };
+  const Set digit = [](Properties& b) { b.SetString("v", "1"); };
+  const Set upper = [](Properties& b) {
+    b.SetString("v",
+                "\xC9"
+                "A");
+  };
+  const Set lower = [](Properties& b) {
+    b.SetString("v",
+                "\xE9"
+                "a");
+  };
+  const Set longer = [](Properties& b) {
+    b.SetString("v",
+                "\xC9"
+                "AB");
+  };
+  const Set bytes = [](Properties& b) { b.SetBinary("v", kBytes); };
+  const Set others = [](Properties& b) { b.SetBinary("v", Binary("\0\1\3", 3)); };
+  const Set fewer = [](Properties& b) { b.SetBinary("v", Binary("\0\1", 2)); };
+  const Set none = [](Properties& b) { b.SetBinary("v", Binary()); };
+  const Set absent = [](Properties&) {};
+  const struct {
+    Set mine, theirs;
+    bool cased, folded;  // the result with and without regard to case
+  } cases[] = {
+      {absent, absent, true, true},  {absent, number, true, true},  {number, absent, false, false},
+      {number, number, true, true},  {number, other, false, false}, {number, digit, false, false},
+      {digit, number, false, false}, {upper, upper, true, true},    {upper, lower, false, true},
+      {lower, upper, false, true},   {upper, longer, false, false}, {longer, upper, false, false},
+      {bytes, bytes, true, true},    {bytes, others, false, false}, {bytes, fewer, false, false},
+      {fewer, bytes, false, false},  {none, none, true, true},      {none, fewer, false, false},
+      {fewer, none, false, false},   {none, absent, false, false},  {bytes, upper, false, false},
+  };
+  for (const auto& c : cases) {
+    MemoryProperties mine;
+    Properties& theirs = this->mBag;
+    theirs.Clear();
+    theirs.SetNumber("more", 1);
+    c.mine(mine);
+    c.theirs(theirs);
+    const auto row = &c - cases;
+    EXPECT_EQ(mine.IsSubsetOf(theirs, true), c.cased) << "row " << row;
+    EXPECT_EQ(mine.IsSubsetOf(theirs, false), c.folded) << "row " << row;
+  }
+}
+
 TYPED_TEST(BagTest, ExportAndImport) {
   Properties& bag = this->mBag;
   EXPECT_EQ(bag.Export().GetSize(), 0u);

@@ -148,9 +148,15 @@ namespace {
 class ChangingBag : public MemoryProperties {
  public:
   std::function<void(ChangingBag&)> change;
+  std::function<void(ChangingBag&)> changeAfterType;
+  PropertyType GetType(const String& name) const override {
+    const PropertyType type = MemoryProperties::GetType(name);
+    if (changeAfterType) changeAfterType(const_cast<ChangingBag&>(*this));
+    return type;
+  }
   std::vector<String> EnumProperties() const override {
     auto names = MemoryProperties::EnumProperties();
-    change(const_cast<ChangingBag&>(*this));
+    if (change) change(const_cast<ChangingBag&>(*this));
     return names;
   }
 };
@@ -171,10 +177,31 @@ TEST(Export, BagChangedAfterItsNamesWereListed) {
   EXPECT_EQ(target.GetType("b"), Properties::TYPE_NONE);
 
   bag.SetNumber("b", 2);
+  EXPECT_TRUE(bag.IsSubsetOf(target, true)) << "what both lack is equal";
+  EXPECT_EQ(trace.Take().size(), 1u);
+
+  bag.SetNumber("b", 2);
   const Binary data = bag.Export();
   EXPECT_EQ(trace.Take().size(), 1u);
   EXPECT_EQ(data,
             BinaryOf(kHeader + kVersion + Word(2) + Text("a") + Word(1) + Word(1) + Text("b") + Word(0)));
   MemoryProperties reader;
   EXPECT_EQ(LayersOf([&] { reader.Import(data); })[1].message, "Unknown data format or data are corrupted.");
+}
+
+TEST(Export, BagChangedAfterATypeWasRead) {
+  const Layers missing{{0xE7220002, "Failed to get the value of property."},
+                       {0xE7220002, "Property 'a' does not exist."}};
+  const auto make = [] {
+    ChangingBag bag;
+    bag.SetNumber("a", 1);
+    bag.changeAfterType = [](ChangingBag& self) { self.Delete("a"); };
+    return bag;
+  };
+  MemoryProperties same, target;
+  same.SetNumber("a", 1);
+  EXPECT_EQ(LayersOf([&] { target.Merge(make(), {}, true); }), missing);
+  EXPECT_EQ(LayersOf([&] { make().Export(); }), missing);
+  EXPECT_EQ(LayersOf([&] { same.IsSubsetOf(make(), true); }), missing);
+  EXPECT_EQ(LayersOf([&] { make().IsSubsetOf(same, true); }), missing);
 }

@@ -4,18 +4,29 @@
 #include <dlfcn.h>
 
 #include <cstring>
+#include <utility>
 
 namespace {
 
 constinit const char* gsFailing = nullptr;
 constinit LSTATUS gsCode = 0;
+constinit const char* gsFollowed = nullptr;
+std::function<void()> gsAction;
+
+void Follow(const char* function) {
+  if (!gsFollowed || std::strcmp(gsFollowed, function) != 0) return;
+  gsFollowed = nullptr;
+  gsAction();
+}
 
 // The code when that function is to fail now, else what the platform's function returns.
 template <class... Arguments>
 LSTATUS Call(const char* function, Arguments... arguments) {
   if (gsFailing && std::strcmp(gsFailing, function) == 0) return gsCode;
   using Function = LSTATUS (*)(Arguments...);
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, function))(arguments...);
+  const LSTATUS result = reinterpret_cast<Function>(dlsym(RTLD_NEXT, function))(arguments...);
+  Follow(function);
+  return result;
 }
 
 }  // namespace
@@ -31,6 +42,15 @@ FailingRegistry::~FailingRegistry() {
   gsFailing = nullptr;
 }
 
+AfterRegistryCall::AfterRegistryCall(const char* function, std::function<void()> action) {
+  gsFollowed = function;
+  gsAction = std::move(action);
+}
+
+AfterRegistryCall::~AfterRegistryCall() {
+  gsFollowed = nullptr;
+}
+
 }  // namespace test
 
 extern "C" {
@@ -44,6 +64,11 @@ LSTATUS RegCreateKeyExA(HKEY key, const char* subKey, DWORD reserved, char* clas
                         DWORD* disposition) {
   return Call("RegCreateKeyExA", key, subKey, reserved, className, options, access, attributes, result,
               disposition);
+}
+
+LSTATUS RegQueryValueExA(HKEY key, const char* valueName, DWORD* reserved, DWORD* type, BYTE* data,
+                         DWORD* size) {
+  return Call("RegQueryValueExA", key, valueName, reserved, type, data, size);
 }
 
 LSTATUS RegDeleteKeyA(HKEY key, const char* subKey) {

@@ -149,6 +149,11 @@ TEST_F(PersistentTest, ErrorsOfGetters) {
        {{234, "Failed to query registry value '" + kKeyName + "\\eight'. "}, {234, SystemText(234)}},
        "RegistryError"},
   };
+  {
+    ModuleTrace trace("pprops", 'e');
+    for (const auto& c : cases) LayersOf([&] { c.get(mBag); });
+    EXPECT_THAT(trace.Take(), IsEmpty()) << "the lines are warnings";
+  }
   ModuleTrace trace("pprops", 'w');
   for (const auto& c : cases) {
     Layers expected{{c.code, "Failed to get the value of property."}};
@@ -279,6 +284,16 @@ TEST_F(PersistentTest, ErrorsOfEveryCall) {
       {"RegDeleteKeyA", [](auto& b) { b.DeleteBag(); }, "DeleteBag", kDeleteBag, deleteKey},
   };
   mBag.SetNumber("v", 1);
+  {
+    ModuleTrace trace("pprops", 'e');
+    for (const auto& c : cases) {
+      PersistentProperties bag;
+      bag.Open("Tools\\Editor", true);
+      const FailingRegistry failing(c.call, 5);
+      LayersOf([&] { c.run(bag); });
+    }
+    EXPECT_THAT(trace.Take(), IsEmpty()) << "the lines are warnings";
+  }
   ModuleTrace trace("pprops", 'w');
   for (const auto& c : cases) {
     PersistentProperties bag;
@@ -308,6 +323,105 @@ TEST_F(PersistentTest, ErrorsOfEveryCall) {
   EXPECT_EQ(bag.GetString("v", "d"), "d");
   EXPECT_EQ(bag.GetBinary("v", Binary("d", 1)), Binary("d", 1));
   EXPECT_THAT(trace.Take(), IsEmpty());
+}
+
+// Another process comes in between two calls of one operation.
+TEST_F(PersistentTest, ChangedBetweenTwoCalls) {
+  const auto outcome = [](const std::function<std::string()>& run) {
+    std::string result;
+    const Layers layers = LayersOf([&] { result = run(); });
+    if (layers.empty()) return result;
+    char codes[32];
+    std::snprintf(codes, sizeof codes, "%x %x", layers[0].code, layers[1].code);
+    return std::string(codes);
+  };
+  const auto text = [](auto& b) { return std::string(b.GetString("v").GetBegin()); };
+  const auto bytes = [](auto& b) {
+    const Binary data = b.GetBinary("v");
+    return std::string(reinterpret_cast<const char*>(data.GetData()), data.GetSize());
+  };
+  const auto names = [](auto& b) {
+    std::string all;
+    for (const String& name : b.EnumProperties()) all += name.GetBegin();
+    return all;
+  };
+  const std::string longer(50, 'l');
+  using Bag = PersistentProperties;
+  const struct {
+    const char* what;
+    const char* call;
+    std::function<void(Bag&)> change;
+    std::function<std::string(Bag&)> run;
+    std::string result;  // or the codes of the two outer layers
+  } cases[] = {
+      {"shorter text", "RegQueryValueExA", [](Bag& b) { b.SetString("v", "a"); }, text, "a"},
+      {"longer text", "RegQueryValueExA", [&](Bag& b) { b.SetString("v", longer.c_str()); }, text, "ea ea"},
+      {"no text", "RegQueryValueExA", [](Bag& b) { b.SetNumber("v", 1); }, text, "e7220001 e7220001"},
+      {"text gone", "RegQueryValueExA", [](Bag& b) { b.Delete("v"); }, text, "e7220002 2"},
+      {"shorter bytes", "RegQueryValueExA", [](Bag& b) { b.SetBinary("v", Binary("b", 1)); }, bytes, "b"},
+      {"no bytes", "RegQueryValueExA", [](Bag& b) { b.SetBinary("v", Binary()); }, bytes, ""},
+      {"longer bytes", "RegQueryValueExA", [](Bag& b) { b.SetBinary("v", Binary("12345678", 8)); }, bytes,
+       "ea ea"},
+      {"bytes become text", "RegQueryValueExA", [](Bag& b) { b.SetString("v", "t"); }, bytes,
+       "e7220001 e7220001"},
+      {"bytes gone", "RegQueryValueExA", [](Bag& b) { b.Delete("v"); }, bytes, "e7220002 2"},
+      {"a longer name", "RegQueryInfoKeyA", [&](Bag& b) { b.SetNumber(longer.c_str(), 1); }, names, "ea ea"},
+      {"a shorter name", "RegQueryInfoKeyA", [](Bag& b) { b.SetNumber("a", 1); }, names, "av"},
+      {"no name", "RegQueryInfoKeyA", [](Bag& b) { b.Clear(); }, names, ""},
+      {"the rest gone", "RegEnumValueA", [](Bag& b) { b.Clear(); }, names, "v"},
+      {"gone before it is cleared", "RegEnumValueA", [](Bag& b) { b.Clear(); },
+       [](Bag& b) {
+         b.Clear();
+         return std::string("cleared");
+       },
+       "e7220002 2"},
+      {"gone before it is deleted", "RegCreateKeyExA", [](Bag& b) { b.Delete("v"); },
+       [](Bag& b) {
+         b.Delete("v");
+         return std::string("deleted");
+       },
+       "deleted"},
+      {"the bag gone before it is written", "RegCreateKeyExA", [](Bag& b) { b.DeleteBag(); },
+       [](Bag& b) {
+         b.SetNumber("v", 2);
+         return std::string("written");
+       },
+       "3fa 3fa"},
+      {"a longer bag", "RegQueryInfoKeyA",
+       [&](Bag& b) {
+         Bag below;
+         below.Open(("Tools\\Editor\\" + longer).c_str(), true);
+         below.SetNumber("v", 1);
+         b.Delete("v");
+       },
+       [](Bag& b) { return std::to_string(b.EnumBags().size()); }, "ea ea"},
+      {"deleted by two", "RegQueryInfoKeyA", [](Bag& b) { b.DeleteBag(); },
+       [](Bag& b) {
+         b.DeleteBag();
+         return std::string("deleted");
+       },
+       "3fa 3fa"},
+  };
+  for (const auto& c : cases) {
+    PersistentProperties bag, other;
+    other.Open("tools\\editor", true);
+    other.DeleteBag();
+    if (c.run.target_type() == typeid(bytes)) {
+      other.SetBinary("v", Binary("1234", 4));
+    } else {
+      other.SetString("v", "text");
+    }
+    bag.Open("Tools\\Editor", true);
+    const AfterRegistryCall after(c.call, [&] { c.change(other); });
+    EXPECT_EQ(outcome([&] { return c.run(bag); }), c.result) << c.what;
+  }
+  mBag.SetString("v", "text");
+  const AfterRegistryCall after("RegQueryValueExA", [&] {
+    PersistentProperties other;
+    other.Open("tools\\editor", true);
+    other.SetString("v", longer.c_str());
+  });
+  EXPECT_EQ(mBag.GetString("v", "default"), "default");
 }
 
 TEST_F(PersistentTest, ForeignValues) {
@@ -383,6 +497,11 @@ TEST_F(PersistentTest, NoBagChosen) {
 
 TEST_F(PersistentTest, Location) {
   EXPECT_NO_THROW(mBag.SetLocation("CFG://LOCALHOST", "cfg://localuser"));
+  {
+    ModuleTrace trace("pprops", 'e');
+    LayersOf([&] { mBag.SetLocation("", ""); });
+    EXPECT_THAT(trace.Take(), IsEmpty()) << "the line is a warning";
+  }
   ModuleTrace trace("pprops", 'w');
   const char* const others[][2] = {{"cfg://localuser", "cfg://localhost"},
                                    {"cfg://localhost", ""},
