@@ -197,7 +197,12 @@ TEST(Faults, ALinkThatLeadsToNothingCountsAsAbsent) {
     EXPECT_EQ(count, keys);
     EXPECT_EQ(longest, size);
   }
-  EXPECT_EQ(Open(key, "A dead", &dead), 2);
+  ASSERT_EQ(makeOpen("K\\Sub\\D"), 0);
+  ASSERT_EQ(RegDeleteKeyA(sub, "D"), 0);
+  ASSERT_EQ(makeOpen("K\\Z"), 0);
+  EXPECT_EQ(Open(key, "A dead", &dead), 2) << "no number is used again";
+  EXPECT_EQ(Open(sub, "C dead", &dead), 2) << "no number is used again";
+  ASSERT_EQ(RegDeleteKeyA(key, "Z"), 0);
   EXPECT_EQ(RegDeleteKeyA(key, "Sub"), 0) << "it holds nothing";
   ASSERT_EQ(makeOpen("K\\a DEAD"), 0);
   EXPECT_EQ(SubKeyNames(key), (std::vector<std::string>{"a DEAD", "B alive"}));

@@ -3,6 +3,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -147,6 +148,8 @@ DWORD Touch(MDB_txn* txn, std::uint64_t key) {
   return PutInfo(txn, key, info.parent, std::string(info.className));
 }
 
+// At least the time: after a store was put back from an older copy, or was lost, what still refers to a key
+// that is gone with it must not come to lead to another one.
 DWORD TakeNumber(MDB_txn* txn, std::uint64_t* number) {
   RecordKey key = PrefixOf(RecordKind::Meta, 0);
   key.size = 1;
@@ -161,6 +164,7 @@ DWORD TakeNumber(MDB_txn* txn, std::uint64_t* number) {
   } else if (result != MDB_NOTFOUND) {
     return ErrorFromStore(result);
   }
+  *number = std::max(*number, Now());
   std::string content;
   AppendNumber(&content, formatVersion);
   AppendNumber(&content, *number + 1);

@@ -3,7 +3,7 @@
 // A key of the registry is a number; the root is 1, numbers are never used again. Records (the first byte
 // tells the kind; numbers in keys are big-endian, so that what belongs to one key lies together; names in
 // keys are folded to lower case, so that the order of the records is the order of the names):
-//   'M'                       version (4 bytes), next free key number (8)
+//   'M'                       version (4 bytes), least free key number (8)
 //   'I' key                   parent (8), last write (8, 100 ns since 1601), flags (4), class name
 //   'K' key, folded name      subkey number (8), flags (1), name as spelled
 //   'V' key, folded name      type (4), length of the name (2), name as spelled, data
