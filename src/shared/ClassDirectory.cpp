@@ -49,7 +49,7 @@ DirectoryIntl::~DirectoryIntl() {
   std::exchange(mMasks, {}).clear();
   // A thread that is creating at the end of the process comes back to the library's record: it stays.
   for (const auto& library : mLibraries) {
-    if (library->IsBusy()) library->AddRef();
+    if (library->IsBusy()) mrManager.KeepToTheEnd(library);
   }
   std::exchange(mLibraries, {}).clear();
   if (mhChange != INVALID_HANDLE_VALUE) FindCloseChangeNotification(mhChange);

@@ -11,6 +11,7 @@
 #include "ThreadModule.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 
 namespace orm {
@@ -22,11 +23,11 @@ constexpr const char* FILE_NAME = "src/shared/ClassManager";
 constexpr DWORD SYNCHRONIZE_INTERVAL = 3000;  // milliseconds
 constexpr DWORD UNLOAD_INTERVAL = 5000;
 
-// Storage of the one manager, built and destroyed by the module frame.
+// Storage of the one manager, built and closed by the module frame.
 alignas(ClassManagerImpl) constinit unsigned char gsStorage[sizeof(ClassManagerImpl)] = {};
-// Set for as long as the manager may be called, which includes its own constructor and destructor: libraries
+// Set for as long as the manager may be called, which includes its own constructor and its closing: libraries
 // that are listed there may ask for it.
-constinit ClassManagerImpl* gspManager = nullptr;
+constinit std::atomic<ClassManagerImpl*> gspManager = nullptr;
 
 // Marks a pass that calls components, which may call the manager, so that no second one begins within it.
 class Running {
@@ -46,17 +47,18 @@ void BuildClassManager() {
   new (gsStorage) ClassManagerImpl();
 }
 
-void DestroyClassManager() {
-  if (gspManager) gspManager->~ClassManagerImpl();
+void CloseClassManager() {
+  if (ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent()) pManager->Close();
 }
 
 ClassManager* GetClassMgr() {
-  if (!gspManager) HoldAfterDetach();
-  return ClassManagerImpl::GetCurrent();
+  ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent();
+  if (!pManager) HoldAfterDetach();
+  return pManager;
 }
 
 ClassManagerImpl* ClassManagerImpl::GetCurrent() {
-  return gspManager;
+  return gspManager.load(std::memory_order_acquire);
 }
 
 ClassManagerImpl::ClassManagerImpl() {
@@ -71,15 +73,28 @@ ClassManagerImpl::ClassManagerImpl() {
   RegisterDefaults();
 }
 
-ClassManagerImpl::~ClassManagerImpl() {
+void ClassManagerImpl::Close() {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "Destructor");
   UnloadLibraries(true);
-  // Each list is empty before what it held goes, since that may call the manager once more.
-  std::exchange(mFactories, {}).clear();
+  ReleaseFactories();
+  // When a process ends, its other threads run on to the very end. From here on they wait for the lock, which
+  // is not given back.
+  mLock.Enter();
+  // A factory that a thread has registered since stays: whom it waits for at its end may be waiting here.
+  // The list is empty before what it held goes, since that may call the manager once more.
   std::exchange(mDirectories, {}).clear();
-  mRegistry.Clear();
+  mRegistry = {};
+  mSystemDirectory = {};
   mShared.Close();
-  gspManager = nullptr;
+  gspManager.store(nullptr, std::memory_order_release);
+}
+
+// Without the lock: a factory may have a thread, which calls the manager and which it waits for at its end.
+void ClassManagerImpl::ReleaseFactories() {
+  std::vector<FacePtr<ClassFactory>> released;
+  const ClassLock lock(mLock);
+  for (const auto& registration : mFactories) released.push_back(registration->GetFactory());
+  std::exchange(mFactories, {}).clear();
 }
 
 BaseFace* ClassManagerImpl::QueryFace(const char* faceId) {

@@ -22,13 +22,18 @@ class PathInfo;
 class ClassManagerImpl final : public BaseFace, public ClassManager {
  public:
   ClassManagerImpl();
-  ~ClassManagerImpl();
+  // It closes and is not destroyed: threads may be calling it to the very end of the process. Closed, it
+  // holds no memory beyond its own, which goes with the module.
+  ~ClassManagerImpl() = delete;
   ClassManagerImpl(const ClassManagerImpl&) = delete;
   ClassManagerImpl& operator=(const ClassManagerImpl&) = delete;
 
   // The process's manager; null while there is none. An object that outlives the manager asks here before it
   // takes the lock.
   static ClassManagerImpl* GetCurrent();
+
+  // Unloads and releases everything. Whoever calls the manager meanwhile waits from some point on for ever.
+  void Close();
 
   DWORD AddRef() override { return 1; }
   bool Release() override { return false; }
@@ -61,8 +66,12 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   SharedCache& GetSharedCache() { return mShared; }
   ClassRegistry& GetRegistry() { return mRegistry; }
   const std::vector<FacePtr<DirectoryIntl>>& GetDirectories() const { return mDirectories; }
+  // For a library that a thread is using while the manager closes.
+  void KeepToTheEnd(const FacePtr<LibraryIntl>& rpLibrary) { mStillUsed.push_back(rpLibrary); }
 
  private:
+  void ReleaseFactories();
+
   // What keeps the code of an object that is being made, also while it is refused and goes again. Ends
   // without the lock.
   struct KeptSource {
@@ -91,6 +100,7 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   ClassRegistry mRegistry;
   std::vector<FacePtr<FactoryRegistration>> mFactories;  // by the factory's address
   std::vector<FacePtr<DirectoryIntl>> mDirectories;
+  std::vector<FacePtr<LibraryIntl>> mStillUsed;
   SharedCache mShared;
   DWORD mCookie = 0;  // the last one handed out
   bool mUnloading = false;

@@ -81,11 +81,6 @@ class ClassRegistry {
   void AddExternalReference(ClassEntry& rEntry) { ++rEntry.mExternalReferences; }
   void DropExternalReference(ClassEntry& rEntry);
 
-  void Clear() {
-    mIndex.clear();
-    mEntries.clear();
-  }
-
   // Changes whenever the set of classes changes; never 0.
   DWORD GetStamp() {
     if (mStamp == 0) mStamp = 1;

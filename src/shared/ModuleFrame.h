@@ -11,7 +11,7 @@ void BuildEmptyString();  // BaseString.cpp: the block that all empty strings sh
 void ReleaseEmptyString();
 
 void BuildClassManager();  // ClassManager.cpp
-void DestroyClassManager();
+void CloseClassManager();
 
 void BuildThreadRegistrar();  // ThreadInterrupt.cpp
 void CloseThreadRegistrar();

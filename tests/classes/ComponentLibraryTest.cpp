@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "ErrorText.h"
+#include "HostProcess.h"
 #include "TestClock.h"
 #include "TestFactory.h"
 #include "TestFolder.h"
@@ -477,6 +478,14 @@ TEST(ComponentLibrary, StaysUntilARefusedObjectIsGone) {
     EXPECT_TRUE(IsMapped("careless.dll"));
     GetClassMgr()->UnloadLibraries(false);
     EXPECT_FALSE(IsMapped("careless.dll")) << "the creation has ended";
+  }
+}
+
+TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
+  TestFolder folder;
+  folder.Add("alpha");
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
   }
 }
 

@@ -335,6 +335,7 @@ TEST_F(TracedManager, ReportsWhatCannotBeLoadedOrFreed) {
 
 // When the manager ends, the trace facility has ended before it: only the debugger hears of it.
 TEST_F(TracedManager, NamesTheLibraryThatStaysAtItsEnd) {
+  SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_target", "<dbglog>");
   orm::platform::DebugWatch watch;
   HostProcess host({"register", GetPath(), "create", "CID_Beta", "keep", "CID_Alpha"});
   std::string line;

@@ -5,15 +5,19 @@
 //   keep CLASS      creates an object and never drops it  wait      prints "waiting", goes on at a line of
 //   input hold-mutex      takes the cache's mutex and waits     churn PATH  stores into the cache for ever
 //   call-each PATH CLASS  every operation of the manager once
+//   exit-busy PATH        prints "busy" and ends while threads use the manager; PATH offers CID_Alpha
 #include <fcntl.h>
 #include <ormutil/ClassManager.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <set>
+#include <thread>
 
 #include "ErrorText.h"
 #include "fixtures/Fixture.h"
@@ -22,6 +26,16 @@ namespace {
 
 using orm::FacePtr;
 using orm::GetClassMgr;
+
+class PlainFactory : public orm::FaceObject<orm::ClassFactory> {
+ public:
+  void CreateInstance(const orm::String&, FacePtr<orm::BaseFace>& object) override {
+    object = FacePtr<orm::BaseFace>::Adopt(new orm::FaceObject<orm::BaseFace>());
+  }
+  void EnumClasses(std::vector<orm::ClassDescription>& classes) override {
+    classes.push_back({"CID_Plain", {}, {}});
+  }
+};
 
 void Print(const std::string& text) {
   std::cout << text << std::endl;
@@ -95,17 +109,63 @@ void CallEach(const std::string& path, const char* classId) {
   manager->Unregister(cookie);
 }
 
-// The object outlives main and its library, and a search for leaks finds who holds it.
-void Keep(const char* classId) {
-  [[maybe_unused]] static Numbered* volatile kept;
-  kept = FacePtr<Numbered>(classId, "").Detach();
+// Keeps the object, and with it its library, to the end of the process, where a search for leaks finds it.
+void Keep(const FacePtr<orm::BaseFace>& object) {
+  static std::mutex mutex;
+  static auto& rKept = *new std::vector<FacePtr<orm::BaseFace>>;
+  const std::lock_guard lock(mutex);
+  rKept.push_back(object);
+}
+
+// One round of everything that a thread may be in when the process ends.
+void UseManager(const char* path) {
+  orm::ClassManager* manager = GetClassMgr();
+  Keep(manager->CreateInstance("CID_Alpha", "IID_BaseFace"));
+  std::vector<orm::String> ids;
+  manager->EnumClasses(ids);
+  manager->GetClassInfo("CID_Alpha")->GetClassData();
+  const DWORD cookie = manager->Register(FacePtr<orm::ClassFactory>::Adopt(new PlainFactory()));
+  manager->CreateInstance("CID_Plain", "IID_BaseFace");
+  manager->Unregister(cookie);
+  manager->Unregister(manager->Register(path));
+}
+
+// Has a thread, and waits for its end before it goes.
+class WorkingFactory final : public PlainFactory {
+ public:
+  explicit WorkingFactory(const char* path)
+      : mThread([this, path] {
+          while (!mStop) Thrown([path] { UseManager(path); });
+        }) {}
+
+ private:
+  ~WorkingFactory() override {
+    mStop = true;
+    mThread.join();
+  }
+
+  std::atomic<bool> mStop{false};
+  std::thread mThread;
+};
+
+void ExitBusy(const char* path) {
+  GetClassMgr()->Register(path);
+  GetClassMgr()->Register(FacePtr<orm::ClassFactory>::Adopt(new WorkingFactory(path)));
+  static std::atomic<int> rounds{0};
+  for (int t = 0; t < 3; ++t) {
+    std::thread([path] {
+      for (;; ++rounds) Thrown([path] { UseManager(path); });
+    }).detach();
+  }
+  while (rounds < 30) std::this_thread::yield();
+  Print("busy");
 }
 
 // Runs one command; `argument` is the word after it. Returns how many words it took.
 int Run(const std::string& command, const char* argument) {
   if (command == "register") return Register(argument), 2;
   if (command == "create") return Print(std::to_string(FacePtr<Numbered>(argument, "")->GetNumber())), 2;
-  if (command == "keep") return Keep(argument), 2;
+  if (command == "keep") return Keep(FacePtr<Numbered>(argument, "")), 2;
   if (command == "classes") return PrintClasses(), 1;
   if (command == "maps") return PrintMaps(), 1;
   if (command == "wait") return Wait(), 1;
@@ -114,6 +174,7 @@ int Run(const std::string& command, const char* argument) {
     WaitForSingleObject(mutex, INFINITE);
     return Wait(), 1;
   }
+  if (command == "exit-busy") return ExitBusy(argument), 2;
   if (command == "churn") Churn(argument);
   Print("what is " + command + "?");
   return 1;

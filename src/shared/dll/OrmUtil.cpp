@@ -75,7 +75,7 @@ void Start() {
 void Stop() {
   CloseThreadRegistrar();
   TraceFacilityTearDown();
-  DestroyClassManager();
+  CloseClassManager();
   ReleaseLateThread();
   ReleaseEmptyString();
   ReportLeaksAndCloseTracedObjects();
