@@ -28,6 +28,9 @@ constinit DWORD gDetachingThread = 0;
 // module holds until its end may do that as it goes.
 constinit Thread* gLateThread = nullptr;
 
+// The object that the thread's slot is letting go of. A registration may be among what goes with it.
+constinit thread_local Thread* tlsLeaving = nullptr;
+
 DWORD GetDetachingThread() {
   return __atomic_load_n(&gDetachingThread, __ATOMIC_ACQUIRE);
 }
@@ -43,6 +46,10 @@ bool HoldAfterDetach() {
   if (detaching == 0) return false;
   if (detaching == GetCurrentThreadId()) return true;
   for (;;) ::Sleep(INFINITE);
+}
+
+Thread* GetRegistrant() {
+  return tlsLeaving ? tlsLeaving : Thread::GetSelf().Get();
 }
 
 void ReleaseLateThread() {
@@ -271,7 +278,9 @@ bool ThreadAttachDetach(DWORD reason) {
     }
     // What goes with the object must not find it any more.
     TlsSetValue(gTlsIndex, nullptr);
+    tlsLeaving = thread;
     thread->Release();
+    tlsLeaving = nullptr;
     thread = static_cast<Thread*>(TlsGetValue(gTlsIndex));
   }
   if (reason == DLL_PROCESS_DETACH) {

@@ -78,18 +78,17 @@ void CloseThreadRegistrar() {
 class InterrupterRegistration final : public FaceObject<BaseFace> {
  public:
   explicit InterrupterRegistration(const FacePtr<Thread::Interrupter>& rInterrupter) {
-    const FacePtr<Thread> self = Thread::GetSelf();
+    const uintptr_t key = KeyOf(GetRegistrant());
     FacePtr<Thread::Interrupter> replaced = rInterrupter;  // released after the lock is left
     Registrar::Access map(TheRegistrar());
-    ORM_ASSERT(map->find(KeyOf(self.Get())) == map->end(), "msRegistrar.find(npSelf) == msRegistrar.end()",
-               FILE_NAME, 188);
-    (*map)[KeyOf(self.Get())].Swap(replaced);
+    ORM_ASSERT(map->find(key) == map->end(), "msRegistrar.find(npSelf) == msRegistrar.end()", FILE_NAME, 188);
+    (*map)[key].Swap(replaced);
   }
 
  private:
   ~InterrupterRegistration() override {
-    // Before the lock is taken: a thread that comes too late does not leave GetSelf.
-    const uintptr_t key = KeyOf(Thread::GetSelf().Get());
+    // Before the lock is taken: a thread that comes too late does not come back from here.
+    const uintptr_t key = KeyOf(GetRegistrant());
     FacePtr<Thread::Interrupter> removed;
     Registrar::Access map(TheRegistrar());
     const auto found = map->find(key);

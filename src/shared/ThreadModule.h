@@ -21,6 +21,9 @@ bool ThreadAttachDetach(DWORD reason);
 // whether the calling thread is the one that has detached.
 bool HoldAfterDetach();
 
+// The object under which the calling thread registers: its own, also while its slot lets go of it.
+Thread* GetRegistrant();
+
 // Lets go of the object that the detaching thread has been given since the detach.
 void ReleaseLateThread();
 

@@ -34,6 +34,10 @@ class Datum : public FaceObject<Thread::Notification> {
 
 class Plain : public FaceObject<BaseFace> {};
 
+class Deaf : public FaceObject<Thread::Interrupter> {
+  void OnInterrupt(const FacePtr<Thread>&) override {}
+};
+
 }  // namespace
 
 TEST(Thread, EachThreadHasOneObject) {
@@ -101,7 +105,11 @@ TEST(Thread, DataMayUseTheThreadWhenTheyGoWithIt) {
   Event go(Event::MANUAL);
   Thread::GetSelf();
   const auto before = GetHandleCount();
-  const auto store = [] { Thread::SetData("a", FacePtr<BaseFace>::Adopt(new Farewell(2))); };
+  const auto interrupter = FacePtr<Deaf>::Adopt(new Deaf);
+  const auto store = [&] {
+    Thread::SetData("a", FacePtr<BaseFace>::Adopt(new Farewell(2)));
+    Thread::SetData("c", Thread::RegisterInterrupter(FacePtr<Thread::Interrupter>(interrupter.Get())));
+  };
   std::thread(store).join();
   auto runnable = TestRunnable::Make([&] {
     store();
@@ -113,6 +121,8 @@ TEST(Thread, DataMayUseTheThreadWhenTheyGoWithIt) {
   go.Set();
   WaitForSingleObject(thread, INFINITE);
   CloseHandle(thread);
+  EXPECT_EQ(interrupter->AddRef(), 2u) << "the registrar has let go of it";
+  interrupter->Release();
   EXPECT_EQ(GetHandleCount(), before);
 }
 
