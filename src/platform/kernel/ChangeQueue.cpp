@@ -17,8 +17,7 @@ std::mutex& ChangeLock() noexcept {
   return ChangeQueue::Get().mLock;
 }
 
-ChangeQueue::Use::Use() : mQueue(Get()) {
-  mQueue.mLock.lock();
+ChangeQueue::Use::Use() : mQueue(Get()), mHeld(mQueue.mLock) {
   if (mQueue.mProcess != getpid()) mQueue.BeginAnewAfterFork();
 }
 
@@ -50,8 +49,21 @@ int ChangeQueue::Add(ChangeListener& listener, const std::string& folder, uint32
   // Others who watch the same folder keep what they asked for.
   const int watch = inotify_add_watch(Descriptor(), folder.c_str(), mask | IN_ONLYDIR | IN_MASK_ADD);
   if (watch < 0) return errno;
-  mWatches[watch].listeners[&listener] = folder;
+  try {
+    mWatches[watch].listeners[&listener] = folder;
+  } catch (...) {
+    DropUnheard(watch);
+    throw;
+  }
   return 0;
+}
+
+// Ends a watch that has no listener.
+void ChangeQueue::DropUnheard(int watch) noexcept {
+  const auto entry = mWatches.find(watch);
+  if (entry != mWatches.end() && !entry->second.listeners.empty()) return;
+  inotify_rm_watch(Descriptor(), watch);
+  if (entry != mWatches.end()) mWatches.erase(entry);
 }
 
 void ChangeQueue::Remove(ChangeListener& listener) noexcept {

@@ -55,6 +55,7 @@ class ChangeQueue {
 
   static ChangeQueue& Get();
   int Open() noexcept;
+  void DropUnheard(int watch) noexcept;
   bool ReadSome();
   void Tell(const inotify_event& event);
   void BeginAnewAfterFork();
@@ -70,7 +71,6 @@ class ChangeQueue {
 class ChangeQueue::Use {
  public:
   Use();
-  ~Use() { mQueue.mLock.unlock(); }
   Use(const Use&) = delete;
   Use& operator=(const Use&) = delete;
   ChangeQueue* operator->() const noexcept { return &mQueue; }
@@ -78,6 +78,7 @@ class ChangeQueue::Use {
 
  private:
   ChangeQueue& mQueue;
+  const std::lock_guard<std::mutex> mHeld;
 };
 
 }  // namespace orm::platform
