@@ -9,6 +9,7 @@
 #include <string>
 
 #include "AssertionLog.h"
+#include "files/FailingListing.h"
 #include "kernel/CodePage.h"
 
 using namespace orm;
@@ -243,6 +244,10 @@ TEST(Path, AsksTheFileSystem) {
   EXPECT_EQ(ThrownCode([&] { directory.Enumerate("*.none", 0, 0, names); }), ERROR_FILE_NOT_FOUND);
   EXPECT_THAT(names, IsEmpty());
   EXPECT_EQ(ThrownCode([&] { missing.Enumerate("*", 0, 0, names); }), ERROR_PATH_NOT_FOUND);
+  names = {"old"};
+  const filestest::FailingListing failing(3, EIO);
+  EXPECT_EQ(ThrownCode([&] { directory.Enumerate("*", 0, 0, names); }), ERROR_GEN_FAILURE);
+  EXPECT_THAT(names, IsEmpty());
 }
 
 TEST(Path, BecomesAbsoluteAgainstTheCurrentDirectory) {

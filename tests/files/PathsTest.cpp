@@ -1,4 +1,6 @@
 // Paths of the interfaces and of the disk.
+#include <random>
+
 #include "files/Files.h"
 
 #include "kernel/CodePage.h"
@@ -85,6 +87,32 @@ TEST(Paths, KeepDoubleByteCharactersWhole) {
   DWORD error = 0;
   EXPECT_EQ(UnixPath("Z:\\a\x83/b", &error), "") << "the separator is taken for a trail byte";
   EXPECT_EQ(error, 123u);
+}
+
+// Whatever a name on disk is: its path in the interfaces is its own or, holding a '?', nobody's.
+TEST(Paths, ComeBackFromTheInterfacesAsTheyWere) {
+  const char* const parts[] = {"a",  " ", ".", "\xC3\xA4", "\xE3\x82\xBD",    "\xFF",
+                               "\\", ":", "*", "\t",       "\xF0\x9F\x98\x80"};
+  std::mt19937 random(11);
+  int wholes = 0;
+  for (const UINT page : {1252u, 932u, 936u, 65001u}) {
+    ASSERT_TRUE(orm::platform::SetAnsiCodePage(page));
+    for (int round = 0; round < 3000; ++round) {
+      std::string path;
+      for (auto names = 1 + random() % 3; names > 0; --names) {
+        path += "/x";
+        for (auto length = random() % 4; length > 0; --length) path += parts[random() % std::size(parts)];
+      }
+      const std::string text = AnsiPath(path);
+      DWORD error = 0;
+      const std::string back = UnixPath(text.c_str(), &error);
+      const bool isWhole = text.find('?') == std::string::npos;
+      wholes += isWhole;
+      ASSERT_EQ(back, isWhole ? path : "") << text;
+      ASSERT_EQ(error, isWhole ? ERROR_SUCCESS : ERROR_INVALID_NAME) << text;
+    }
+  }
+  EXPECT_GT(wholes, 1000);
 }
 
 using PathFiles = Files;
