@@ -167,6 +167,9 @@ class ScopedKey {
   HKEY mhKey = nullptr;
 };
 
+// Others may make a key anew while it is being deleted, but not every time.
+constexpr unsigned kMostReturns = 100;
+
 // Deletes a key with all that is below it, depth first; success when there is no such key.
 DWORD DeleteTree(HKEY parent, const char* subkey) {
   ScopedKey key;
@@ -177,8 +180,14 @@ DWORD DeleteTree(HKEY parent, const char* subkey) {
   KeyInfo info;
   if (const DWORD code = QueryKeyInfo(key.Get(), info)) return code;
   NameBuffer name(info.longestSubkeyName);
+  String last;
+  unsigned returns = 0;
   DWORD code;
   while ((code = name.EnumKey(key.Get(), 0)) == ERROR_SUCCESS) {
+    // A name that leads to no key, though it is listed, was damaged or made under another code page.
+    returns = last.Compare(name.GetText()) == 0 ? returns + 1 : 0;
+    if (returns == kMostReturns) return ERROR_BADKEY;
+    last = name.GetText();
     if (const DWORD failure = DeleteTree(key.Get(), name.GetText())) return failure;
   }
   if (code != ERROR_NO_MORE_ITEMS) return code;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "FailingRegistry.h"
+#include "kernel/CodePage.h"
 #include "support/ErrorLayers.h"
 #include "support/ModuleTrace.h"
 
@@ -467,6 +468,25 @@ TEST_F(PersistentTest, BagsInBags) {
   mBag.DeleteBag();
   mBag.SetNumber("y", 3);
   EXPECT_EQ(mBag.GetNumber("y"), 3u);
+}
+
+// The name ends with a back slash, once the code page is not the one in which that was half of a character.
+TEST_F(PersistentTest, ABagThatItsNameDoesNotLeadToIsNotDeleted) {
+  mBag.SetNumber("x", 1);
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(932));
+  PersistentProperties below;
+  below.Open("Tools\\Editor\\\x83\x5C", true);
+  below.SetNumber("y", 2);
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(1252));
+  EXPECT_EQ(LayersOf([&] { mBag.DeleteBag(); }),
+            (Layers{{1010, "Failed to delete property bag."},
+                    {1010, "Failed to delete registry key '" + kKeyName + "'. "},
+                    {1010, SystemText(1010)}}));
+  EXPECT_EQ(mBag.GetNumber("x"), 1u);
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(932));
+  mBag.DeleteBag();
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(1252));
+  EXPECT_TRUE(mBag.IsBagNew());
 }
 
 TEST_F(PersistentTest, OpenAnotherBag) {
