@@ -51,6 +51,14 @@ void CloseClassManager() {
   if (ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent()) pManager->Close();
 }
 
+// Of the storage, since another thread may be closing the manager.
+void LockClassManager() {
+  reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().Enter();
+}
+void UnlockClassManager() {
+  reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().Leave();
+}
+
 ClassManager* GetClassMgr() {
   ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent();
   if (!pManager) HoldAfterDetach();

@@ -68,6 +68,13 @@ void BuildTracedObjects() {
   new (storage) TracedObjects;
 }
 
+void LockTracedObjects() {
+  EnterCriticalSection(&TheTracedObjects().mLock);
+}
+void UnlockTracedObjects() {
+  LeaveCriticalSection(&TheTracedObjects().mLock);
+}
+
 // An object whose counter is read here cannot go before its thread has the lock.
 void ReportLeaksAndCloseTracedObjects() {
   const Lock lock;

@@ -6,14 +6,20 @@ namespace orm {
 
 void BuildTracedObjects();  // Module.cpp
 void ReportLeaksAndCloseTracedObjects();
+void LockTracedObjects();
+void UnlockTracedObjects();
 
 void BuildEmptyString();  // BaseString.cpp: the block that all empty strings share
 void ReleaseEmptyString();
 
 void BuildClassManager();  // ClassManager.cpp
 void CloseClassManager();
+void LockClassManager();
+void UnlockClassManager();
 
 void BuildThreadRegistrar();  // ThreadInterrupt.cpp
 void CloseThreadRegistrar();
+void LockThreadRegistrar();
+void UnlockThreadRegistrar();
 
 }  // namespace orm

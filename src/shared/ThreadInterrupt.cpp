@@ -49,6 +49,9 @@ class Registrar {
     Registrar& mRegistrar;
   };
 
+  void Lock() { EnterCriticalSection(&mLock); }
+  void Unlock() { LeaveCriticalSection(&mLock); }
+
  private:
   CRITICAL_SECTION mLock;
   Map mMap;
@@ -72,6 +75,12 @@ void BuildThreadRegistrar() {
 }
 void CloseThreadRegistrar() {
   TheRegistrar().Close();
+}
+void LockThreadRegistrar() {
+  TheRegistrar().Lock();
+}
+void UnlockThreadRegistrar() {
+  TheRegistrar().Unlock();
 }
 
 // The cookie of a registration: made and destroyed on the registered thread.

@@ -12,6 +12,8 @@ extern DWORD gTlsIndex;
 // The registrar of interrupters.
 void BuildThreadRegistrar();
 void CloseThreadRegistrar();
+void LockThreadRegistrar();
+void UnlockThreadRegistrar();
 
 // The thread module's share of DllMain; its result is DllMain's.
 bool ThreadAttachDetach(DWORD reason);

@@ -1,10 +1,11 @@
 // The life of the facility.
 #include "TraceFacility.h"
 
+#include <win32/forkx.h>
+
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 namespace orm {
 
@@ -16,8 +17,8 @@ namespace {
 constexpr uint64_t NEVER_SEEN = UINT64_MAX - 1;
 constinit const uint64_t unknownWord = NEVER_SEEN;
 
-constinit std::once_flag buildOnce;
 constinit bool tearDownIsOwned = false;
+constinit bool forkIsGuarded = false;
 
 bool HasPrefix(const char* text, const char* prefix) {
   return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
@@ -77,9 +78,25 @@ void ExpandTarget() {
   if (length != 0) std::memcpy(facility.target, expanded, length + 1);
 }
 
+void LockAll() {
+  EnterCriticalSection(&facility.lock);
+}
+void UnlockAll() {
+  LeaveCriticalSection(&facility.lock);
+}
+
+// When the module is loaded, or with the facility if that comes first: either way before a thread can be at
+// it when another one forks, and before the module's own locks under which lines are traced.
+[[gnu::constructor]] void GuardFork() {
+  if (!__atomic_exchange_n(&forkIsGuarded, true, __ATOMIC_RELAXED)) {
+    platform::CallAroundFork(LockAll, UnlockAll);
+  }
+}
+
+// Under the lock.
 void Build() {
   const LastErrorKeeper keeper;
-  InitializeCriticalSection(&facility.lock);
+  GuardFork();
   FindModule();
   ReadConfiguration();
   ExpandTarget();
@@ -100,7 +117,11 @@ constinit std::atomic<bool> timesBlocks{true};
 constinit TraceArea areaAssert{"assert", TRACE_ERROR};
 
 bool EnsureBuilt() {
-  if (__atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == NOT_BUILT) std::call_once(buildOnce, Build);
+  if (__atomic_load_n(&facility.state, __ATOMIC_ACQUIRE) == NOT_BUILT) {
+    EnterCriticalSection(&facility.lock);
+    if (facility.state == NOT_BUILT) Build();
+    LeaveCriticalSection(&facility.lock);
+  }
   return IsReady();
 }
 

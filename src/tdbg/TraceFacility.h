@@ -21,8 +21,8 @@ inline constexpr const char* GLOBAL_KEY = "SOFTWARE\\tdbg_trace\\1.0";
 
 enum State : int { NOT_BUILT = 0, READY = 1, TORN_DOWN = 2 };
 
-// Everything is plain data with constant initial values: lines may be traced before the module's own
-// initialisation has begun and after its end.
+// Everything is plain data with constant initial values, the lock among it, whose initial state is that of a
+// free one: lines may be traced before the module's own initialisation has begun and after its end.
 struct TraceFacility {
   char moduleName[MODULE_NAME_SIZE];
   char modulePath[TARGET_SIZE];

@@ -105,6 +105,11 @@ TEST(Frame, TheProcessMayEndWhileObjectsComeAndGo) {
   EXPECT_EQ(ReadLog("exit.log"), std::vector<std::string>{});
 }
 
+TEST(Frame, AChildMakesObjectsWhateverItsParentsThreadsWereAt) {
+  SetRegistryText(TRACE_KEY, " option_autoassert", "a");
+  EXPECT_EQ(RunProgram({Sibling("module_leaker"), "fork"}).status, 0);
+}
+
 TEST(Frame, MisuseOfTheTracingIsAsserted) {
   std::vector<std::string> lines;
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");

@@ -1,12 +1,17 @@
 // Registers traced objects and leaves some of them behind. With the argument "exit" it leaves while threads
-// make and unmake traced objects.
+// make and unmake traced objects, with "fork" it has children that do, made while a thread does.
+#include <ormutil/ClassManager.h>
 #include <ormutil/Module.h>
+#include <ormutil/Thread.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <thread>
+
+#include "support/Child.h"
 
 namespace {
 constinit bool memoryIsOut = false;
@@ -32,17 +37,39 @@ void operator delete(void* memory, size_t) noexcept {
 
 namespace {
 
+void MakeObject() {
+  auto* object = static_cast<LONG*>(std::calloc(1, sizeof(LONG)));
+  TraceObjectRegister(object, &area, "Passing");
+  TraceObjectRefCounter(object, object);
+  TraceObjectUnregister(object);
+  std::free(object);
+}
+
+int ForkWhileAThreadMakesObjects() {
+  static constinit std::atomic<bool> ends{false};
+  std::thread other([] {
+    while (!ends) {
+      MakeObject();
+      orm::GetClassMgr()->IsClassRegistered("CID_Nobody");
+    }
+  });
+  const bool succeeded = test::ForkSome(20, [] {
+    MakeObject();
+    orm::GetClassMgr()->IsClassRegistered("CID_Nobody");
+    orm::Thread::GetSelf()->Interrupt();
+  });
+  ends = true;
+  other.join();
+  return succeeded ? 0 : 1;
+}
+
 int LeaveWhileThreadsMakeObjects() {
   static constinit std::atomic<int> begun{0};
   constexpr int THREADS = 4;
   for (int i = 0; i < THREADS; ++i) {
     std::thread([] {
       for (bool isFirst = true;; isFirst = false) {
-        auto* object = static_cast<LONG*>(std::calloc(1, sizeof(LONG)));
-        TraceObjectRegister(object, &area, "Passing");
-        TraceObjectRefCounter(object, object);
-        TraceObjectUnregister(object);
-        std::free(object);
+        MakeObject();
         if (isFirst) begun.fetch_add(1);
       }
     }).detach();
@@ -53,9 +80,10 @@ int LeaveWhileThreadsMakeObjects() {
 
 }  // namespace
 
-int main(int count, char**) {
+int main(int count, char** arguments) {
   if (DelayLoadMe() != 0) return 1;
   orm::TraceAreaRegister(area);
+  if (count > 1 && std::strcmp(arguments[1], "fork") == 0) return ForkWhileAThreadMakesObjects();
   if (count > 1) return LeaveWhileThreadsMakeObjects();
   TraceObjectRegister(&objects[2], &area, "Third");
   TraceObjectRegister(&objects[0], &area, "First");

@@ -101,6 +101,24 @@ class Child {
   int mOut = -1;
 };
 
+// Forks so many children, one after the other, that do what `body` says and end; false when one of them does
+// not come to its end.
+template <class Body>
+bool ForkSome(int count, Body body) {
+  for (int i = 0; i < count; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(30);  // whoever waits as long waits for ever
+      body();
+      _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    if (status != 0) return false;
+  }
+  return true;
+}
+
 inline ChildResult RunProgram(const std::vector<std::string>& command) {
   return Child(command).Finish();
 }

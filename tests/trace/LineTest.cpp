@@ -205,6 +205,18 @@ TEST_F(TraceLine, TwoProcessesShareOneLog) {
   }
 }
 
+TEST_F(TraceLine, AChildTracesWhateverItsParentsThreadsWereAt) {
+  SetRegistryText(TRACE_KEY + "\\trace_writer", "writer", "w");
+  for (const char* target : {"<dbglog>", "C:\\Windows\\Temp\\fork.log"}) {
+    Configure("", target);
+    EXPECT_EQ(RunProgram({Sibling("trace_writer"), "fork"}).status, 0) << target;
+  }
+  std::map<std::string, int> seen;
+  for (const auto& line : ReadLog("fork.log")) ++seen[line.substr(0, 5)];
+  EXPECT_EQ(seen["child"], 20);
+  EXPECT_EQ(seen.size(), 2u) << "no line within another";
+}
+
 TEST_F(TraceLine, AKilledWriterLocksNobodyOut) {
   Configure("", "C:\\Windows\\Temp\\killed.log");
   SetRegistryText(TRACE_KEY + "\\trace_writer", "writer", "w");

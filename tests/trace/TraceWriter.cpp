@@ -1,7 +1,9 @@
 // A program of its own that traces: "log COUNT" writes lines, "assert" fails an assertion, "watch" writes a
 // line for each line that it reads and says so, "tear FILE" dies in the middle of a line of that log, "exit"
-// leaves while threads trace and does so itself at the very end.
+// leaves while threads trace and does so itself at the very end, "fork" has children that trace, made while a
+// thread does.
 #include <ormutil/Trace.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
@@ -10,6 +12,8 @@
 #include <cstring>
 #include <string>
 #include <thread>
+
+#include "support/Child.h"
 
 namespace {
 
@@ -33,6 +37,23 @@ void TraceAfterTheEnd() {
   orm::TraceWrite(area, orm::TRACE_WARNING, false, "writer.cpp", 1, "last breath");
   if (orm::TraceBegin(area, orm::TRACE_WARNING, "writer.cpp", 1)) std::abort();
   orm::TraceScope scope(area, orm::TRACE_WARNING, "writer.cpp", 1, "last %s", "scope");
+}
+
+// Each child has its parent's facility as it was in the middle of whatever the thread does.
+int ForkWhileAThreadTraces() {
+  static constinit std::atomic<bool> ends{false};
+  std::thread other([] {
+    while (!ends) {
+      orm::TraceWrite(area, orm::TRACE_WARNING, false, "writer.cpp", 1, "thread");
+      if (orm::TraceBegin(area, orm::TRACE_WARNING, "writer.cpp", 2)) orm::TraceEnd("thread");
+    }
+  });
+  const bool succeeded = test::ForkSome(20, [] {
+    orm::TraceWrite(area, orm::TRACE_WARNING, false, "writer.cpp", 3, "child of %d", getppid());
+  });
+  ends = true;
+  other.join();
+  return succeeded ? 0 : 1;
 }
 
 int LeaveWhileThreadsTrace() {
@@ -68,6 +89,8 @@ int main(int argc, char** argv) {
     Tear(argv[2]);
   } else if (argc > 1 && std::strcmp(argv[1], "exit") == 0) {
     return LeaveWhileThreadsTrace();
+  } else if (argc > 1 && std::strcmp(argv[1], "fork") == 0) {
+    return ForkWhileAThreadTraces();
   } else if (argc > 1 && std::strcmp(argv[1], "watch") == 0) {
     char line[64];
     while (std::fgets(line, sizeof line, stdin)) {

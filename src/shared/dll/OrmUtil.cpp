@@ -3,6 +3,7 @@
 //   load     Start: library group, ordinary group     then DllMain(DLL_PROCESS_ATTACH)
 //   threads  DllMain(DLL_THREAD_ATTACH), DllMain(DLL_THREAD_DETACH)
 //   unload   DllMain(DLL_PROCESS_DETACH)              then Stop: the exit actions
+#include <win32/forkx.h>
 #include <win32/memoryx.h>
 
 #include "../Areas.h"
@@ -60,6 +61,20 @@ void BuildOrdinaryGroup() {
   TraceAreaRegister(areaDllMain);
 }
 
+// The child of a fork is to find whole what the other threads were at, and no lock held by a thread that it
+// does not have. The order is that in which the locks are taken: the manager traces and registers objects,
+// all of them fail assertions, and the facility's lock is taken before the fork after these.
+void LockForFork() {
+  LockClassManager();
+  LockThreadRegistrar();
+  LockTracedObjects();
+}
+void UnlockAfterFork() {
+  UnlockTracedObjects();
+  UnlockThreadRegistrar();
+  UnlockClassManager();
+}
+
 // What registry, named objects and trace facility allocate before the module is ready.
 constexpr SIZE_T HEAP_OF_START = 0x14000;
 
@@ -68,6 +83,7 @@ void Start() {
   TraceFacilityOwnTearDown();
   BuildLibraryGroup();
   BuildOrdinaryGroup();
+  platform::CallAroundFork(LockForFork, UnlockAfterFork);
 }
 
 // The trace facility goes first: whatever is traced after it reaches the debugger only. The leak report is
