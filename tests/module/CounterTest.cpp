@@ -47,9 +47,16 @@ TEST(AtomicCounter, CountsAcrossThreads) {
   EXPECT_EQ(--counter, 7);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
-// Not under the sanitizers, which end the program where the platform would go on, nor in a build of clang,
-// which takes every object's alignment for granted and drops the question.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ORM_IS_SANITIZED
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ORM_IS_SANITIZED
+#endif
+
+#ifndef ORM_IS_SANITIZED
+// Not under the sanitizers, which end the program where the platform would go on.
 TEST(AtomicCounter, AssertsItsAlignment) {
   Assertions assertions;
   alignas(8) unsigned char memory[16] = {};
