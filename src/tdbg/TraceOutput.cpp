@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <new>
 
 #include "TraceFacility.h"
 
@@ -26,6 +27,18 @@ DWORD ElapsedMilliseconds() {
   }
   __atomic_store_n(&facility.timeBase, base, __ATOMIC_RELAXED);
   return now - base;
+}
+
+constexpr int TIME_OF_DAY_SIZE = 32;
+
+// For whoever asks for it in the header. Nothing when there is no memory to work out the zone.
+void FormatTimeOfDay(char* buffer) {
+  if (!std::strstr(facility.format, "%8")) return;
+  try {
+    GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, TIME_NOSECONDS, nullptr, nullptr, buffer, TIME_OF_DAY_SIZE);
+  } catch (const std::bad_alloc&) {
+    buffer[0] = 0;
+  }
 }
 
 const char* NameWithoutFolders(const char* path) {
@@ -167,8 +180,8 @@ void CloseOutput() {
 
 size_t FormatHeader(char* buffer, const TraceArea& area, int level, const char* file, int line) {
   const DWORD elapsed = ElapsedMilliseconds();
-  char timeOfDay[32] = {};
-  GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, TIME_NOSECONDS, nullptr, nullptr, timeOfDay, sizeof timeOfDay);
+  char timeOfDay[TIME_OF_DAY_SIZE] = {};
+  FormatTimeOfDay(timeOfDay);
   const auto text = [](const char* value) { return reinterpret_cast<DWORD_PTR>(value); };
   DWORD_PTR inserts[] = {text(facility.moduleName),
                          text(area.name),

@@ -127,6 +127,21 @@ TEST(Frame, MisuseOfTheTracingIsAsserted) {
                               "gsTracedObjects.mMap.end()"}));
 }
 
+TEST(Frame, MisuseIsToldWithoutMemory) {
+  TraceInto("nomemory.log");
+  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9!s!|%10!u!|%8|");
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
+  EXPECT_EQ(RunProgram({Sibling("module_leaker"), "nomemory"}).status, 0);
+  const std::string absent =
+      "assert|e|Module|315||*** Assertion failure: gsTracedObjects.mMap.find(pObj) != "
+      "gsTracedObjects.mMap.end()";
+  EXPECT_EQ(ReadLog("nomemory.log"),
+            (std::vector<std::string>{absent, absent, "leaks|w|leaker|1||without memory",
+                                      "leaks|w|leaker|2||==> scope of Untraced",
+                                      "leaks|w|leaker|2||<== scope of Untraced"}));
+}
+
 TEST(Frame, DISABLED_MisusesTheTracing) {
   static orm::TraceArea area{"leaks"};
   static const int object = 0;

@@ -1,5 +1,6 @@
 // Registers traced objects and leaves some of them behind. With the argument "exit" it leaves while threads
-// make and unmake traced objects, with "fork" it has children that do, made while a thread does.
+// make and unmake traced objects, with "fork" it has children that do, made while a thread does,
+// and with "nomemory" it misuses the tracing when there is no memory.
 #include <ormutil/ClassManager.h>
 #include <ormutil/Module.h>
 #include <ormutil/Thread.h>
@@ -12,6 +13,7 @@
 #include <thread>
 
 #include "support/Child.h"
+#include "support/TraceConfig.h"
 
 namespace {
 constinit bool memoryIsOut = false;
@@ -63,6 +65,21 @@ int ForkWhileAThreadMakesObjects() {
   return succeeded ? 0 : 1;
 }
 
+// What is said then, on both facilities, does not depend on whether the registry can be asked.
+int MisuseWithoutMemory() {
+  const orm::String name("Untraced");
+  test::SetRegistryText(test::TRACE_KEY, "moved", "so that areas ask again");
+  memoryIsOut = true;
+  TraceObjectUnregister(&objects[0]);
+  TraceObjectRegister(&objects[1], &area, name);
+  TraceObjectRefCounter(&objects[1], &counter);
+  TraceObjectUnregister(&objects[1]);
+  orm::TraceWrite(area, orm::TRACE_WARNING, false, "leaker", 1, "%s memory", "without");
+  { const orm::TraceScope scope(area, orm::TRACE_WARNING, "leaker", 2, "scope of %s", name); }
+  memoryIsOut = false;
+  return 0;
+}
+
 int LeaveWhileThreadsMakeObjects() {
   static constinit std::atomic<int> begun{0};
   constexpr int THREADS = 4;
@@ -84,6 +101,7 @@ int main(int count, char** arguments) {
   if (DelayLoadMe() != 0) return 1;
   orm::TraceAreaRegister(area);
   if (count > 1 && std::strcmp(arguments[1], "fork") == 0) return ForkWhileAThreadMakesObjects();
+  if (count > 1 && std::strcmp(arguments[1], "nomemory") == 0) return MisuseWithoutMemory();
   if (count > 1) return LeaveWhileThreadsMakeObjects();
   TraceObjectRegister(&objects[2], &area, "Third");
   TraceObjectRegister(&objects[0], &area, "First");

@@ -6,6 +6,8 @@
 #include <win32/forkx.h>
 #include <win32/memoryx.h>
 
+#include <new>
+
 #include "../Areas.h"
 #include "../ModuleFrame.h"
 #include "../ThreadModule.h"
@@ -112,7 +114,12 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD reason, LPVOID) {
     TraceWrite(areaDllMain, TRACE_DEBUG, false, FILE_NAME, 32, "OrmUtil: PROCESS_DETACH");
     _Module.Term();
   }
-  return ThreadAttachDetach(reason);
+  try {
+    return ThreadAttachDetach(reason);
+  } catch (const std::bad_alloc&) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return false;
+  }
 }
 
 namespace {
