@@ -3,6 +3,8 @@
 #include <ormutil/Error.h>
 #include <ormutil/FacePtr.h>
 
+#include <functional>
+
 using namespace orm;
 
 namespace {
@@ -126,6 +128,72 @@ TEST_F(Faces, CountsFollowThePointers) {
   EXPECT_EQ(mLive, 1);
   EXPECT_TRUE(mShape.Detach()->Release());
   EXPECT_EQ(mLive, 0);
+}
+
+// Notes each reference that is taken and dropped.
+class Noting final : public FaceObject<Shape> {
+ public:
+  Noting(char name, std::string& rNotes) : mName(name), mrNotes(rNotes) {}
+  DWORD AddRef() override {
+    (mrNotes += '+') += mName;
+    return FaceObject::AddRef();
+  }
+  bool Release() override {
+    (mrNotes += '-') += mName;
+    return FaceObject::Release();
+  }
+  int GetCorners() override { return 0; }
+
+ private:
+  const char mName;
+  std::string& mrNotes;
+};
+
+TEST(Face, TheNewReferenceIsTakenBeforeTheOldOneIsDropped) {
+  std::string notes;
+  auto a = FacePtr<Shape>::Adopt(new Noting('a', notes));
+  auto b = FacePtr<Shape>::Adopt(new Noting('b', notes));
+  FacePtr<Shape> p = a;
+  FacePtr<Shape>& same = p;
+  const struct {
+    const char* what;
+    std::function<void()> assign;
+    const char* notes;
+  } steps[] = {
+      {"a raw pointer", [&] { p = b.Get(); }, "+b-a"},
+      {"its own raw pointer", [&] { p = p.Get(); }, "+b-b"},
+      {"another pointer", [&] { p = a; }, "+a-b"},
+      {"itself", [&] { p = same; }, "+a-a"},
+      {"itself, moved", [&] { p = std::move(same); }, ""},
+      {"a temporary", [&] { p = FacePtr<Shape>(b); }, "+b-a"},
+      {"the answer to a question", [&] { p = FacePtr<BaseFace>(a); }, "+a+a-b-a"},
+      {"a question that has no answer", [&] { p = FacePtr<Named>(a); }, "-a"},
+      {"the literal 0", [&] { p = 0; }, ""},
+  };
+  for (const auto& [what, assign, expected] : steps) {
+    notes.clear();
+    assign();
+    EXPECT_EQ(notes, expected) << what;
+  }
+}
+
+// An object whose end assigns to the very pointer that let it go.
+TEST(Face, APointerIsNewBeforeTheOldObjectEnds) {
+  struct Last final : FaceObject<Shape> {
+    explicit Last(FacePtr<Shape>& rPointer) : mrPointer(rPointer) {}
+    ~Last() override { mrPointer.Release(); }
+    int GetCorners() override { return 0; }
+    FacePtr<Shape>& mrPointer;
+  };
+  std::string notes;
+  FacePtr<Shape> p;
+  p = FacePtr<Shape>::Adopt(new Last(p));
+  p = FacePtr<Shape>::Adopt(new Noting('n', notes));
+  EXPECT_TRUE(p == 0);
+  EXPECT_EQ(notes, "-n");
+  p = FacePtr<Shape>::Adopt(new Last(p));
+  p.Release();
+  EXPECT_TRUE(p == 0);
 }
 
 TEST_F(Faces, MisuseIsAsserted) {

@@ -99,7 +99,7 @@ class FaceObject : public First, public Others... {
     } else {
       (void)(Match<First>(id, face) || (Match<Others>(id, face) || ...));
     }
-    if (face) ++mReferences;
+    if (face) AddRef();  // whatever the object makes of it
     return face;
   }
 
