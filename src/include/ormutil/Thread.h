@@ -115,6 +115,8 @@ class ORMUTIL_API Thread : public BaseFace {
 
   // Null when the key is absent.
   FacePtr<BaseFace>* FindDatum(const BaseString<MbcsTraits>& key);
+  // The same by the map alone; what it finds takes the place.
+  FacePtr<BaseFace>* FindInMap(const BaseString<MbcsTraits>& key, Recent& rRecent);
   // The calling thread's object without a reference.
   static Thread* GetOwn();
   // The place of a key's text when it has one, else the one that it may take: a free one if possible.
