@@ -26,7 +26,8 @@ namespace fs = std::filesystem;
 
 constexpr const char* SCENARIOS[] = {"classes", "bag", "trace", "thread", "export", "names", "file"};
 constexpr const char* MODES[] = {"new", "start", "cold", "warm"};
-constexpr const char* CALLS[] = {"open", "mmap", "write", "ftruncate", "dlopen", "pthread_create", "malloc"};
+constexpr const char* CALLS[] = {"open",   "mmap",           "write",  "ftruncate",
+                                 "dlopen", "pthread_create", "malloc", "readdir"};
 constexpr unsigned MOST_TRIES = 12;  // of one call in one scenario, without --all
 
 struct Case {

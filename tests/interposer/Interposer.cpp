@@ -8,6 +8,7 @@
 #undef _FILE_OFFSET_BITS
 #include "Interposer.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -32,9 +33,9 @@ void __libc_free(void* memory);
 
 namespace {
 
-enum Call : unsigned { NONE, OPEN, MMAP, WRITE, FTRUNCATE, DLOPEN, PTHREAD_CREATE, MALLOC };
-constexpr const char* NAMES[] = {"none",      "open",   "mmap",           "write",
-                                 "ftruncate", "dlopen", "pthread_create", "malloc"};
+enum Call : unsigned { NONE, OPEN, MMAP, WRITE, FTRUNCATE, DLOPEN, PTHREAD_CREATE, MALLOC, READDIR };
+constexpr const char* NAMES[] = {"none",   "open",           "mmap",   "write",  "ftruncate",
+                                 "dlopen", "pthread_create", "malloc", "readdir"};
 
 constinit std::atomic<unsigned> armed{NONE};
 constinit std::atomic<unsigned> failAt{0};
@@ -173,6 +174,15 @@ EXPORTED int posix_fallocate(int file, off_t from, off_t size) {
 EXPORTED int posix_fallocate64(int file, off64_t from, off64_t size) {
   if (Fails(FTRUNCATE)) return ENOSPC;
   return Next<decltype(posix_fallocate64)>("posix_fallocate64")(file, from, size);
+}
+
+EXPORTED dirent* readdir(DIR* folder) {
+  if (Fails(READDIR)) return Fail<dirent*>(EIO, nullptr);
+  return Next<decltype(readdir)>("readdir")(folder);
+}
+EXPORTED dirent64* readdir64(DIR* folder) {
+  if (Fails(READDIR)) return Fail<dirent64*>(EIO, nullptr);
+  return Next<decltype(readdir64)>("readdir64")(folder);
 }
 
 EXPORTED void* dlopen(const char* path, int flags) noexcept {

@@ -4,7 +4,7 @@
 extern "C" {
 
 // From now on the at-th call of `name` ("open", "mmap", "write", "ftruncate", "dlopen", "pthread_create",
-// "malloc") fails; 0 makes none fail. Counting begins anew.
+// "malloc", "readdir") fails; 0 makes none fail. Counting begins anew.
 [[gnu::weak]] void InterposerArm(const char* name, unsigned at);
 // Calls of that name since then.
 [[gnu::weak]] unsigned InterposerCount();

@@ -121,7 +121,12 @@ void UseFile() {
   CloseHandle(file);
   SetLastError(error);
   Check(isWhole && written == 4, "the write");
-  Check(DeleteFileA(name), "the deletion");
+  // In another case, so that the folders on the way are listed.
+  WIN32_FIND_DATAA found;
+  const HANDLE search = FindFirstFileA("C:\\WINDOWS\\TEMP\\SCENARIO.*", &found);
+  Check(search != INVALID_HANDLE_VALUE, "the search");
+  FindClose(search);
+  Check(DeleteFileA("C:\\WINDOWS\\TEMP\\SCENARIO.TXT"), "the deletion");
 }
 
 struct Scenario {
@@ -143,6 +148,7 @@ bool Fits(const std::string& call, DWORD code) {
       {"ftruncate", {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL}},
       {"dlopen", {ERROR_MOD_NOT_FOUND}},
       {"pthread_create", {ERROR_NOT_ENOUGH_MEMORY}},
+      {"readdir", {ERROR_GEN_FAILURE}},
       // A library's own std::bad_alloc, and a library that the loader has no memory for.
       {"malloc", {ERROR_NOT_ENOUGH_MEMORY, orm::ERROR_GENERAL, ERROR_BAD_EXE_FORMAT}},
   };
