@@ -1,4 +1,7 @@
 // Open files: dispositions, share flags, content, positions, times.
+#include <algorithm>
+#include <limits>
+
 #include "files/Files.h"
 #include "support/ScarceMemory.h"
 
@@ -193,6 +196,26 @@ TEST_F(Files, TimesAreCountedFrom1601) {
   EXPECT_EQ(ticks(data.ftLastWriteTime), ticks(set));
   EXPECT_EQ(ticks(data.ftLastAccessTime), ticks(access)) << "what is null stays";
   EXPECT_EQ(data.nFileSizeLow, 1u);
+}
+
+// Some file systems keep any time. What is no time to the callers, 0, comes of none of them.
+TEST_F(Files, AbsurdTimesAreTheFirstAndTheLast) {
+  const std::string name = "/dev/shm/orm" + std::to_string(getpid());
+  std::uint64_t former = 0;
+  for (const time_t seconds : {std::numeric_limits<time_t>::min(), time_t{-11644473600}, time_t{0},
+                               time_t{1} << 40, std::numeric_limits<time_t>::max()}) {
+    std::ofstream(name) << "x";
+    const timespec times[] = {{seconds, 0}, {seconds, 0}};
+    if (utimensat(AT_FDCWD, name.c_str(), times, 0) != 0) GTEST_SKIP() << "no such times here";
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    ASSERT_TRUE(GetFileAttributesExA(("Z:" + name).c_str(), GetFileExInfoStandard, &data));
+    const std::uint64_t ticks =
+        std::uint64_t{data.ftLastWriteTime.dwHighDateTime} << 32 | data.ftLastWriteTime.dwLowDateTime;
+    EXPECT_GE(ticks, std::max<std::uint64_t>(former, 1)) << seconds;
+    EXPECT_LE(ticks, static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) << seconds;
+    former = ticks;
+  }
+  unlink(name.c_str());
 }
 
 TEST_F(Files, DeleteOnCloseDeletes) {

@@ -3,6 +3,9 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "kernel/Object.h"
 
 namespace orm::platform {
@@ -10,6 +13,9 @@ namespace {
 
 constexpr std::int64_t secondsTo1970 = 11644473600;
 constexpr std::int64_t ticksPerSecond = 10000000;
+constexpr std::int64_t firstTick = 1;  // 0 is no time to those who ask
+constexpr std::int64_t lastSecond =
+    std::numeric_limits<std::int64_t>::max() / ticksPerSecond - 1 - secondsTo1970;
 
 }  // namespace
 
@@ -36,8 +42,9 @@ void FailWith(int error, const std::string& path) {
 }
 
 FILETIME FileTimeOf(const timespec& time) {
-  const std::int64_t seconds = std::int64_t{time.tv_sec} + secondsTo1970;
-  const std::int64_t ticks = seconds < 0 ? 0 : seconds * ticksPerSecond + time.tv_nsec / 100;
+  const std::int64_t seconds =
+      std::clamp(std::int64_t{time.tv_sec}, -secondsTo1970, lastSecond) + secondsTo1970;
+  const std::int64_t ticks = std::max(seconds * ticksPerSecond + time.tv_nsec / 100, firstTick);
   return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
