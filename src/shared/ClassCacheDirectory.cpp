@@ -104,7 +104,7 @@ void CacheDirectory::Repair() {
   for (const DWORD offset : offsets) {
     if (offset < end || offset >= Layout::BLOCK_SIZE || offset % 16 != 0) continue;
     const auto record = CacheRecord::Load(mBytes, offset, Layout::BLOCK_SIZE - offset);
-    if (!record || record->stamp == CacheRecord::UNFINISHED || !IsSound(mBytes, *record)) continue;
+    if (!record || !record->IsFinished() || !IsSound(mBytes, *record)) continue;
     const auto size = static_cast<DWORD>(CacheRecord::GetSize(record->nameLength, record->payloadSize));
     if (size > Layout::BLOCK_SIZE - offset) continue;
     std::string name = record->GetName(mBytes);

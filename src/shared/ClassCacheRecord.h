@@ -47,6 +47,7 @@ struct CacheRecord {
   DWORD payloadSize;
   DWORD hash;
 
+  bool IsFinished() const { return stamp != UNFINISHED; }
   DWORD GetPayload() const { return offset + PAYLOAD_AFTER_NAME + nameLength; }
 
   // Bytes that a record with that name and payload owns: a multiple of 16.

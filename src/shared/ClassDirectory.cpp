@@ -59,15 +59,20 @@ DWORD DirectoryIntl::Register(const Path& mask) {
   const TraceScope scope(areaClassManagerDirectory, TRACE_TRACE, FILE_NAME, __LINE__, "Register(%s) v.1",
                          mask.GetText().GetBegin());
   FacePtr<MaskIntl> record = Find(mMasks, mask.GetText());
-  if (record) {
-    record->Register();
-  } else {
+  if (!record) {
     record = FacePtr<MaskIntl>::Adopt(new MaskIntl(*this, mask));
-    record->Register();
-    record->SetCookie(mrManager.GetNewCookie());
     mMasks.insert(FindPlace(mMasks, mask.GetText()), record);
   }
+  // In the list and in use from now on: a library that is being listed may register the same mask, or
+  // unregister it.
   record->AddUse();
+  try {
+    record->Register();
+  } catch (...) {
+    if (record->DropUse()) std::erase(mMasks, record);
+    throw;
+  }
+  if (record->GetCookie() == 0) record->SetCookie(mrManager.GetNewCookie());
   return record->GetCookie();
 }
 
@@ -75,14 +80,19 @@ FacePtr<LibraryIntl> DirectoryIntl::GetLibrary(const String& fileName, ULONGLONG
   const TraceScope scope(areaClassManagerDirectory, TRACE_TRACE, FILE_NAME, __LINE__, "Register(%s) v.2",
                          fileName.GetBegin());
   FacePtr<LibraryIntl> library = Find(mLibraries, fileName);
-  if (library) {
-    library->Register(listedStamp);
-  } else {
+  const bool isNew = !library;
+  if (isNew) {
     library = FacePtr<LibraryIntl>::Adopt(new LibraryIntl(mrManager, mPath, fileName));
-    library->Register(listedStamp);
     mLibraries.insert(FindPlace(mLibraries, fileName), library);
   }
+  // As with masks: what the library calls while it is listed finds this record, and leaves it there.
   library->AddUse();
+  try {
+    library->Register(listedStamp);
+  } catch (...) {
+    if (library->DropUse() && isNew) std::erase(mLibraries, library);
+    throw;
+  }
   return library;
 }
 
@@ -96,7 +106,7 @@ bool DirectoryIntl::Unregister(DWORD cookie) {
                          cookie);
   const auto place = std::find_if(mMasks.begin(), mMasks.end(),
                                   [cookie](const auto& mask) { return mask->GetCookie() == cookie; });
-  if (place == mMasks.end()) return false;
+  if (cookie == 0 || place == mMasks.end()) return false;  // 0 is one that is being registered
   {
     const FacePtr<MaskIntl> mask = *place;
     if (!mask->DropUse()) return false;

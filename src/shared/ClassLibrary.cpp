@@ -105,12 +105,16 @@ std::vector<ClassRecord> LibraryIntl::EnumClasses(const CacheEntry* pCacheEntry)
 
 void LibraryIntl::Register(ULONGLONG listedStamp) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Register()");
+  if (mIsRegistering) return;  // the library itself has come back here while it is loaded or listed
+  mIsRegistering = true;
   try {
     RegisterFile(listedStamp);
-  } catch (const Error&) {
+  } catch (...) {
+    mIsRegistering = false;
     Unregister();
     throw;
   }
+  mIsRegistering = false;
 }
 
 void LibraryIntl::RegisterFile(ULONGLONG listedStamp) {

@@ -114,7 +114,8 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   ULONGLONG mRegisteredStamp = 0;
   ULONGLONG mLoadedStamp = 0;  // of the file as it was just after the module was loaded
   DWORD mUseCount = 0;         // masks that include the library
-  bool mOutdated = false;      // the file is newer than the loaded module whose classes are registered
+  bool mIsRegistering = false;
+  bool mOutdated = false;  // the file is newer than the loaded module whose classes are registered
   std::unique_ptr<SpreadCounter> mpCreations;  // there since the first load
   RegistrationSet mRegistrations;
   ModuleHandle mModule;

@@ -90,9 +90,14 @@ DWORD ClassManagerImpl::RegisterPath(const String& text) {
   }
   directory = FacePtr<DirectoryIntl>::Adopt(new DirectoryIntl(*this, target.directory));
   directory->StartWatch();
-  const DWORD cookie = directory->Register(target.mask);
+  // In the list before it is registered: its libraries may register it once more while they are listed.
   mDirectories.push_back(directory);
-  return cookie;
+  try {
+    return directory->Register(target.mask);
+  } catch (...) {
+    RemoveIfEmpty(directory);
+    throw;
+  }
 }
 
 DWORD ClassManagerImpl::Register(const FacePtr<ClassFactory>& rpFactory) {

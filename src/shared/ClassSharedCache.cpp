@@ -163,7 +163,8 @@ bool SharedCache::Lookup(const FacePtr<BaseFace>& lock, const String& path, ULON
   rEntry.key = CacheKey(path);
   rEntry.stamp = stamp;
   rEntry.place = GetBlock().Find(rEntry.key);
-  return rEntry.place.found && rEntry.place.record.stamp == stamp;
+  const CacheBlock::Place& place = rEntry.place;
+  return place.found && place.record.IsFinished() && place.record.stamp == stamp;
 }
 
 std::vector<ClassRecord> SharedCache::Read(const CacheEntry& entry) {

@@ -374,6 +374,36 @@ TEST(ComponentLibrary, AChainOfHoldersIsFreedInOneCall) {
   EXPECT_FALSE(IsMapped("calling_back.dll"));
 }
 
+// Registered by the folder or by its name, and with it, while it is listed, by the same or the other one.
+TEST(ComponentLibrary, MayRegisterItselfWhileItIsListed) {
+  TestFolder folder;
+  folder.Add("registering");
+  folder.Add("alpha");
+  const String paths[] = {folder.GetPath(), folder.GetPath("registering.dll")};
+  unsigned version = 0;
+  for (const String& outer : paths) {
+    for (const String& inner : paths) {
+      folder.Add("registering", ++version);
+      setenv("ORM_FIXTURE_PATH", inner.GetBegin(), 1);
+      const DWORD cookie = GetClassMgr()->Register(outer);
+      unsetenv("ORM_FIXTURE_PATH");
+      const DWORD innerCookie = GetClassMgr()->Register(inner);
+      EXPECT_EQ(innerCookie == cookie, inner == outer);
+      EXPECT_EQ(GetPaths(false).size(), 1u);
+      EXPECT_EQ(GetPaths(true).size(), inner == outer ? 1u : 2u);
+      EXPECT_EQ(NumberOf("CID_Registering"), 1);
+      for (const DWORD each : {cookie, innerCookie}) {
+        GetClassMgr()->Unregister(each);
+        EXPECT_TRUE(IsRegistered("CID_Registering")) << "used still";
+      }
+      GetClassMgr()->Unregister(innerCookie);
+      EXPECT_FALSE(IsRegistered("CID_Registering"));
+      EXPECT_TRUE(GetPaths(false).empty());
+      EXPECT_FALSE(IsMapped("registering.dll"));
+    }
+  }
+}
+
 TEST(ComponentLibrary, MayUnloadOthersWhileItIsAskedItself) {
   TestFolder folder;
   folder.Add("calling_back");
