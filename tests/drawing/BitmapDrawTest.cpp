@@ -50,10 +50,16 @@ TEST_F(BitmapDrawTest, SizesAndSourcePoints) {
 }
 
 TEST_F(BitmapDrawTest, TheDestinationShowsThroughOneColour) {
-  for (const int bits : {16, 24, 32}) {
+  for (const int bits : {1, 4, 8, 16, 24, 32}) {
     Bitmap bitmap;
     ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
     const Canvas canvas(30, 20, bits), opaque(30, 20, bits);
+    for (int i = 0; bits <= 8 && i < 1 << bits; ++i) {  // from black to white
+      const auto gray = static_cast<BYTE>(i * 255 / ((1 << bits) - 1));
+      const RGBQUAD color{gray, gray, gray, 0};
+      SetDIBColorTable(canvas.context, static_cast<UINT>(i), 1, &color);
+      SetDIBColorTable(opaque.context, static_cast<UINT>(i), 1, &color);
+    }
     const auto paint = [](const Canvas& on) {
       for (int y = 0; y < 20; ++y)
         for (int x = 0; x < 30; ++x)
@@ -72,7 +78,7 @@ TEST_F(BitmapDrawTest, TheDestinationShowsThroughOneColour) {
     for (int y = 0; y < 20; ++y)
       for (int x = 0; x < 30; ++x) {
         const bool inside = x >= 4 && x < 24 && y >= 3 && y < 13;
-        const bool clear = !inside || Spotted(x - 4, y - 3) == magenta;
+        const bool clear = !inside || opaque.Color(x, y) == opaque.Color(4, 3);
         ASSERT_EQ(canvas.Color(x, y), clear ? before[static_cast<size_t>(y * 30 + x)] : opaque.Color(x, y))
             << bits;
       }

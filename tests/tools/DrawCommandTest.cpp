@@ -140,6 +140,7 @@ TEST(DrawCommand, SaysWhatIsWrong) {
       {{"bitmap", WriteFileBytes("cut.bmp", ReadFileBytes(file).substr(0, 200))}, 1, "cut.bmp is cut short"},
       {{"bitmap", WriteFileBytes("text.bmp", "text")}, 1, "text.bmp is no bitmap file"},
       {{"bitmap", TestFile("none.bmp")}, 1, "cannot read"},
+      {{"bitmap", TestFile("")}, 1, "is a folder"},
   };
   for (const auto& item : cases) {
     std::vector<std::string> arguments = item.arguments;
@@ -150,7 +151,9 @@ TEST(DrawCommand, SaysWhatIsWrong) {
     EXPECT_THAT(outcome.err, HasSubstr(item.reason));
     EXPECT_FALSE(std::filesystem::exists(output));
   }
-  EXPECT_EQ(RunOrm({"draw", "bitmap", file, "-o", TestFile("no/such/folder.png")}).code, 1);
+  const Outcome nowhere = RunOrm({"draw", "bitmap", file, "-o", TestFile("no/such/folder.png")});
+  EXPECT_EQ(nowhere.code, 1);
+  EXPECT_THAT(nowhere.err, testing::EndsWith("folder.png: The system cannot find the path specified.\n"));
 }
 
 }  // namespace

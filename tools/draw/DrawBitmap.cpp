@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -82,6 +83,8 @@ Repeat ParseRepeat(const std::string& text) {
 }
 
 std::string ReadFile(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) throw std::runtime_error(path + " is a folder");
   std::ifstream file(path, std::ios::binary);
   std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   if (!file || file.bad()) throw std::runtime_error("cannot read " + path);

@@ -98,7 +98,9 @@ void Picture::Save(const std::string& path) const {
   if (OrmSaveSurfaceA(mContext, PlatformPath(path).GetBegin())) return;
   String reason;
   reason.SetSystemError(GetLastError(), nullptr);
-  throw std::runtime_error("cannot write " + path + ": " + reason.GetBegin());
+  std::string text = reason.GetBegin();
+  text.erase(text.find_last_not_of(" \r\n") + 1);
+  throw std::runtime_error("cannot write " + path + ": " + text);
 }
 
 }  // namespace orm::draw

@@ -70,7 +70,9 @@ class ORMUTIL_API Bitmap {
   // Copies a part, from the source point on, to the destination; a size of 0 by 0 means up to the right and
   // bottom edges.
   void Draw(HDC destination, const POINT& rDestination, const SIZE& rSize, const POINT& rSource) const;
-  // The same, the destination showing through every pixel of one colour.
+  // The same, the destination showing through every pixel of one colour, as the destination has colours:
+  // those that it cannot tell from the transparent one are that colour. Pixel values are combined, so a
+  // colour table of the destination has black as its first and white as its last colour, as the system's do.
   void DrawTransparent(HDC destination, const POINT& rDestination, TransparencyType type, COLORREF color,
                        const SIZE& rSize, const POINT& rSource) const;
   // Fills a size by repeating the bands; a negative width or height is the bitmap's own. A period below 1
