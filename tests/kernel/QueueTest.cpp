@@ -219,6 +219,21 @@ TEST_F(Windows, PaintingIsAskedForUntilAllIsDone) {
   DestroyWindow(window);
 }
 
+TEST_F(Windows, FarPlacesStayWithinNumbers) {
+  const HWND window = MakeWindow();
+  EXPECT_TRUE(MoveWindow(window, INT32_MAX - 10, INT32_MIN, 100, INT32_MAX, TRUE));
+  const HWND child = MakeWindow(window);  // at 10, 20
+  RECT area;
+  EXPECT_TRUE(GetClientRect(window, &area));
+  EXPECT_EQ(10, area.right);
+  EXPECT_EQ(INT32_MAX, area.bottom);
+  POINT point{1, -50};
+  EXPECT_TRUE(ClientToScreen(child, &point));
+  EXPECT_EQ(INT32_MAX, point.x);
+  EXPECT_EQ(INT32_MIN, point.y);
+  DestroyWindow(window);
+}
+
 // A window that refuses its own creation takes along what it had asked for.
 TEST_F(Windows, RefusedOnesLeaveNothingBehind) {
   WNDCLASSA windowClass{};

@@ -34,6 +34,7 @@ struct Options {
 };
 
 constexpr int margin = 8;
+constexpr int bothMargins = 2 * margin;
 
 void DrawFont(const FontOptions& options) {
   Font font;
@@ -48,8 +49,8 @@ void DrawFont(const FontOptions& options) {
   // Measured from 0,0: layers to the left and above are at negative places.
   const RECT room = font.GetSize(probe.GetContext(), RECT{0, 0, std::max(options.width, 0), 0}, text, format);
   // The offsets of layers may be as far apart as numbers go.
-  const SIZE size = CheckSize(std::int64_t{room.right} - room.left + 2 * margin,
-                              std::int64_t{room.bottom} - room.top + 2 * margin);
+  const SIZE size = CheckSize(std::int64_t{room.right} - room.left + bothMargins,
+                              std::int64_t{room.bottom} - room.top + bothMargins);
   const Picture picture(size.cx, size.cy);
   picture.FillAll(background);
   const LONG left = margin - room.left;

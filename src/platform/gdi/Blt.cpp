@@ -29,7 +29,7 @@ bool MakeSpan(const Context& context, int x, int y, int width, int height, Span2
   constexpr int limit = 1 << 24;
   const auto fits = [](int value) { return value > -limit && value < limit; };
   if (!fits(x) || !fits(y) || !fits(width) || !fits(height)) return false;
-  span = {x + context.offset.x, y + context.offset.y, width, height};
+  span = {SaturatedAdd(x, context.offset.x), SaturatedAdd(y, context.offset.y), width, height};
   return true;
 }
 

@@ -39,6 +39,15 @@ bool IsEmpty(const RECT& rectangle) {
   return rectangle.right <= rectangle.left || rectangle.bottom <= rectangle.top;
 }
 
+LONG Limited(int64_t value) {
+  return static_cast<LONG>(std::clamp<int64_t>(value, INT32_MIN, INT32_MAX));
+}
+
+// A window may be put anywhere; its far edges stay within what numbers reach.
+RECT PlaceOf(int x, int y, int width, int height) {
+  return {x, y, Limited(int64_t{x} + std::max(width, 0)), Limited(int64_t{y} + std::max(height, 0))};
+}
+
 RECT ClientOf(const Window& window) {
   return {0, 0, window.place.right - window.place.left, window.place.bottom - window.place.top};
 }
@@ -210,7 +219,7 @@ HWND CreateWindowExA(DWORD extendedStyle, const char* className, const char* tit
     window.threadId = GetCurrentThreadId();
     window.procedure = found->second;
     window.parent = parent;
-    window.place = {x, y, x + std::max(width, 0), y + std::max(height, 0)};
+    window.place = PlaceOf(x, y, width, height);
     tables.windows.emplace(window.handle, window);
   }
   CREATESTRUCTA create{
@@ -255,8 +264,8 @@ BOOL ClientToScreen(HWND window, POINT* point) noexcept {
   if (!IsWindow(window)) return FALSE;
   while (window != nullptr) {
     const Window at = FindWindowByHandle(window);
-    point->x += at.place.left;
-    point->y += at.place.top;
+    point->x = Limited(int64_t{point->x} + at.place.left);
+    point->y = Limited(int64_t{point->y} + at.place.top);
     window = at.parent;
   }
   return TRUE;
@@ -266,7 +275,7 @@ BOOL MoveWindow(HWND handle, int x, int y, int width, int height, BOOL repaint) 
   bool resized = false;
   const bool known = WithWindow(handle, [&](Window& window) {
     const RECT before = ClientOf(window);
-    window.place = {x, y, x + std::max(width, 0), y + std::max(height, 0)};
+    window.place = PlaceOf(x, y, width, height);
     const RECT after = ClientOf(window);
     resized = before.right != after.right || before.bottom != after.bottom;
   });
