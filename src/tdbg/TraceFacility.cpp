@@ -167,7 +167,7 @@ void RefreshArea(TraceArea& rArea) {
   if (level == NO_LEVEL) level = OfferLevel(rArea);
   if (level == UNKNOWN_LEVEL) return;  // the next line asks again
   __atomic_store_n(&rArea.level, level, __ATOMIC_RELAXED);
-  __atomic_store_n(&rArea.seen, seen, __ATOMIC_RELAXED);
+  __atomic_store_n(&rArea.seen, seen, __ATOMIC_RELEASE);  // whoever sees it sees the level that goes with it
 }
 
 bool AreaAdmits(const TraceArea& area, int level) {

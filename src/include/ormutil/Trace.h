@@ -64,7 +64,7 @@ bool RefreshAndTest(TraceArea& area, int level);
 // The test before every line: while nothing in the registry has changed, a load and a compare for each of the
 // two.
 inline bool Passes(TraceArea& area, int level) {
-  if (__builtin_expect(__atomic_load_n(&area.seen, __ATOMIC_RELAXED) == ReadChangeWord(), 1)) {
+  if (__builtin_expect(__atomic_load_n(&area.seen, __ATOMIC_ACQUIRE) == ReadChangeWord(), 1)) {
     const LONG current = __atomic_load_n(&area.level, __ATOMIC_RELAXED);
     if (__builtin_expect(current == TRACE_NONE || level > current, 1)) return false;
   }
