@@ -321,7 +321,7 @@ TEST(Named, AWaitThatIsOverLeavesAMutexAbandoned) {
 
 // Two mutexes are released one after the other while a wait names both. Those between them make a look long.
 TEST(Named, LowestIndexWinsWhileMutexesAreBeingReleased) {
-  constexpr int kRounds = 3000;
+  constexpr int kRounds = 500;
   constexpr DWORD kMutexes = 50;  // the thread sanitizer knows no thread with 64 locks
   for (const DWORD milliseconds : {DWORD{0}, DWORD{INFINITE}}) {
     std::vector<Handle> mutexes;
