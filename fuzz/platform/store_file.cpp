@@ -92,8 +92,8 @@ void ReadAll(MDB_txn* txn, std::uint64_t key, unsigned depth) {
   Position position;
   MDB_val record{};
   size_t total = 0;
-  for (DWORD i = 0; GetByIndex(txn, PrefixOf(RecordKind::Value, key), i, &position, &record) == ERROR_SUCCESS;
-       ++i) {
+  for (DWORD i = 0;
+       GetByIndex(txn, PrefixOf(RecordKind::Value, key), i, {}, &position, &record) == ERROR_SUCCESS; ++i) {
     ValueRecord value, again;
     if (!Parse(record, &value)) continue;
     for (const char c : value.data) total += static_cast<unsigned char>(c);
