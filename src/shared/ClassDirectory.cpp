@@ -18,7 +18,7 @@ constexpr const char* FILE_NAME = "src/shared/ClassDirectory";
 constexpr DWORD WATCHED =
     FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
 
-constexpr SIZE_T BYTES_OF_LIBRARY = 1600;  // with three classes of one face
+constexpr SIZE_T BYTES_OF_LIBRARY = 1300;  // with three classes of one face
 
 const String& GetKey(const FacePtr<LibraryIntl>& rpLibrary) {
   return rpLibrary->GetFileName();
@@ -27,12 +27,15 @@ const String& GetKey(const FacePtr<MaskIntl>& rpMask) {
   return rpMask->GetMask().GetText();
 }
 
-// The place of the key in a list that is sorted by it without regard to case.
+// The place of the key in a list that is sorted by it without regard to case. A listing of the folder comes
+// in that order, so most places are at the end.
 template <class List>
 auto FindPlace(List& rList, const String& key) {
-  return std::lower_bound(rList.begin(), rList.end(), key, [](const auto& item, const String& other) {
+  const auto isBefore = [](const auto& item, const String& other) {
     return GetKey(item).CompareNoCase(other.GetBegin()) < 0;
-  });
+  };
+  if (rList.empty() || isBefore(rList.back(), key)) return rList.end();
+  return std::lower_bound(rList.begin(), rList.end(), key, isBefore);
 }
 
 template <class List>

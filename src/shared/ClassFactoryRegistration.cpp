@@ -11,9 +11,9 @@ void FactoryRegistration::Register() {
   std::vector<ClassDescription> descriptions;
   // An empty pointer is an assertion of whoever passed it on; ignored, it is a factory without classes.
   if (mpFactory) CallSource([&] { mpFactory->EnumClasses(descriptions); });
-  const std::vector<ClassRecord> records = NormalizeClasses(descriptions);
+  std::vector<ClassRecord> records = NormalizeClasses(descriptions);
   if (records.empty()) throw Error(ERROR_NO_CLASSES, "The factory doesn't export any class.");
-  mrManager.RegisterClasses(records, this, nullptr, mRegistrations);
+  mrManager.RegisterClasses(std::move(records), this, nullptr, mRegistrations);
 }
 
 bool FactoryRegistration::DropUse() {

@@ -142,11 +142,11 @@ void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp, bool isListed) {
   if (mrManager.GetShared(cacheLock)) {
     SharedCache& rCache = mrManager.GetSharedCache();
     if (rCache.Lookup(cacheLock, GetPath(), fileStamp, entry)) {
-      const std::vector<ClassRecord> records = rCache.Read(entry);
+      std::vector<ClassRecord> records = rCache.Read(entry);
       if (records.empty()) {
         throw Error(ERROR_NO_CLASSES, "The library doesn't export classes or necessary functions.");
       }
-      RegisterRecords(records, fileStamp);
+      RegisterRecords(std::move(records), fileStamp);
       return;
     }
     pCacheEntry = &entry;
@@ -162,9 +162,9 @@ void LibraryIntl::RegisterUnloaded(ULONGLONG fileStamp, bool isListed) {
   RegisterRecords(EnumClasses(pCacheEntry), fileStamp);
 }
 
-void LibraryIntl::RegisterRecords(const std::vector<ClassRecord>& records, ULONGLONG stamp) {
+void LibraryIntl::RegisterRecords(std::vector<ClassRecord> records, ULONGLONG stamp) {
   mRegisteredStamp = stamp;
-  mrManager.RegisterClasses(records, nullptr, this, mRegistrations);
+  mrManager.RegisterClasses(std::move(records), nullptr, this, mRegistrations);
 }
 
 void LibraryIntl::Unregister() {

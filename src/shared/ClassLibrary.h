@@ -106,7 +106,7 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   void RegisterFile(ULONGLONG listedStamp);
   void RegisterLoaded(ULONGLONG fileStamp);
   void RegisterUnloaded(ULONGLONG fileStamp, bool isListed);
-  void RegisterRecords(const std::vector<ClassRecord>& records, ULONGLONG stamp);
+  void RegisterRecords(std::vector<ClassRecord> records, ULONGLONG stamp);
 
   ClassManagerImpl& mrManager;
   Path mPath;

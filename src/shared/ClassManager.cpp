@@ -204,10 +204,11 @@ void ClassManagerImpl::EnumClassesThatPass(std::vector<String>& rClassIds, Test 
   const ClassLock lock(mLock);
   Synchronize();
   rClassIds.clear();
-  rClassIds.reserve(mRegistry.GetEntries().size());
-  for (const auto& [id, entry] : mRegistry.GetEntries()) {
-    const Registration* pCurrent = entry->GetCurrent();
-    if (pCurrent && test(pCurrent->mFaces)) rClassIds.push_back(id.text);
+  const std::vector<const ClassEntry*>& entries = mRegistry.GetOrdered();
+  rClassIds.reserve(entries.size());
+  for (const ClassEntry* pEntry : entries) {
+    const Registration* pCurrent = pEntry->GetCurrent();
+    if (pCurrent && test(pCurrent->mFaces)) rClassIds.push_back(pEntry->GetId().text);
   }
 }
 
@@ -234,10 +235,10 @@ DWORD ClassManagerImpl::GetRegistrationStamp() {
   return mRegistry.GetStamp();
 }
 
-void ClassManagerImpl::RegisterClasses(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
+void ClassManagerImpl::RegisterClasses(std::vector<ClassRecord> records, FactoryRegistration* pFactory,
                                        LibraryIntl* pLibrary, RegistrationSet& rSet) {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "RegisterClasses()");
-  RegistrationSet former = mRegistry.Register(records, pFactory, pLibrary, rSet);
+  RegistrationSet former = mRegistry.Register(std::move(records), pFactory, pLibrary, rSet);
   if (!former.items.empty()) UnregisterClasses(former);
 }
 

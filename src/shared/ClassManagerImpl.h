@@ -54,8 +54,8 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   ManagerLock& GetLock() { return mLock; }
 
   // Under the lock.
-  void RegisterClasses(const std::vector<ClassRecord>& records, FactoryRegistration* pFactory,
-                       LibraryIntl* pLibrary, RegistrationSet& rSet);
+  void RegisterClasses(std::vector<ClassRecord> records, FactoryRegistration* pFactory, LibraryIntl* pLibrary,
+                       RegistrationSet& rSet);
   void UnregisterClasses(RegistrationSet& rSet);
   DWORD GetNewCookie();
   // Looks at the directories when that was not done for 3 seconds, and offers libraries for unloading when

@@ -50,7 +50,9 @@ class ClassListReader : private ReadArchive {
 
   std::vector<FaceRecord> ReadFaces() {
     std::vector<FaceRecord> faces;
-    for (DWORD left = ReadCount(); left > 0; --left) {
+    DWORD left = ReadCount();
+    faces.reserve(std::min(left, FEW));
+    for (; left > 0; --left) {
       HashedId id = ReadId();
       Binary data;
       ReadBinary(data);

@@ -17,27 +17,21 @@ std::string_view GetKey(const String& text) {
 
 Registrations::iterator ClassEntry::FindPlace(const LibraryIntl* pLibrary) {
   if (!pLibrary) return mRegistrations.begin();
-  const auto isNotNewer = [pLibrary](const FacePtr<Registration>& other) {
-    return other->mpLibrary && other->mpLibrary->GetRegisteredStamp() <= pLibrary->GetRegisteredStamp();
+  const auto isNotNewer = [pLibrary](const Registration& other) {
+    return other.mpLibrary && other.mpLibrary->GetRegisteredStamp() <= pLibrary->GetRegisteredStamp();
   };
   return std::find_if(mRegistrations.begin(), mRegistrations.end(), isNotNewer);
 }
 
-RegistrationSet ClassRegistry::Register(const std::vector<ClassRecord>& records,
-                                        FactoryRegistration* pFactory, LibraryIntl* pLibrary,
-                                        RegistrationSet& rSet) {
+RegistrationSet ClassRegistry::Register(std::vector<ClassRecord> records, FactoryRegistration* pFactory,
+                                        LibraryIntl* pLibrary, RegistrationSet& rSet) {
   RegistrationSet former;
   std::swap(former.items, rSet.items);
   rSet.items.reserve(records.size());
-  for (const ClassRecord& record : records) {
+  for (ClassRecord& record : records) {
     ClassEntry& entry = FindOrAdd(record.id);
-    auto registration = FacePtr<Registration>::Adopt(new Registration());
-    registration->mpEntry = &entry;
-    registration->mClassData = record.data;
-    registration->mFaces = record.faces;
-    registration->mpFactory = pFactory;
-    registration->mpLibrary = pLibrary;
-    const auto position = entry.mRegistrations.insert(entry.FindPlace(pLibrary), std::move(registration));
+    const auto position = entry.mRegistrations.insert(
+        entry.FindPlace(pLibrary), {std::move(record.data), std::move(record.faces), pFactory, pLibrary});
     rSet.items.push_back({FacePtr<ClassEntry>(&entry), position});
   }
   // One step of the stamp for one change: what is unregistered next takes it.
@@ -56,8 +50,17 @@ void ClassRegistry::Unregister(RegistrationSet& rSet) {
 }
 
 ClassEntry* ClassRegistry::Find(const String& classId) const {
-  const auto place = mIndex.find(GetKey(classId));
-  return place != mIndex.end() && place->second->GetCurrent() ? place->second : nullptr;
+  const auto place = mEntries.find(GetKey(classId));
+  return place != mEntries.end() && place->second->GetCurrent() ? place->second.Get() : nullptr;
+}
+
+const std::vector<const ClassEntry*>& ClassRegistry::GetOrdered() {
+  if (mOrdered.size() == mEntries.size()) return mOrdered;
+  mOrdered.reserve(mEntries.size());
+  for (const auto& [text, entry] : mEntries) mOrdered.push_back(entry.Get());
+  std::sort(mOrdered.begin(), mOrdered.end(),
+            [](const ClassEntry* left, const ClassEntry* right) { return left->GetId() < right->GetId(); });
+  return mOrdered;
 }
 
 void ClassRegistry::DropExternalReference(ClassEntry& rEntry) {
@@ -66,19 +69,18 @@ void ClassRegistry::DropExternalReference(ClassEntry& rEntry) {
 }
 
 ClassEntry& ClassRegistry::FindOrAdd(const HashedId& id) {
-  FacePtr<ClassEntry>& rPlace = mEntries[id];
-  if (!rPlace) {
-    rPlace = FacePtr<ClassEntry>::Adopt(new ClassEntry(id));
-    mIndex.emplace(GetKey(rPlace->GetId().text), rPlace.Get());
-  }
-  return *rPlace;
+  if (const auto place = mEntries.find(GetKey(id.text)); place != mEntries.end()) return *place->second;
+  auto entry = FacePtr<ClassEntry>::Adopt(new ClassEntry(id));
+  mOrdered.clear();
+  const std::string_view key = GetKey(entry->GetId().text);
+  return *mEntries.emplace(key, std::move(entry)).first->second;
 }
 
 void ClassRegistry::RemoveIfUnused(const ClassEntry& entry) {
   if (entry.GetCurrent() || entry.mExternalReferences != 0) return;
-  const auto place = mEntries.find(entry.GetId());
+  const auto place = mEntries.find(GetKey(entry.GetId().text));
   if (place == mEntries.end() || place->second.Get() != &entry) return;
-  mIndex.erase(GetKey(entry.GetId().text));
+  mOrdered.clear();
   mEntries.erase(place);
 }
 

@@ -91,7 +91,8 @@ class ClassManager {
 };
 
 // The process's class manager; the caller does not release it. Null before the library is initialised and
-// after it is torn down.
+// after it is torn down. Threads that are in the manager, or call it, when the process ends wait there until
+// it is gone.
 ORMUTIL_API ClassManager* GetClassMgr();
 
 }  // namespace orm
