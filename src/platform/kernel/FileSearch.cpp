@@ -83,8 +83,8 @@ DWORD List(FolderReader& folder, const NamePattern& pattern, std::vector<Entry>*
       if (errno == ENOENT) continue;
       return ErrorFromErrno(errno);
     }
-    Entry& entry = entries->emplace_back(Entry{std::move(folded), std::string(name), {}});
-    FillAttributes(status, &entry.attributes);
+    entries->push_back({std::move(folded), std::string(name), {}});
+    FillAttributes(status, &entries->back().attributes);
   }
   if (folder.GetError() != 0) return ErrorFromErrno(folder.GetError());
   std::sort(entries->begin(), entries->end(), ComesBefore);
