@@ -14,6 +14,7 @@
 #include "ClassRecord.h"
 #include "GuardedBlock.h"
 #include "Random.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -23,11 +24,7 @@ using orm::CacheKey;
 
 // Under a sanitizer a step takes about twenty times as long; the lanes are there for the steps' kinds, not
 // their number.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int COST = 5;
-#else
-constexpr int COST = 1;
-#endif
+constexpr int COST = test::IS_SANITIZED ? 5 : 1;
 
 std::string PathOf(unsigned number) {
   return "z:\\components\\library" + std::to_string(number) + ".dll";

@@ -16,6 +16,7 @@
 
 #include "kernel/Export.h"
 #include "kernel/Handle.h"
+#include "support/Sanitizers.h"
 #include "win32/kernel.h"
 #include "win32/modules.h"
 #include "win32/nls.h"
@@ -260,9 +261,7 @@ TEST(Modules, HearOfThreadsThatTheLayerMadeAndOfTheEndOfOthers) {
 // Threads that end while a library is loaded and freed again and again run its code or skip it, and never
 // call what is no longer mapped.
 TEST(Modules, UnloadAgainstThreadEnd) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "the thread sanitizer does not see the loader's own lock";
-#endif
+  if (test::IS_THREAD_SANITIZED) GTEST_SKIP() << "the thread sanitizer does not see the loader's own lock";
   std::atomic<bool> stop{false};
   std::vector<std::thread> makers;
   for (int i = 0; i < 2; ++i) {
@@ -281,9 +280,7 @@ TEST(Modules, UnloadAgainstThreadEnd) {
 
 // Whoever asks for modules by name walks through the loader's list while another thread changes it.
 TEST(Modules, AreFoundWhileOthersComeAndGo) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "the thread sanitizer does not see the loader's own lock";
-#endif
+  if (test::IS_THREAD_SANITIZED) GTEST_SKIP() << "the thread sanitizer does not see the loader's own lock";
   const HMODULE program = GetModuleHandleA(nullptr);
   std::atomic<bool> stop{false};
   std::atomic<int> wrong{0};

@@ -11,6 +11,7 @@
 
 #include "kernel/Machine.h"
 #include "registry/Registry.h"
+#include "support/Sanitizers.h"
 
 using namespace registrytest;
 
@@ -212,9 +213,7 @@ TEST(Faults, ALinkThatLeadsToNothingCountsAsAbsent) {
 
 // The map of a store is given up before a larger one is asked for.
 TEST(Faults, AStoreThatFindsNoRoomInMemoryToGrowStaysUsable) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizer needs the address space for itself";
-#endif
+  if (test::IS_SANITIZED) GTEST_SKIP() << "the sanitizer needs the address space for itself";
   EXPECT_EQ(InChild([]() -> int {
               Key key(HKEY_CURRENT_USER, "K");
               if (SetBytes(key, "kept", REG_SZ, "as it was") != 0) return 1;

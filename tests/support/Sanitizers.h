@@ -1,0 +1,24 @@
+// Which sanitizers a test is built with. Compilers tell it in two ways.
+#pragma once
+
+namespace test {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool IS_ADDRESS_SANITIZED = true;
+#elif defined(__has_feature)
+constexpr bool IS_ADDRESS_SANITIZED = __has_feature(address_sanitizer);
+#else
+constexpr bool IS_ADDRESS_SANITIZED = false;
+#endif
+
+#if defined(__SANITIZE_THREAD__)
+constexpr bool IS_THREAD_SANITIZED = true;
+#elif defined(__has_feature)
+constexpr bool IS_THREAD_SANITIZED = __has_feature(thread_sanitizer);
+#else
+constexpr bool IS_THREAD_SANITIZED = false;
+#endif
+
+constexpr bool IS_SANITIZED = IS_ADDRESS_SANITIZED || IS_THREAD_SANITIZED;
+
+}  // namespace test
