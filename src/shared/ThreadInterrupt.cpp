@@ -2,6 +2,7 @@
 #include <map>
 #include <new>
 
+#include "ModuleFrame.h"
 #include "ThreadModule.h"
 
 namespace orm {

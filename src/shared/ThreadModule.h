@@ -9,12 +9,6 @@ namespace orm {
 // The slot in which each thread holds a raw pointer to its Thread object, owning one reference.
 extern DWORD gTlsIndex;
 
-// The registrar of interrupters.
-void BuildThreadRegistrar();
-void CloseThreadRegistrar();
-void LockThreadRegistrar();
-void UnlockThreadRegistrar();
-
 // The thread module's share of DllMain; its result is DllMain's.
 bool ThreadAttachDetach(DWORD reason);
 

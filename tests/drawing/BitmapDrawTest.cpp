@@ -23,18 +23,20 @@ void Paint(const Canvas& canvas) {
     for (int x = 0; x < canvas.width; ++x) canvas.At(x, y) = Ground(x, y);
 }
 
+struct DrawnPart {
+  POINT to;
+  SIZE size;
+  POINT from;
+  SIZE drawn;
+};
+
 TEST_F(BitmapDrawTest, SizesAndSourcePoints) {
   Bitmap bitmap;
   ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
-  const struct {
-    POINT to;
-    SIZE size;
-    POINT from;
-    SIZE drawn;
-  } cases[] = {{{0, 0}, {0, 0}, {0, 0}, {20, 10}},   {{3, 4}, {0, 0}, {5, 5}, {15, 5}},
-               {{2, 2}, {6, 3}, {4, 1}, {6, 3}},     {{1, 1}, {50, 50}, {0, 0}, {20, 10}},
-               {{1, 1}, {0, 0}, {20, 3}, {0, 0}},    {{1, 1}, {0, 0}, {30, 30}, {0, 0}},
-               {{-3, -2}, {0, 0}, {0, 0}, {20, 10}}, {{5, 5}, {0, 3}, {0, 0}, {0, 3}}};
+  const DrawnPart cases[] = {{{0, 0}, {0, 0}, {0, 0}, {20, 10}},   {{3, 4}, {0, 0}, {5, 5}, {15, 5}},
+                             {{2, 2}, {6, 3}, {4, 1}, {6, 3}},     {{1, 1}, {50, 50}, {0, 0}, {20, 10}},
+                             {{1, 1}, {0, 0}, {20, 3}, {0, 0}},    {{1, 1}, {0, 0}, {30, 30}, {0, 0}},
+                             {{-3, -2}, {0, 0}, {0, 0}, {20, 10}}, {{5, 5}, {0, 3}, {0, 0}, {0, 3}}};
   for (const auto& c : cases) {
     const Canvas canvas(30, 24);
     Paint(canvas);
@@ -111,15 +113,10 @@ TEST_F(BitmapDrawTest, TransparentByACallersColourAndInParts) {
 TEST_F(BitmapDrawTest, TransparentPartsAreComposedBeforeTheyAreCut) {
   Bitmap bitmap;
   ASSERT_TRUE(Load(bitmap, Resource::Picture(20, 10, Spotted)));
-  const struct {
-    POINT to;
-    SIZE size;
-    POINT from;
-    SIZE drawn;
-  } cases[] = {{{5, 4}, {7, 5}, {3, 2}, {7, 5}},    {{2, 3}, {0, 0}, {4, 3}, {16, 7}},
-               {{-3, -2}, {9, 6}, {6, 4}, {9, 6}},  {{25, 18}, {9, 6}, {0, 1}, {9, 6}},
-               {{1, 1}, {50, 50}, {13, 8}, {7, 2}}, {{1, 1}, {0, 0}, {20, 3}, {0, 0}},
-               {{4, 4}, {10, 6}, {-2, -1}, {10, 6}}};
+  const DrawnPart cases[] = {{{5, 4}, {7, 5}, {3, 2}, {7, 5}},    {{2, 3}, {0, 0}, {4, 3}, {16, 7}},
+                             {{-3, -2}, {9, 6}, {6, 4}, {9, 6}},  {{25, 18}, {9, 6}, {0, 1}, {9, 6}},
+                             {{1, 1}, {50, 50}, {13, 8}, {7, 2}}, {{1, 1}, {0, 0}, {20, 3}, {0, 0}},
+                             {{4, 4}, {10, 6}, {-2, -1}, {10, 6}}};
   for (const auto& c : cases) {
     const Canvas canvas(30, 24);
     Paint(canvas);

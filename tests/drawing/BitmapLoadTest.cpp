@@ -65,18 +65,7 @@ TEST_F(BitmapLoadTest, IndexedPicturesGetAPalette) {
 }
 
 TEST_F(BitmapLoadTest, ScreenResolution) {
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_LOCAL_MACHINE,
-                  "SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current\\Software\\Fonts", 0, nullptr, 0,
-                  KEY_SET_VALUE, nullptr, &key, nullptr);
-  const DWORD dots = 120;
-  RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dots), sizeof dots);
-  RegCloseKey(key);
-  if (const HDC screen = GetDC(nullptr)) {
-    const bool tooLate = GetDeviceCaps(screen, LOGPIXELSX) != 120;
-    ReleaseDC(nullptr, screen);
-    if (tooLate) GTEST_SKIP() << "needs a process of its own";
-  }
+  if (!SetScreenResolution(120)) GTEST_SKIP() << "needs a process of its own";
   const StretchInfo& scale = StretchInfo::GetDefault();
   EXPECT_EQ(scale.mMulX, 120);
   EXPECT_EQ(scale.mDivX, 96);

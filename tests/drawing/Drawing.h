@@ -43,6 +43,20 @@ class DrawingTest : public GdiTest {
   // Lets lines of an area up to a level through.
   static void OpenArea(const char* area, const char* level) { SetTraceText(area, level); }
 
+  // Gives the screen that many dots per inch. False in a process that has asked for its screen before.
+  static bool SetScreenResolution(DWORD dots) {
+    HKEY key = nullptr;
+    RegCreateKeyExA(HKEY_LOCAL_MACHINE,
+                    "SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current\\Software\\Fonts", 0, nullptr, 0,
+                    KEY_SET_VALUE, nullptr, &key, nullptr);
+    RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dots), sizeof dots);
+    RegCloseKey(key);
+    const HDC screen = GetDC(nullptr);
+    const bool isSet = GetDeviceCaps(screen, LOGPIXELSX) == static_cast<int>(dots);
+    ReleaseDC(nullptr, screen);
+    return isSet;
+  }
+
  private:
   // The module is named after the test program.
   static void SetTraceText(const char* valueName, const char* text) {

@@ -59,17 +59,7 @@ TEST_F(FontTest, DescriptorFieldsAndTheirDefaults) {
 
 // At one pixel to the point, the smallest size has no opposite number.
 TEST_F(FontTest, TheSmallestSizeOnAScreenOf72DotsPerInch) {
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_LOCAL_MACHINE,
-                  "SYSTEM\\CurrentControlSet\\Hardware Profiles\\Current\\Software\\Fonts", 0, nullptr, 0,
-                  KEY_SET_VALUE, nullptr, &key, nullptr);
-  const DWORD dots = 72;
-  RegSetValueExA(key, "LogPixels", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dots), sizeof dots);
-  RegCloseKey(key);
-  const HDC screen = GetDC(nullptr);
-  const bool tooLate = GetDeviceCaps(screen, LOGPIXELSX) != 72;
-  ReleaseDC(nullptr, screen);
-  if (tooLate) GTEST_SKIP() << "needs a process of its own";
+  if (!SetScreenResolution(72)) GTEST_SKIP() << "needs a process of its own";
   Font font;
   EXPECT_TRUE(font.Create("Tahoma;-99999999999"));
   EXPECT_EQ(Describe(font).lfHeight, INT32_MAX);

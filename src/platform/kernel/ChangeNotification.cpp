@@ -175,11 +175,8 @@ HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filt
   }
   const std::string translated = TranslateOrFail(folder);
   if (translated.empty()) return INVALID_HANDLE_VALUE;
-  const std::string path = ResolveCase(translated);
-  if (path.empty()) {
-    SetLastErrorCode(ErrorFromErrno(errno));
-    return INVALID_HANDLE_VALUE;
-  }
+  const std::string path = ResolveOrFail(translated);
+  if (path.empty()) return INVALID_HANDLE_VALUE;
   auto change = MakeRef<ChangeNotification>(path, subtree != FALSE, filter);
   if (const int error = change->Start(); error != 0) {
     FailWith(error, path);

@@ -26,6 +26,12 @@ std::string TranslateOrFail(const char* name) {
   return path;
 }
 
+std::string ResolveOrFail(const std::string& path) {
+  std::string found = ResolveCase(path);
+  if (found.empty()) SetLastErrorCode(ErrorFromErrno(errno));
+  return found;
+}
+
 void FailWith(int error, const std::string& path) {
   DWORD code = ErrorFromErrno(error);
   if (error == ENOENT) {

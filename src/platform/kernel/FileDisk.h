@@ -31,6 +31,8 @@ int WithCase(std::string* path, Operation&& operation) {
 
 // The path on disk as the caller spelled it; empty with the last error set when there is none.
 std::string TranslateOrFail(const char* name);
+// The path as the disk spells it; empty with the last error set when that cannot be known.
+std::string ResolveOrFail(const std::string& path);
 
 // Sets the last error for a failed operation on `path`: what is missing may be the file or its folder.
 void FailWith(int error, const std::string& path);

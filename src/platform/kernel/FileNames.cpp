@@ -22,13 +22,6 @@ BOOL OnName(const char* name, Operation&& operation) {
   return FALSE;
 }
 
-// The path as the disk spells it; empty with the last error set when that cannot be known.
-std::string ResolveOrFail(const std::string& path) {
-  std::string found = ResolveCase(path);
-  if (found.empty()) SetLastErrorCode(ErrorFromErrno(errno));
-  return found;
-}
-
 void SyncFolderOf(const std::string& path) {
   const std::string parent = path.substr(0, std::max<std::size_t>(path.rfind('/'), 1));
   const int folder = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

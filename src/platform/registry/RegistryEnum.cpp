@@ -1,6 +1,7 @@
 // The registry's questions about what a key holds: enumerations and counts.
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <new>
 
 #include "registry/Guard.h"
@@ -59,7 +60,8 @@ void KeepPosition(HKEY key, RecordKind kind, const Position& position) {
 template <class Deliver>
 DWORD AtIndex(HKEY key, const OpenKey& open, RecordKind kind, DWORD index, Deliver&& deliver) {
   LinkFilter links;
-  const auto counts = [&links](const MDB_val& record) { return links.Counts(record); };
+  std::function<bool(const MDB_val&)> counts;
+  if (kind == RecordKind::SubKey) counts = [&links](const MDB_val& record) { return links.Counts(record); };
   const Position start = open.hive->InBatch() ? Position{} : LastPosition(key, kind);
   Position position;
   DWORD result = ERROR_SUCCESS;
@@ -67,9 +69,7 @@ DWORD AtIndex(HKEY key, const OpenKey& open, RecordKind kind, DWORD index, Deliv
     result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
       position = start;
       MDB_val record{};
-      const DWORD error = kind == RecordKind::Value
-                              ? GetByIndex(txn, PrefixOf(kind, open.id), index, {}, &position, &record)
-                              : GetByIndex(txn, PrefixOf(kind, open.id), index, counts, &position, &record);
+      const DWORD error = GetByIndex(txn, PrefixOf(kind, open.id), index, counts, &position, &record);
       if (links.HasUnknown()) return ERROR_SUCCESS;
       if (error == ERROR_SUCCESS) return deliver(record);
       const DWORD alive = CheckAlive(txn, open.id);
