@@ -253,6 +253,30 @@ TEST_F(TextTest, HardEdgesWithoutAntialiasingAndOnIndexedSurfaces) {
   SelectObject(mono.context, previous);
 }
 
+// Each depth has a way of its own to blend; both have to give every pixel the same colour, however few of a
+// character's columns are drawn.
+TEST_F(TextTest, DepthsBlendAlike) {
+  std::mt19937 random(8);
+  const Canvas words(120, 30), bytes(120, 30, 24);
+  const HFONT font = MakeFont(-13);
+  for (const Canvas* canvas : {&words, &bytes}) {
+    SelectObject(canvas->context, font);
+    SetBkMode(canvas->context, TRANSPARENT);
+  }
+  for (int round = 0; round < 40; ++round) {
+    words.FillBytes(random);
+    BitBlt(bytes.context, 0, 0, 120, 30, words.context, 0, 0, SRCCOPY);
+    const RECT clip{round % 20, round % 5, round % 20 + 1 + round, 20};
+    const auto color = static_cast<COLORREF>(random() & 0xFFFFFF);
+    for (const Canvas* canvas : {&words, &bytes}) {
+      SetTextColor(canvas->context, color);
+      ExtTextOutA(canvas->context, 3, 4, ETO_CLIPPED, &clip, "Will @ jump?", 12, nullptr);
+    }
+    ASSERT_EQ(words.Colors(), bytes.Colors()) << "round " << round;
+  }
+  for (const Canvas* canvas : {&words, &bytes}) SelectObject(canvas->context, GetStockObject(SYSTEM_FONT));
+}
+
 TEST_F(TextTest, TextsAreInTheAnsiCodePage) {
   const Canvas canvas(60, 40);
   const HFONT font = MakeFont(-24);
