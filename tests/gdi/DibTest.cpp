@@ -188,7 +188,8 @@ TEST_F(DibTest, HeadersThatMakeNoSenseAreRefused) {
   for (const DWORD compression : {BI_RLE8, BI_RLE4, BI_BITFIELDS, DWORD{4}, DWORD{5}, DWORD{0xFFFFFFFF}})
     refused(DibInfo(4, 4, 24, compression));
   refused(DibInfo(4, -4, 8, BI_RLE8));
-  for (const auto& masks : {std::array<DWORD, 3>{0, 0, 0}, {0xFF, 0xFF, 0xFF00}, {0xF0F0, 0x0F, 0xFF0000}}) {
+  for (const auto& masks :
+       {std::array<DWORD, 3>{0xFF, 0, 0xFF00}, {0xFF, 0xFF, 0xFF00}, {0xF0F0, 0x0F, 0xFF0000}}) {
     DibInfo info(4, 4, 32, BI_BITFIELDS);
     info.SetMasks(masks[0], masks[1], masks[2]);
     refused(info);
@@ -272,6 +273,56 @@ TEST_F(DibTest, ReadingWritesTheWholeColourTable) {
   EXPECT_EQ(GetDIBColorTable(canvas.context, 0, 256, colors), 256u);
   EXPECT_EQ(std::memcmp(info.colors, colors, sizeof colors), 0);
   EXPECT_EQ(info.header.biClrUsed, 0u);
+}
+
+// Whoever asks for the header first and then for the pixels gets both as the bitmap has them.
+TEST_F(DibTest, ADescriptionLeadsToThePixelsThemselves) {
+  for (const Form& form : forms) {
+    if (form.bits <= 8) continue;
+    DibInfo info = MakeInfo(form);
+    const std::vector<BYTE> bits = MakeBits(info);
+    void* pixels = nullptr;
+    const HBITMAP bitmap = CreateDIBSection(nullptr, info.Get(), DIB_RGB_COLORS, &pixels, nullptr, 0);
+    std::memcpy(pixels, bits.data(), bits.size());
+    DibInfo asked(0, 0, 0);
+    EXPECT_EQ(GetDIBits(nullptr, bitmap, 0, 0, nullptr, asked.Get(), DIB_RGB_COLORS), height) << form.name;
+    EXPECT_EQ(asked.header.biCompression, info.header.biCompression) << form.name;
+    if (form.topDown) asked.header.biHeight = -height;
+    std::vector<BYTE> back(bits.size());
+    EXPECT_EQ(GetDIBits(nullptr, bitmap, 0, height, back.data(), asked.Get(), DIB_RGB_COLORS), height);
+    EXPECT_EQ(back, bits) << form.name;
+    EXPECT_EQ(std::memcmp(asked.colors, info.colors, form.masks[0] ? 12 : 0), 0) << form.name;
+    DeleteObject(bitmap);
+  }
+}
+
+// The table of indices is written like one of colours: entry i of the context's palette.
+TEST_F(DibTest, ReadingForThePaletteWritesItsIndices) {
+  const Canvas canvas(3, 1);
+  const struct {
+    WORD version, count;
+    PALETTEENTRY entries[3];
+  } described{0x300, 3, {{10, 20, 30, 0}, {200, 0, 0, 0}, {0, 0, 250, 0}}};
+  const HPALETTE palette = CreatePalette(reinterpret_cast<const LOGPALETTE*>(&described));
+  const HPALETTE previous = SelectPalette(canvas.context, palette, TRUE);
+  canvas.At(0, 0) = 0x0000FA;
+  canvas.At(1, 0) = 0xC80000;
+  canvas.At(2, 0) = 0x0A141E;
+  DibInfo info(3, 1, 4);
+  std::memset(info.colors, 0xEE, sizeof info.colors);
+  info.header.biClrUsed = 1;
+  BYTE bits[4] = {};
+  EXPECT_EQ(GetDIBits(canvas.context, canvas.bitmap, 0, 1, bits, info.Get(), DIB_PAL_COLORS), 1);
+  EXPECT_EQ(bits[0], 0x21);
+  EXPECT_EQ(bits[1], 0x00);
+  WORD indices[17];
+  std::memcpy(indices, info.colors, sizeof indices);
+  for (WORD i = 0; i < 16; ++i) EXPECT_EQ(indices[i], i);
+  EXPECT_EQ(indices[16], 0xEEEE) << "beyond the table";
+  EXPECT_EQ(info.header.biClrUsed, 0u);
+  EXPECT_EQ(GetDIBits(nullptr, canvas.bitmap, 0, 1, bits, info.Get(), DIB_PAL_COLORS), 0) << "no palette";
+  SelectPalette(canvas.context, previous, TRUE);
+  DeleteObject(palette);
 }
 
 TEST_F(DibTest, SectionsShareTheirPixelsAndColours) {

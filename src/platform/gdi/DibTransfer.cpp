@@ -1,5 +1,6 @@
 // Copying device-independent bits into bitmaps and contexts, and out of bitmaps.
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "gdi/Dib.h"
@@ -62,15 +63,42 @@ void StoreColors(const std::vector<Xrgb>& colors, BITMAPINFO* info) {
   }
 }
 
+// The table that names the palette's entries in their order.
+void StorePaletteIndices(std::size_t count, BITMAPINFO* info) {
+  auto* table = reinterpret_cast<std::uint8_t*>(info) + info->bmiHeader.biSize;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto index = static_cast<WORD>(i);
+    std::memcpy(table + sizeof index * i, &index, sizeof index);
+  }
+}
+
+// Whether BI_RGB says where the channels of such pixels are.
+bool HasUsualChannels(const PixelFormat& format) {
+  return format.kind != PixelFormat::Kind::Direct || format.SameDirect(PixelFormat::Direct(format.bits));
+}
+
 void DescribeBitmap(const Surface& surface, BITMAPINFOHEADER& header) {
   header.biWidth = surface.width;
   header.biHeight = surface.height;
   header.biPlanes = 1;
   header.biBitCount = static_cast<WORD>(surface.format.bits);
-  header.biCompression = BI_RGB;
+  header.biCompression = HasUsualChannels(surface.format) ? BI_RGB : BI_BITFIELDS;
   header.biSizeImage =
       static_cast<DWORD>(Surface::StrideFor(surface.width, surface.format.bits, 4) * surface.height);
   header.biClrUsed = header.biClrImportant = 0;
+}
+
+// Masks of 0, as who has only asked for the header has them, become the bitmap's own.
+void CompleteMasks(const PixelFormat& format, BITMAPINFO* info) {
+  const BITMAPINFOHEADER& header = info->bmiHeader;
+  if (header.biCompression != BI_BITFIELDS || format.kind != PixelFormat::Kind::Direct ||
+      header.biBitCount != format.bits)
+    return;
+  auto* const place = reinterpret_cast<std::uint8_t*>(info) + sizeof header;
+  const std::array<std::uint32_t, 3> own{format.red.mask, format.green.mask, format.blue.mask};
+  std::array<std::uint32_t, 3> asked{};
+  std::memcpy(asked.data(), place, sizeof asked);
+  if (asked == std::array<std::uint32_t, 3>{}) std::memcpy(place, own.data(), sizeof own);
 }
 
 // Puts all of a picture's rows onto a surface of its own: run-length data decoded, pixels that they skip 0.
@@ -121,15 +149,20 @@ int StoreRows(Bitmap& bitmap, const Dib& dib, UINT start, UINT lines, const void
   return count;
 }
 
-// The form that a caller asks for. A colour table of colours is written, not read; nothing is written before
-// the header is known to make sense, since it says where the table is and how long.
+// The form that a caller asks for. A colour table is written, not read; but not before the header is known to
+// make sense, since it says where the table is and how long.
 std::optional<Dib> PrepareOutput(const Surface& source, BITMAPINFO* info, UINT usage,
                                  const Context* context) {
-  if (usage == DIB_PAL_COLORS) return ParseDib(info, usage, context);
-  auto dib = usage == DIB_RGB_COLORS ? ParseDibHeader(info) : std::nullopt;
+  if (usage > DIB_PAL_COLORS || (usage == DIB_PAL_COLORS && !context)) return std::nullopt;
+  CompleteMasks(source.format, info);
+  auto dib = ParseDibHeader(info);
   if (!dib || dib->runLength || dib->format.bits > 8) return dib;
-  dib->colors = ColorsFor(source, dib->format.bits);
   info->bmiHeader.biClrUsed = 0;
+  if (usage == DIB_PAL_COLORS) {
+    StorePaletteIndices(std::size_t{1} << dib->format.bits, info);
+    return ParseDib(info, usage, context);
+  }
+  dib->colors = ColorsFor(source, dib->format.bits);
   StoreColors(dib->colors, info);
   return dib;
 }

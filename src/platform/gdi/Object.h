@@ -25,7 +25,7 @@ class Object {
   bool stock = false;              // set before the handle is given out
 };
 
-// Puts the object into the process's table. Null (ERROR_NO_SYSTEM_RESOURCES) when the table is full.
+// Puts the object into the process's table. Null (ERROR_NOT_ENOUGH_MEMORY) when the table is full.
 HGDIOBJ AddObject(std::shared_ptr<Object> object);
 
 // The living object of a handle, or null.

@@ -377,8 +377,9 @@ ORM_PLATFORM_API HBITMAP WINAPI CreateDIBSection(HDC context, const BITMAPINFO* 
 ORM_PLATFORM_API HBITMAP WINAPI CreateDIBitmap(HDC context, const BITMAPINFOHEADER* header, DWORD init,
                                                const void* bits, const BITMAPINFO* info, UINT usage);
 // Copies rows of a bitmap out in the format of info (BI_RGB or BI_BITFIELDS); start counts from the bottom.
-// With bits null it fills in biSizeImage and, when biBitCount is 0, the whole header. A table of colours is
-// written whole, so there has to be room for 2^biBitCount of them. No more rows are written than biHeight
+// With bits null it fills in biSizeImage and, when biBitCount is 0, the whole header. A table is written
+// whole, so there has to be room for 2^biBitCount colours or, for DIB_PAL_COLORS, indices into the context's
+// palette. Masks of 0 are replaced by those of a bitmap of this depth. No more rows are written than biHeight
 // says. Returns the number of rows, 0 for a failure.
 ORM_PLATFORM_API int WINAPI GetDIBits(HDC context, HBITMAP bitmap, UINT start, UINT lines, void* bits,
                                       BITMAPINFO* info, UINT usage);
