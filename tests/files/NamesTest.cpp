@@ -1,10 +1,37 @@
 // Files and folders by name, and the folders with names of their own.
+#include <dlfcn.h>
+
+#include <cerrno>
+
 #include "files/Files.h"
 
 #include "kernel/CodePage.h"
 #include "kernel/Machine.h"
 
 using namespace filestest;
+
+namespace {
+
+// What the disk cannot do; the two functions below stand before the C library's for the whole program.
+bool renamesPlainlyOnly = false;
+bool hasNoLinks = false;
+
+}  // namespace
+
+extern "C" [[gnu::visibility("default")]] int renameat2(int fromFolder, const char* from, int toFolder,
+                                                        const char* to, unsigned flags) noexcept {
+  static const auto next = reinterpret_cast<decltype(&renameat2)>(dlsym(RTLD_NEXT, "renameat2"));
+  if (!renamesPlainlyOnly || flags == 0) return next(fromFolder, from, toFolder, to, flags);
+  errno = EINVAL;
+  return -1;
+}
+
+extern "C" [[gnu::visibility("default")]] int link(const char* from, const char* to) noexcept {
+  static const auto next = reinterpret_cast<decltype(&link)>(dlsym(RTLD_NEXT, "link"));
+  if (!hasNoLinks) return next(from, to);
+  errno = EPERM;
+  return -1;
+}
 
 namespace {
 
@@ -62,6 +89,33 @@ TEST_F(Files, AreMadeMovedAndDeletedInAnyCase) {
   EXPECT_EQ(ErrorOf(DeleteFileA(name("FOLDER\\ONE").c_str())), 0u);
   EXPECT_EQ(ErrorOf(RemoveDirectoryA(name("FOLDER").c_str())), 0u);
   EXPECT_FALSE(Exists("Folder"));
+}
+
+TEST_F(Files, AreMovedOnDisksThatRenamePlainlyOnly) {
+  renamesPlainlyOnly = true;
+  for (const bool links : {true, false}) {
+    hasNoLinks = !links;
+    Put("one", "1");
+    Put("two", "2");
+    ASSERT_EQ(mkdir(Disk("folder").c_str(), 0755), 0);
+    const auto move = [&](const char* from, const char* to) {
+      return ErrorOf(MoveFileExA(Name(from).c_str(), Name(to).c_str(), 0));
+    };
+    EXPECT_EQ(move("one", "two"), 183u);
+    EXPECT_EQ(move("folder", "two"), 183u);
+    EXPECT_EQ(Get("one") + Get("two"), "12");
+    EXPECT_EQ(move("one", "folder\\three"), 0u);
+    EXPECT_EQ(move("folder", "other"), 0u);
+    EXPECT_EQ(Get("other/three"), "1");
+    EXPECT_FALSE(Exists("one") || Exists("folder"));
+    EXPECT_EQ(move("none", "x"), 2u);
+    EXPECT_EQ(move("two", "none\\x"), 3u);
+    EXPECT_EQ(
+        ErrorOf(MoveFileExA(Name("two").c_str(), Name("other\\three").c_str(), MOVEFILE_REPLACE_EXISTING)),
+        0u);
+    EXPECT_EQ(Get("other/three"), "2");
+    ASSERT_EQ(unlink(Disk("other/three").c_str()) | rmdir(Disk("other").c_str()), 0);
+  }
 }
 
 TEST_F(Files, TheSystemsFoldersAreOnDriveC) {

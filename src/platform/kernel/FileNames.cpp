@@ -38,6 +38,20 @@ std::string TargetOf(const std::string& from, const std::string& to) {
   return found.substr(0, found.rfind('/')) + to.substr(to.rfind('/'));
 }
 
+// Renames to a name that is free. Some disks (of the network, mostly) cannot do that in one step: a file gets
+// a second name first, for which nothing is ever replaced. Folders cannot have two; for them, and where no
+// links are to be had, a look beforehand has to do.
+int RenameToFreeName(const char* from, const char* to) {
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL) return -1;
+  if (link(from, to) == 0) return unlink(from);
+  if (errno == EEXIST) return -1;
+  struct stat status {};
+  if (lstat(to, &status) != 0) return rename(from, to);
+  errno = EEXIST;
+  return -1;
+}
+
 }  // namespace
 }  // namespace orm::platform
 
@@ -99,8 +113,7 @@ BOOL MoveFileExA(const char* from, const char* to, DWORD flags) {
   const std::string path = source.empty() ? source : TargetOf(source, target);
   if (path.empty()) return FALSE;
   const bool replaces = (flags & MOVEFILE_REPLACE_EXISTING) != 0;
-  const unsigned mode = replaces ? 0 : RENAME_NOREPLACE;
-  if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), mode) == 0) {
+  if ((replaces ? rename : RenameToFreeName)(source.c_str(), path.c_str()) == 0) {
     if ((flags & MOVEFILE_WRITE_THROUGH) != 0) SyncFolderOf(path);
     return TRUE;
   }
