@@ -224,6 +224,12 @@ TEST_F(Files, DeleteOnCloseDeletes) {
     EXPECT_TRUE(Exists("f"));
   }
   EXPECT_FALSE(Exists("f"));
+  {
+    const Opened file(Name("f"), readWrite, all, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
+    ASSERT_EQ(rename(Disk("f").c_str(), Disk("moved").c_str()), 0);
+    Put("f", "another's");
+  }
+  EXPECT_EQ(Get("f"), "another's");
 }
 
 TEST_F(Files, WantOfMemoryLeavesNothingOpen) {

@@ -138,6 +138,16 @@ DWORD Settle(int file, const Request& request, DWORD share, bool existed) {
 
 }  // namespace
 
+// Another file may have come to stand at the path meanwhile, which is nobody's to delete.
+File::~File() {
+  struct stat named {};
+  struct stat opened {};
+  if (!mDeleteOnClose.empty() && stat(mDeleteOnClose.c_str(), &named) == 0 &&
+      fstat(mDescriptor.Get(), &opened) == 0 && named.st_dev == opened.st_dev &&
+      named.st_ino == opened.st_ino)
+    unlink(mDeleteOnClose.c_str());
+}
+
 }  // namespace orm::platform
 
 using namespace orm::platform;

@@ -25,15 +25,13 @@ class File final : public KernelObject {
   bool CanWrite() const noexcept { return mCanWrite; }
 
  protected:
-  ~File() override {
-    if (!mDeleteOnClose.empty()) unlink(mDeleteOnClose.c_str());
-  }
+  ~File() override;
 
  private:
   const Descriptor mDescriptor;
   // The descriptor may allow more than was asked for; see ShareMode.h.
   const bool mCanRead, mCanWrite;
-  const std::string mDeleteOnClose;
+  const std::string mDeleteOnClose;  // the path, empty for a file that stays
 };
 
 }  // namespace orm::platform
