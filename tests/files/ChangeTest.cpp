@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "files/Files.h"
+#include "support/ScarceMemory.h"
 
 using namespace filestest;
 
@@ -141,6 +142,33 @@ TEST_F(Changes, AChildDoesNotTakeItsParentsChanges) {
             }),
             0);
   EXPECT_TRUE(IsSignalled());
+}
+
+// Whatever cannot be remembered counts as a change, so that nobody relies on a watch that sees less.
+TEST_F(Changes, NoneIsLostForWantOfMemory) {
+  ASSERT_EQ(mkdir(Disk("below").c_str(), 0755), 0);
+  Watch(FILE_NOTIFY_CHANGE_FILE_NAME, true);
+  EXPECT_FALSE(IsSignalled());  // which makes what a thread needs for its waits
+  bool isRefused = false;
+  for (long at = 0, more = 1; more != 0; ++at) {
+    ASSERT_EQ(mkdir(Disk("new").c_str(), 0755), 0);
+    more = test::RefuseAllocation(
+        at, [&] { EXPECT_TRUE(IsSignalled()) << at; }, isRefused);
+    EXPECT_FALSE(isRefused) << at;
+    FindCloseChangeNotification(change);
+    ASSERT_EQ(rmdir(Disk("new").c_str()), 0);
+    Watch(FILE_NOTIFY_CHANGE_FILE_NAME, true);
+  }
+  for (long at = 0, more = 1; more != 0; ++at) {
+    const int result = InChild([&] {
+      bool isSignalled = false;
+      const bool wasAsked = test::RefuseAllocation(
+          at, [&] { isSignalled = IsSignalled(); }, isRefused);
+      return (isSignalled ? 0 : 1) | (isRefused ? 2 : 0) | (wasAsked ? 4 : 0);
+    });
+    EXPECT_EQ(result & ~4, 0) << "a child that watches anew, allocation " << at;
+    more = result & 4;
+  }
 }
 
 TEST_F(Changes, OneChangeWakesAllWhoWaitForIt) {

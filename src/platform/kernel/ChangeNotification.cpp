@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "kernel/ChangeQueue.h"
@@ -112,6 +113,13 @@ class ChangeNotification final : public Waitable, private ChangeListener {
     return IsOutOfSight(listing.GetError()) ? 0 : listing.GetError();
   }
 
+  // A folder, or one in it; want of memory is an error like another.
+  int TryToWatch(ChangeQueue& queue, const std::string& folder, const char* name = nullptr) noexcept try {
+    return Watch(queue, name == nullptr ? folder : folder + '/' + name);
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  }
+
   void Mark() noexcept {
     {
       const Lock lock(*this);
@@ -123,19 +131,19 @@ class ChangeNotification final : public Waitable, private ChangeListener {
     Signal();
   }
 
-  void BeginAnew(ChangeQueue& queue) override {
-    mIsGone = Watch(queue, mFolder) != 0;
+  void BeginAnew(ChangeQueue& queue) noexcept override {
+    mIsGone = TryToWatch(queue, mFolder) != 0;
     Mark();
   }
 
-  void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) override {
+  void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) noexcept override {
     // Who watches by name is to look where the name leads now.
     if ((event.mask & (selfEvents | IN_IGNORED)) != 0 && folder == mFolder) mIsGone = true;
     if (mIsGone || IsWanted(event)) Mark();
     const bool isNewFolder = (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0 && (event.mask & IN_ISDIR) != 0;
     // What was made in the new folder before the watch on it is only seen as the new folder.
     if (isNewFolder && mSubtree) {
-      const int error = Watch(queue, folder + '/' + event.name);
+      const int error = TryToWatch(queue, folder, event.name);
       // Rather no watch any more than one that misses what happens there.
       mIsGone = mIsGone || (error != 0 && !IsOutOfSight(error));
       Mark();

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace orm::platform {
@@ -26,12 +27,12 @@ int ChangeQueue::Descriptor() noexcept {
 }
 
 // The descriptor is shared with the parent: reading it would take the parent's events away.
-void ChangeQueue::BeginAnewAfterFork() {
+void ChangeQueue::BeginAnewAfterFork() noexcept {
   mProcess = getpid();
   if (const int descriptor = mDescriptor.exchange(-1, std::memory_order_relaxed); descriptor >= 0)
     close(descriptor);
   mWatches.clear();
-  for (ChangeListener* listener : std::set(mListeners)) listener->BeginAnew(*this);
+  for (ChangeListener* listener : mListeners) listener->BeginAnew(*this);
 }
 
 int ChangeQueue::Open() noexcept {
@@ -79,12 +80,12 @@ void ChangeQueue::Remove(ChangeListener& listener) noexcept {
   }
 }
 
-void ChangeQueue::Read() {
+void ChangeQueue::Read() noexcept {
   while (ReadSome()) continue;
 }
 
 // One buffer full of events; false when there are none.
-bool ChangeQueue::ReadSome() {
+bool ChangeQueue::ReadSome() noexcept {
   alignas(inotify_event) char buffer[4096];
   const ssize_t size = read(Descriptor(), buffer, sizeof buffer);
   if (size <= 0) return size < 0 && errno == EINTR;
@@ -96,17 +97,22 @@ bool ChangeQueue::ReadSome() {
   return true;
 }
 
-void ChangeQueue::Tell(const inotify_event& event) {
-  if ((event.mask & IN_Q_OVERFLOW) != 0) {
-    for (ChangeListener* listener : mListeners) listener->Hear(*this, event, {});
-    return;
-  }
+void ChangeQueue::Tell(const inotify_event& event) noexcept try {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) return TellOfLoss();
   const auto watched = mWatches.find(event.wd);
   if (watched == mWatches.end()) return;
   // A copy: a listener may watch another folder in answer, or the same one by another path.
   const auto listeners = watched->second.listeners;
   if ((event.mask & IN_IGNORED) != 0) mWatches.erase(watched);
   for (const auto& [listener, folder] : listeners) listener->Hear(*this, event, folder);
+} catch (const std::bad_alloc&) {
+  TellOfLoss();
+}
+
+void ChangeQueue::TellOfLoss() noexcept {
+  inotify_event loss{};
+  loss.mask = IN_Q_OVERFLOW;
+  for (ChangeListener* listener : mListeners) listener->Hear(*this, loss, {});
 }
 
 }  // namespace orm::platform

@@ -21,10 +21,10 @@ std::mutex& ChangeLock() noexcept;
 class ChangeListener {
  public:
   // What happened in or to a folder that it watches, by the path that it gave for it; with an empty path when
-  // events were lost.
-  virtual void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) = 0;
+  // events were lost. Of those no one may be lost for want of memory, hence neither function throws.
+  virtual void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) noexcept = 0;
   // Its watches are gone, in a child made by fork: it watches anew, and does not know what it has missed.
-  virtual void BeginAnew(ChangeQueue& queue) = 0;
+  virtual void BeginAnew(ChangeQueue& queue) noexcept = 0;
 
  protected:
   ~ChangeListener() = default;
@@ -44,7 +44,7 @@ class ChangeQueue {
   int Add(ChangeListener& listener, const std::string& folder, uint32_t mask);
   void Remove(ChangeListener& listener) noexcept;
   // Tells all listeners what has happened so far.
-  void Read();
+  void Read() noexcept;
 
  private:
   struct Watch {
@@ -56,9 +56,10 @@ class ChangeQueue {
   static ChangeQueue& Get();
   int Open() noexcept;
   void DropUnheard(int watch) noexcept;
-  bool ReadSome();
-  void Tell(const inotify_event& event);
-  void BeginAnewAfterFork();
+  bool ReadSome() noexcept;
+  void Tell(const inotify_event& event) noexcept;
+  void TellOfLoss() noexcept;
+  void BeginAnewAfterFork() noexcept;
 
   std::mutex mLock;
   std::atomic<int> mDescriptor{-1};
