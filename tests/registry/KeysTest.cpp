@@ -141,6 +141,21 @@ TEST(Keys, ADeletedKeyThatIsHeldOpenIsGone) {
   EXPECT_EQ(RegDeleteKeyA(HKEY_CURRENT_USER, "Bag"), 0);
 }
 
+// An open key lies in another store than its parent; so does what is below it.
+TEST(Keys, AnOpenKeyIsDeletedByItsOwnHandle) {
+  Key parent(HKEY_LOCAL_MACHINE, "Bag"), other(HKEY_LOCAL_MACHINE, "Bag\\Other"), open;
+  ASSERT_EQ(
+      RegCreateKeyExA(parent, "Open", 0, nullptr, 0, KEY_ALL_ACCESS, NullAccessList(), open.Out(), nullptr),
+      0);
+  Key inner(open, "Inner");
+  EXPECT_EQ(RegDeleteKeyA(open, ""), 5) << "it has a subkey";
+  EXPECT_EQ(RegDeleteKeyA(inner, ""), 0);
+  EXPECT_EQ(RegDeleteKeyA(open, ""), 0);
+  EXPECT_EQ(RegDeleteKeyA(open, ""), 1018);
+  EXPECT_EQ(SubKeyNames(parent), std::vector<std::string>{"Other"});
+  EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
+}
+
 TEST(Keys, TakeAnyByteAndManyLevels) {
   std::string every;
   for (int c = 1; c < 256; ++c) {

@@ -107,6 +107,29 @@ DWORD LookAt(const Place& parent, std::string_view name, SubKeyRecord* subKey) {
   return error;
 }
 
+// Where a key is listed.
+struct Listing {
+  Hive* hive = nullptr;
+  std::uint64_t parent = noKey;
+  std::string name;
+};
+
+// Finds the name of a key among its parent's subkeys. Nothing in an open key tells its parent, which is in
+// the machine's store: the link to it is looked for among all subkeys there.
+DWORD FindListing(std::uint64_t id, bool isLinked, Listing* listing) {
+  RecordKey prefix = PrefixOf(RecordKind::SubKey, listing->parent);
+  if (isLinked) prefix.size = 1;
+  return listing->hive->Read([&](MDB_txn* txn) {
+    return ForEach(txn, prefix, [&](const MDB_val& at, const MDB_val& record) {
+      SubKeyRecord subKey;
+      if (!Parse(record, &subKey) || subKey.id != id || subKey.isLink != isLinked) return true;
+      listing->parent = OwnerOf(at);
+      listing->name = subKey.name;
+      return false;
+    });
+  });
+}
+
 DWORD DeleteOnce(const Place& parent, std::string_view name) {
   SubKeyRecord seen;
   if (const DWORD error = LookAt(parent, name, &seen); error != ERROR_SUCCESS) return error;
@@ -205,24 +228,22 @@ DWORD DeleteAt(const KeyParts& parts, Place place) {
 }
 
 DWORD DeleteSelf(const Place& place) {
-  std::uint64_t parent = noKey;
-  std::string name;
+  Listing listing{place.hive, noKey, {}};
   const DWORD error = place.hive->Read([&](MDB_txn* txn) -> DWORD {
     InfoRecord info;
     if (const DWORD alive = CheckAlive(txn, place.id); alive != ERROR_SUCCESS) return alive;
-    if (const DWORD got = GetInfo(txn, place.id, &info); got != ERROR_SUCCESS) return got;
-    parent = info.parent;
-    return ForEach(txn, PrefixOf(RecordKind::SubKey, parent), [&](const MDB_val&, const MDB_val& record) {
-      SubKeyRecord subKey;
-      const bool isIt = Parse(record, &subKey) && subKey.id == place.id;
-      if (isIt) name = subKey.name;
-      return !isIt;
-    });
+    const DWORD got = GetInfo(txn, place.id, &info);
+    listing.parent = info.parent;
+    return got;
   });
   if (error != ERROR_SUCCESS) return error;
-  // The root, and a key whose parent lies in another store, cannot be reached from below.
-  if (parent == noKey || name.empty()) return ERROR_ACCESS_DENIED;
-  return DeleteAt({name}, {place.hive, parent, 0, false});
+  const bool isLinked = place.hive->GetKind() == Hive::Kind::Open && listing.parent == noKey;
+  if (isLinked) listing.hive = Hive::Get(Hive::Kind::Machine);
+  const DWORD found = FindListing(place.id, isLinked, &listing);
+  if (found != ERROR_SUCCESS) return found;
+  // Nothing leads to the roots.
+  if (listing.parent == noKey || listing.name.empty()) return ERROR_ACCESS_DENIED;
+  return DeleteAt({listing.name}, {listing.hive, listing.parent, 0, false});
 }
 
 }  // namespace orm::platform

@@ -35,7 +35,7 @@ DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, 
 // Deletes the last part of a path. `place` is where it starts.
 DWORD DeleteAt(const KeyParts& parts, Place place);
 
-// Deletes the key itself, by looking for it among its parent's.
+// Deletes the key itself, by looking for what leads to it. ERROR_ACCESS_DENIED for the roots.
 DWORD DeleteSelf(const Place& place);
 
 }  // namespace orm::platform

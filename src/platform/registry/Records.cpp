@@ -209,6 +209,13 @@ RecordKey PrefixOf(RecordKind kind, std::uint64_t key) {
   return result;
 }
 
+std::uint64_t OwnerOf(const MDB_val& at) {
+  const auto* bytes = static_cast<const unsigned char*>(at.mv_data);
+  std::uint64_t key = 0;
+  for (std::size_t i = 1; i < 9 && i < at.mv_size; ++i) key = key << 8 | bytes[i];
+  return key;
+}
+
 bool Parse(const MDB_val& record, SubKeyRecord* subKey) {
   if (record.mv_size < 10 || record.mv_size > 9 + maxKeyName) return false;
   subKey->id = NumberAt<std::uint64_t>(record, 0);

@@ -72,6 +72,8 @@ struct InfoRecord {
 };
 
 RecordKey PrefixOf(RecordKind kind, std::uint64_t key);
+// The key of the registry that a record belongs to; meaningless for a record key of less than 9 bytes.
+std::uint64_t OwnerOf(const MDB_val& at);
 bool Parse(const MDB_val& record, SubKeyRecord* subKey);
 bool Parse(const MDB_val& record, ValueRecord* value);
 bool Parse(const MDB_val& record, InfoRecord* info);

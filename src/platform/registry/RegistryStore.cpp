@@ -86,13 +86,10 @@ class StoreCheck {
     RecordKey prefix = PrefixOf(kind, 0);
     prefix.size = 1;
     const DWORD error = ForEach(txn, prefix, [&](const MDB_val& at, const MDB_val& record) {
-      const auto* bytes = static_cast<const unsigned char*>(at.mv_data);
-      std::uint64_t key = 0;
-      for (std::size_t i = 1; i < 9 && i < at.mv_size; ++i) key = key << 8 | bytes[i];
       if (at.mv_size < 9) {
         Fault("a record has a key of " + std::to_string(at.mv_size) + " bytes");
       } else {
-        see(key, record);
+        see(OwnerOf(at), record);
       }
       return true;
     });
