@@ -29,7 +29,7 @@ void MaskIntl::Register() {
   Libraries found;
   try {
     FindLibraries(found);
-  } catch (const Error&) {
+  } catch (...) {
     DropUses(found);
     Unregister();
     throw;
@@ -41,6 +41,7 @@ void MaskIntl::Register() {
 
 void MaskIntl::FindLibraries(Libraries& rLibraries) {
   if (!mMask.HasWildcards()) {
+    rLibraries.reserve(1);  // what has been taken is noted
     rLibraries.push_back(mrDirectory.GetLibrary(mMask.GetText(), 0));
     return;
   }

@@ -4,6 +4,7 @@
 #include "ClassLibrary.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace orm {
 
@@ -25,15 +26,21 @@ Registrations::iterator ClassEntry::FindPlace(const LibraryIntl* pLibrary) {
 
 RegistrationSet ClassRegistry::Register(std::vector<ClassRecord> records, FactoryRegistration* pFactory,
                                         LibraryIntl* pLibrary, RegistrationSet& rSet) {
+  // The set holds the old and the new until nothing can fail any more: who unregisters it takes back both.
+  std::vector<RegistrationSet::Item>& rItems = rSet.items;
+  const size_t formerCount = rItems.size();
   RegistrationSet former;
-  std::swap(former.items, rSet.items);
-  rSet.items.reserve(records.size());
+  former.items.reserve(formerCount);
+  rItems.reserve(formerCount + records.size());
   for (ClassRecord& record : records) {
     ClassEntry& entry = FindOrAdd(record.id);
     const auto position = entry.mRegistrations.insert(
         entry.FindPlace(pLibrary), {std::move(record.data), std::move(record.faces), pFactory, pLibrary});
-    rSet.items.push_back({FacePtr<ClassEntry>(&entry), position});
+    rItems.push_back({FacePtr<ClassEntry>(&entry), position});
   }
+  const auto firstNew = rItems.begin() + static_cast<std::ptrdiff_t>(formerCount);
+  std::move(rItems.begin(), firstNew, std::back_inserter(former.items));
+  rItems.erase(rItems.begin(), firstNew);
   // One step of the stamp for one change: what is unregistered next takes it.
   if (former.items.empty() && !records.empty()) ++mStamp;
   return former;
