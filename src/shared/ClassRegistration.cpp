@@ -4,6 +4,7 @@
 #include "ClassErrors.h"
 #include "ClassFactoryRegistration.h"
 #include "ClassManagerImpl.h"
+#include "RegistryKey.h"
 
 #include <algorithm>
 
@@ -154,8 +155,8 @@ void ClassManagerImpl::Unregister(DWORD cookie) {
 
 void ClassManagerImpl::RegisterDefaults() {
   const TraceScope scope(areaClassManagerImpl, TRACE_TRACE, FILE_NAME, __LINE__, "RegisterDefaults()");
-  HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, DEFAULTS_KEY, 0, KEY_READ, &key) != 0) return;
+  ScopedKey key;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, DEFAULTS_KEY, 0, KEY_READ, key.Receive()) != 0) return;
   for (DWORD index = 0;; ++index) {
     char name[256];
     // One byte more than the registry may fill, for text that was stored without a terminator.
@@ -163,8 +164,8 @@ void ClassManagerImpl::RegisterDefaults() {
     DWORD nameLength = sizeof name;
     DWORD size = sizeof data - 1;
     DWORD type = REG_SZ;
-    if (RegEnumValueA(key, index, name, &nameLength, nullptr, &type, reinterpret_cast<BYTE*>(data), &size) !=
-        0) {
+    if (RegEnumValueA(key.Get(), index, name, &nameLength, nullptr, &type, reinterpret_cast<BYTE*>(data),
+                      &size) != 0) {
       break;
     }
     if (type != REG_SZ) continue;
@@ -174,7 +175,6 @@ void ClassManagerImpl::RegisterDefaults() {
       // One bad path keeps nobody from the others.
     }
   }
-  RegCloseKey(key);
 }
 
 FacePtr<DirectoryIntl> ClassManagerImpl::FindDirectory(const Path& path) const {

@@ -2,10 +2,9 @@
 #include <ormutil/Error.h>
 #include <ormutil/PersistentProperties.h>
 
-#include <vector>
-
 #include "Areas.h"
 #include "PropertyErrors.h"
+#include "RegistryKey.h"
 
 namespace orm {
 
@@ -49,48 +48,6 @@ auto Operation(const char* trace, const char* message, Body body) {
   }
 }
 
-// A registry query: the platform's code and, when that is 0, the type found. The value is there when the type
-// is the one that was asked for.
-struct QueryResult {
-  DWORD code;
-  DWORD type;
-  bool Has(DWORD required) const { return code == ERROR_SUCCESS && type == required; }
-};
-
-QueryResult Query(HKEY key, const String& name, void* data, DWORD* size) {
-  DWORD type = REG_NONE;
-  const LSTATUS status =
-      RegQueryValueExA(key, name.GetBegin(), nullptr, &type, static_cast<BYTE*>(data), size);
-  return {static_cast<DWORD>(status), type};
-}
-
-QueryResult QueryNumber(HKEY key, const String& name, DWORD& value) {
-  DWORD size = sizeof value;
-  value = 0;
-  return Query(key, name, &value, &size);
-}
-
-QueryResult QueryString(HKEY key, const String& name, String& value) {
-  DWORD size = 0;
-  const QueryResult result = Query(key, name, nullptr, &size);
-  if (!result.Has(REG_SZ)) return result;
-  // Whoever stored the text may have left out its terminator.
-  char* text = value.PrepareWriting(size_t{size} + 1, false);
-  *text = '\0';
-  const QueryResult second = Query(key, name, text, &size);
-  text[second.Has(REG_SZ) ? size : 0] = '\0';
-  return second;
-}
-
-QueryResult QueryBinary(HKEY key, const String& name, Binary& value) {
-  DWORD size = 0;
-  const QueryResult result = Query(key, name, nullptr, &size);
-  if (!result.Has(REG_BINARY)) return result;
-  const QueryResult second = Query(key, name, value.GetBuffer(size), &size);
-  if (second.Has(REG_BINARY)) value.SetSize(size, true);
-  return second;
-}
-
 const char* TypeName(DWORD registryType) {
   switch (registryType) {
     case REG_DWORD:
@@ -113,85 +70,6 @@ Properties::PropertyType PropertyTypeOf(DWORD registryType) {
     default:
       return Properties::TYPE_NONE;
   }
-}
-
-struct KeyInfo {
-  DWORD values = 0;
-  DWORD longestValueName = 0;
-  DWORD subkeys = 0;
-  DWORD longestSubkeyName = 0;
-};
-
-DWORD QueryKeyInfo(HKEY key, KeyInfo& info) {
-  return static_cast<DWORD>(RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &info.subkeys,
-                                             &info.longestSubkeyName, nullptr, &info.values,
-                                             &info.longestValueName, nullptr, nullptr, nullptr));
-}
-
-// Room for the names of an enumeration. The longest length that the registry reports counts characters, each
-// of which may take two bytes.
-class NameBuffer {
- public:
-  explicit NameBuffer(DWORD longest) : mText(size_t{2} * longest + 2) {}
-
-  DWORD EnumValue(HKEY key, DWORD index, DWORD* type) {
-    DWORD size = GetSize();
-    return static_cast<DWORD>(
-        RegEnumValueA(key, index, mText.data(), &size, nullptr, type, nullptr, nullptr));
-  }
-  DWORD EnumKey(HKEY key, DWORD index) {
-    DWORD size = GetSize();
-    return static_cast<DWORD>(
-        RegEnumKeyExA(key, index, mText.data(), &size, nullptr, nullptr, nullptr, nullptr));
-  }
-  const char* GetText() const { return mText.data(); }
-
- private:
-  DWORD GetSize() const { return static_cast<DWORD>(mText.size()); }
-
-  std::vector<char> mText;
-};
-
-class ScopedKey {
- public:
-  ScopedKey() = default;
-  ScopedKey(const ScopedKey&) = delete;
-  ScopedKey& operator=(const ScopedKey&) = delete;
-  ~ScopedKey() {
-    if (mhKey) RegCloseKey(mhKey);
-  }
-  HKEY Get() const { return mhKey; }
-  HKEY* Receive() { return &mhKey; }
-
- private:
-  HKEY mhKey = nullptr;
-};
-
-// Others may make a key anew while it is being deleted, but not every time.
-constexpr unsigned kMostReturns = 100;
-
-// Deletes a key with all that is below it, depth first; success when there is no such key.
-DWORD DeleteTree(HKEY parent, const char* subkey) {
-  ScopedKey key;
-  const LSTATUS opened = RegOpenKeyExA(parent, subkey, 0, KEY_READ, key.Receive());
-  if (opened == LSTATUS{ERROR_FILE_NOT_FOUND}) return ERROR_SUCCESS;
-  if (opened != LSTATUS{ERROR_SUCCESS}) return static_cast<DWORD>(opened);
-
-  KeyInfo info;
-  if (const DWORD code = QueryKeyInfo(key.Get(), info)) return code;
-  NameBuffer name(info.longestSubkeyName);
-  String last;
-  unsigned returns = 0;
-  DWORD code;
-  while ((code = name.EnumKey(key.Get(), 0)) == ERROR_SUCCESS) {
-    // A name that leads to no key, though it is listed, was damaged or made under another code page.
-    returns = last.Compare(name.GetText()) == 0 ? returns + 1 : 0;
-    if (returns == kMostReturns) return ERROR_BADKEY;
-    last = name.GetText();
-    if (const DWORD failure = DeleteTree(key.Get(), name.GetText())) return failure;
-  }
-  if (code != ERROR_NO_MORE_ITEMS) return code;
-  return static_cast<DWORD>(RegDeleteKeyA(parent, subkey));
 }
 
 }  // namespace
@@ -333,7 +211,7 @@ Properties::PropertyType PersistentProperties::GetType(const BaseString<MbcsTrai
   return Operation("^ PersistentProperties::GetType()", "Failed to query the type of property.", [&] {
     const HKEY key = GetKey(Access::Read, OnFailure::NullWhenMissing);
     if (!key) return TYPE_NONE;
-    const QueryResult result = Query(key, name, nullptr, nullptr);
+    const QueryResult result = QueryType(key, name);
     if (result.code == ERROR_FILE_NOT_FOUND) return TYPE_NONE;
     if (result.code != ERROR_SUCCESS) ThrowRegistryError(result.code, kQueryValueFailed, name);
     return PropertyTypeOf(result.type);
