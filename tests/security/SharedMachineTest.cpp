@@ -218,6 +218,7 @@ std::vector<std::string> AsProgram(uid_t user, const std::string& order, const s
 }
 
 TEST_F(SharedMachine, NamedObjectsAreOpenOnlyWhenMadeSo) {
+  if (!test::OthersMayRunPrograms()) GTEST_SKIP() << "needs root, and programs that others may run";
   test::Child holder(AsProgram(FIRST, "hold-mutex", "closed"));
   ASSERT_EQ(holder.ReadLine(), "0");
   EXPECT_EQ(test::RunProgram(AsProgram(SECOND, "open-mutex", "closed")).output, "5\n");

@@ -131,4 +131,17 @@ inline std::string Sibling(const std::string& name) {
   return self.substr(0, self.rfind('/') + 1) + name;
 }
 
+// Whether this process is root's, who can become another user, and that user may run what was built here:
+// below a home folder that is closed to others he may not.
+inline bool OthersMayRunPrograms() {
+  if (geteuid() != 0) return false;
+  const std::string folder = Sibling("");
+  const pid_t child = fork();
+  if (child == 0)
+    _exit(setgid(65534) == 0 && setuid(65534) == 0 && access(folder.c_str(), R_OK | X_OK) == 0 ? 0 : 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status == 0;
+}
+
 }  // namespace test
