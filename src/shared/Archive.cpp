@@ -31,11 +31,12 @@ constexpr unsigned kAheadFrom = 4096;
 
 void WriteArchive::SetStream(Binary& stream, ArchiveFormatType format) {
   ORM_ASSERT(format != ARCHIVE_FORMAT_UNKNOWN, "format != ARCHIVE_FORMAT_UNKNOWN", kSource, 81);
-  stream.Clear();
-  stream.Reserve(kFirstReserve);
+  // Before there can be want of memory, so that nothing more is written into the former stream.
   mPos = 0;
   mpData = &stream;
   mFormat = format;
+  stream.Clear();
+  stream.Reserve(kFirstReserve);
 }
 
 void WriteArchive::Reserve(unsigned size) {

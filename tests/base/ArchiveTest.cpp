@@ -248,6 +248,17 @@ TEST(Archive, AWriterWithoutMemoryKeepsWhatItHas) {
     };
     EXPECT_GT(test::RefuseEachAllocation(operation, [&] { log.Take(); }), 0) << what;
   }
+  Binary former, next;
+  WriteArchive writer(former);
+  writer << uint8_t{1};
+  bool isRefused = false;
+  const auto operation = [&] { writer.SetStream(next); };
+  test::RefuseAllocation(0, operation, isRefused);
+  EXPECT_TRUE(isRefused);
+  log.Take();
+  writer << uint8_t{2};
+  EXPECT_EQ(BytesOf(former), kHeader + "\1");
+  EXPECT_EQ(BytesOf(next), kHeader + "\2");
 }
 
 // Whatever the bytes are, a reader throws an Error or yields values; it never needs more memory than there

@@ -52,7 +52,7 @@ class WriteArchive {
     SetStream(stream, format);
   }
 
-  // Starts writing into `stream`, whose content is dropped.
+  // Starts writing into `stream`, whose content is dropped; also when it throws for want of room to reserve.
   ORMUTIL_API void SetStream(Binary& stream, ArchiveFormatType format = ARCHIVE_FORMAT_DEFAULT);
   // Makes room for `size` more bytes, without changing the stream's size.
   ORMUTIL_API void Reserve(unsigned size);
