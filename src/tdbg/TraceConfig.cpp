@@ -71,6 +71,11 @@ class Key {
     std::strcpy(buffer, text);
     return true;
   }
+  // Whether the value is a string of any length.
+  bool IsText(const char* name) const {
+    DWORD type = 0;
+    return RegQueryValueExA(mKey, name, nullptr, &type, nullptr, nullptr) == ERROR_SUCCESS && type == REG_SZ;
+  }
   void Write(const char* name, const char* text) const {
     RegSetValueExA(mKey, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
                    static_cast<DWORD>(std::strlen(text) + 1));
@@ -130,9 +135,9 @@ void ReadGlobalValues(Key& rKey, Settings& rSettings) {
 
 void ReadModuleText(Key& rKey, const char* name, char* buffer, size_t size) {
   char text[TARGET_SIZE] = {};
-  if (rKey.Read(name, text, size) && text[0]) {
-    std::strcpy(buffer, text);
-  } else {
+  if (rKey.Read(name, text, size)) {
+    if (text[0]) std::strcpy(buffer, text);
+  } else if (!rKey.IsText(name)) {  // one that is too long stays, for its author to mend
     rKey.Repair(name, "");
   }
 }

@@ -64,7 +64,13 @@ TEST(TraceConfig, RepairsWhatItCannotUse) {
   SetRegistryText(MODULE_KEY, " option_autoassert", "q");
   SetRegistryText(MODULE_KEY, " info_nodynupdate", "1");
   SetRegistryText(MODULE_KEY, "area", "q");
+  // Too long to be used, and too good to be lost.
+  SetRegistryText(MODULE_KEY, " option_format", std::string(96, 'm'));
+  SetRegistryText(MODULE_KEY, " option_target", std::string(300, 'm'));
   TraceAreaRegister(area);
+  EXPECT_STREQ(trace_detail::facility.format, DEFAULT_FORMAT);
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_format"), std::string(96, 'm'));
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_target"), std::string(300, 'm'));
   EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_format"), DEFAULT_FORMAT);
   EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_blocktimes"), "n");
   EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_autoassert"), "d");
