@@ -1,5 +1,8 @@
 // FormatMessageA and FormatMessageW: where the text comes from and where the result goes.
+#include <malloc.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -59,21 +62,11 @@ DWORD Format(DWORD flags, const Char* text, va_list* arguments, MessageSink<Char
 template <typename Char>
 DWORD FormatAllocated(DWORD flags, const Char* text, Char** result, std::size_t size, va_list* arguments,
                       DWORD& length) {
-  MessageSink<Char> sink(flags & FORMAT_MESSAGE_MAX_WIDTH_MASK);
+  MessageSink<Char> sink(flags & FORMAT_MESSAGE_MAX_WIDTH_MASK, size);
   const DWORD error = Format(flags, text, arguments, sink);
   if (error != ERROR_SUCCESS) return error;
   length = static_cast<DWORD>(sink.Size());
-  Char* made = sink.Release();
-  if (size > MessageSink<Char>::mostUnits) size = MessageSink<Char>::mostUnits;
-  if (size > length + 1) {
-    auto* larger = static_cast<Char*>(std::realloc(made, size * sizeof(Char)));
-    if (larger == nullptr) {
-      std::free(made);
-      return ERROR_NOT_ENOUGH_MEMORY;
-    }
-    made = larger;
-  }
-  *result = made;
+  *result = sink.Release();
   return ERROR_SUCCESS;
 }
 
@@ -121,6 +114,7 @@ DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD 
 }
 
 HLOCAL WINAPI LocalFree(HLOCAL memory) {
+  if (memory != nullptr) explicit_bzero(memory, malloc_usable_size(memory));
   std::free(memory);
   return nullptr;
 }

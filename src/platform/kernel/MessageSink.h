@@ -2,6 +2,7 @@
 // line breaking that a width asks for.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,10 +19,13 @@ class MessageSink {
   // Into `room` units at `buffer`, terminator included.
   MessageSink(Char* buffer, std::size_t room, unsigned width)
       : mText(buffer), mRoom(room), mWidth(width < 0xFF ? width : 0) {}
-  // Into memory of its own.
-  explicit MessageSink(unsigned width) : MessageSink(nullptr, 0, width) { mOwns = true; }
+  // Into memory of its own, of at least `least` units as far as the limit allows.
+  MessageSink(unsigned width, std::size_t least) : MessageSink(nullptr, 0, width) {
+    mOwns = true;
+    mLeast = std::min(std::max<std::size_t>(least, 256), mostUnits);
+  }
   ~MessageSink() {
-    if (mOwns) std::free(mText);
+    if (mOwns) Discard();
   }
   MessageSink(const MessageSink&) = delete;
   MessageSink& operator=(const MessageSink&) = delete;
@@ -81,15 +85,24 @@ class MessageSink {
 
   bool Grow() {
     if (!mOwns || mRoom == mostUnits) return false;
-    const std::size_t room = mRoom == 0 ? 256 : mRoom * 2;
-    void* larger = std::realloc(mText, room * sizeof(Char));
+    const std::size_t room = mRoom == 0 ? mLeast : std::min(mRoom * 2, mostUnits);
+    // Not realloc, which gives memory back with the text in it.
+    auto* larger = static_cast<Char*>(std::malloc(room * sizeof(Char)));
     if (larger == nullptr) {
       mOutOfMemory = true;
       return false;
     }
-    mText = static_cast<Char*>(larger);
+    std::copy_n(mText, mSize, larger);
+    Discard();
+    mText = larger;
     mRoom = room;
     return true;
+  }
+
+  void Discard() {
+    if (mText == nullptr) return;
+    explicit_bzero(mText, mRoom * sizeof(Char));
+    std::free(mText);
   }
 
   // A blank beyond the end of a line becomes the break itself.
@@ -113,6 +126,7 @@ class MessageSink {
 
   Char* mText;
   std::size_t mRoom;
+  std::size_t mLeast = 0;  // of memory of its own
   std::size_t mSize = 0;
   std::size_t mWidth;  // 0: lines are as long as they are
   std::size_t mColumn = 0;
