@@ -105,9 +105,16 @@ const Row rows[] = {
     {"x%1!-", {1}, "error 87"},
     {"x%1!\xE9!", {1}, "error 87"},
     {"x%1!I6", {1}, "error 87"},
-    {"%1!999999999999d!", {1}, "error 122"},
-    {"%1!.999999999999d!", {1}, "error 122"},
-    {"%1!*d!", {0x80000000, 1}, "error 122"},
+    // Widths that fit no buffer must not send the caller to look for a larger one.
+    {"%1!65536d!", {1}, "error 122"},
+    {"%1!.65536d!", {1}, "error 122"},
+    {"%1!65537d!", {1}, "error 87"},
+    {"%1!65537s!", {P("a")}, "error 87"},
+    {"%1!.65537d!", {1}, "error 87"},
+    {"%1!999999999999d!", {1}, "error 87"},
+    {"%1!.999999999999d!", {1}, "error 87"},
+    {"%1!.999999999999s!", {P("whole")}, "whole"},
+    {"%1!*d!", {0x80000000, 1}, "error 87"},
 };
 
 TEST(Message, InsertsFromAnArray) {

@@ -46,6 +46,9 @@ struct InsertFormat {
 };
 
 constexpr std::int64_t mostWidth = 0x7FFFFFFF;
+// Padding beyond what any message may have is an error of the text: a buffer that is merely too small would
+// have the caller try larger ones, up to gigabytes.
+constexpr std::int64_t mostPadding = MessageSink<char>::mostUnits;
 
 template <typename Char>
 class Formatter {
@@ -103,7 +106,9 @@ class Formatter {
     if (IsDigit()) number = number * 10 + static_cast<unsigned>(*mAt++ - '0');
     InsertFormat format;
     if (*mAt == '!' && !ParseFormat(format)) return false;
-    PutInsert(format, TakeValue(format, number));
+    const ULONG_PTR value = TakeValue(format, number);
+    if (format.width > mostPadding || (!IsText(format) && format.precision > mostPadding)) return false;
+    PutInsert(format, value);
     return true;
   }
 
@@ -185,6 +190,10 @@ class Formatter {
     }
     if (hasStar && mArguments.GetForm() == MessageArguments::Form::List) return mArguments.TakeUnnumbered();
     return mArguments.Get(number);
+  }
+
+  static bool IsText(const InsertFormat& format) {
+    return std::string_view("cCsS").find(format.type) != std::string_view::npos;
   }
 
   void PutInsert(const InsertFormat& format, ULONG_PTR value) {

@@ -167,9 +167,10 @@ extern "C" {
 //
 // Syntax of the text:
 //   - %1 to %99: that insert as text; %1!format!: that insert in a printf format of flags "-+ #0", width and
-//     precision (numbers, or * for an argument), size h, l, w, I, I32, I64 or ll, and one of c C s S d i u x
-//     X o p. Numbers are 32 bits wide unless I, I64 or ll says otherwise; s and c are of the function's own
-//     width, S and C of the other one, h makes both 8-bit, l and w 16-bit.
+//     precision (numbers, or * for an argument; no width and no number's precision beyond 65,536), size h, l,
+//     w, I, I32, I64 or ll, and one of c C s S d i u x X o p. Numbers are 32 bits wide unless I, I64 or ll
+//     says otherwise; s and c are of the function's own width, S and C of the other one, h makes both 8-bit,
+//     l and w 16-bit.
 //   - %0 ends the text without a final line break; %n is a line break that is always kept, %r a carriage
 //   return, %t a
 //     tab, %b a blank; % before any other character gives that character: "%%", "%!", "%.", "% ".
@@ -186,7 +187,7 @@ ORM_PLATFORM_API DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID source, DWORD 
 ORM_PLATFORM_API DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD messageId, DWORD language,
                                              LPWSTR buffer, DWORD size, va_list* arguments);
 
-// Frees a buffer that FormatMessage allocated; null is left alone. Returns null.
+// Wipes and frees a buffer that FormatMessage allocated; null is left alone. Returns null.
 ORM_PLATFORM_API HLOCAL WINAPI LocalFree(HLOCAL memory);
 
 // ---- Locale texts ----
