@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "MessageResult.h"
 #include "SerializedText.h"
 
 namespace orm {
@@ -31,26 +32,6 @@ char Upper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-// What FormatMessage answered, in the form of the traits. An empty result is a success without characters.
-template <class Char>
-int MessageResult(DWORD length, Char* buffer, unsigned size) {
-  if (length != 0) return 1;
-  switch (GetLastError()) {
-    case ERROR_INSUFFICIENT_BUFFER:
-    case ERROR_MORE_DATA:
-      return 0;
-    case ERROR_SUCCESS:
-      if (size < sizeof(Char)) return 0;
-      *buffer = 0;
-      return 1;
-    default:
-      return -1;
-  }
-}
-
-constexpr DWORD kFromSystem =
-    FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
-
 }  // namespace
 
 int SbcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
@@ -64,7 +45,7 @@ int SbcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, 
 int SbcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
   const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
-  return MessageResult(FormatMessageA(kFromSystem, nullptr, code, 0, buffer, size, nullptr), buffer, size);
+  return MessageResult(FormatMessageA(kSystemMessage, nullptr, code, 0, buffer, size, nullptr), buffer, size);
 }
 
 unsigned SbcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePage, unsigned destCodePage,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "MessageResult.h"
 #include "SerializedText.h"
 #include "WideCase.h"
 #include "WidePrintf.h"
@@ -28,19 +29,6 @@ size_t SpanOf(const unsigned short* text, const unsigned short* set, bool inSet)
   return static_cast<size_t>(pos - text) * sizeof *text;
 }
 
-int MessageResult(DWORD length, unsigned short* buffer, unsigned units) {
-  if (length != 0) return 1;
-  const DWORD error = GetLastError();
-  if (error == ERROR_INSUFFICIENT_BUFFER || error == ERROR_MORE_DATA) return 0;
-  if (error != ERROR_SUCCESS) return -1;
-  if (units == 0) return 0;
-  *buffer = 0;
-  return 1;
-}
-
-constexpr DWORD kFromSystem =
-    FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
-
 }  // namespace
 
 int WcsTraits::FormatMessageV(Char* buffer, const Char* format, unsigned size, char* arguments) {
@@ -56,7 +44,8 @@ int WcsTraits::SystemError(Char* buffer, unsigned code, unsigned size) {
   const unsigned units = size / kUnitSize;
   const LastErrorKeeper keeper;
   SetLastError(ERROR_SUCCESS);
-  return MessageResult(FormatMessageW(kFromSystem, nullptr, code, 0, buffer, units, nullptr), buffer, units);
+  return MessageResult(FormatMessageW(kSystemMessage, nullptr, code, 0, buffer, units, nullptr), buffer,
+                       units);
 }
 
 unsigned WcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePage, unsigned,
