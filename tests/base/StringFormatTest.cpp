@@ -52,6 +52,12 @@ TEST(StringFormat, GrowsToTheTextAndNoFurther) {
     EXPECT_EQ(text.GetSize(), std::max<size_t>(1, static_cast<size_t>(length)));
     EXPECT_EQ(text.GetCapacity(), string_detail::RoundCapacity(std::max<size_t>(text.GetSize(), 4) + 1));
   }
+  for (int length : {10, 120, 300, 1025, 5000}) {
+    const std::string insert(static_cast<size_t>(length), 'i');
+    const String message = String::FormatInserts("%1", insert.c_str());
+    EXPECT_EQ(message.GetCapacity(), string_detail::RoundCapacity(insert.size() + 1));
+    EXPECT_STREQ(message.GetBegin(), insert.c_str());
+  }
   String text("kept capacity: a text of more than forty bytes");
   text.Format("%s:%d:%s", String("a"), -1, "b");
   EXPECT_STREQ(text.GetBegin(), "a:-1:b");
@@ -124,6 +130,47 @@ TEST(StringFormat, InsertsTakeStringsAndNumbers) {
   static const unsigned short open[] = {'%', '1', '!', 0};
   EXPECT_TRUE(WideString::FormatInserts(open, insert).IsEmpty());
   EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/include/BaseString", 2402, "forced assert")));
+}
+
+// An insert that is not there would be whatever the stack holds.
+TEST(StringFormat, InsertsThatAreNotThereAreNotRead) {
+  test::AssertionLog log;
+  const struct {
+    const char* format;
+    size_t taken;
+  } table[] = {
+      {"", 0},
+      {"100%% %n%! %", 0},
+      {"%0%9", 0},
+      {"%%1", 0},
+      {"%1", 1},
+      {"%2 %1", 2},
+      {"%12%3", 12},
+      {"%123", 12},
+      {"%1!-8s! 2*", 1},
+      {"%1!*d!", 2},
+      {"%1!*.*s!", 3},
+      {"%1!*.*s! %3 %4!*s!", 6},
+      {"%1!*d!%1!*d!", 3},
+      {"%2!*d! %5!u!", 6},
+      {"%7!", 7},
+      {"%99!*.*d!", 101},
+  };
+  for (const auto& [format, taken] : table) EXPECT_EQ(string_detail::CountInserts(format), taken) << format;
+  EXPECT_EQ(String::FormatInserts("%1!*d! %2!u!", 3, 7, 8), "  7 8") << "as many as there are";
+  static const unsigned short wide[] = {'%', '2', 0};
+  const std::function<bool()> operations[] = {
+      [] { return String::FormatInserts("%1").IsEmpty(); },
+      [] { return String::FormatInserts("%1 %3!u!", 1, 2).IsEmpty(); },
+      [] { return String::FormatInserts("%1!*d!", 1).IsEmpty(); },
+      [] { return WideString::FormatInserts(wide, 1).IsEmpty(); },
+      // Nor is room looked for that no message has.
+      [] { return String::FormatInserts("%1!2147483647d!", 1).IsEmpty(); },
+  };
+  for (const auto& isEmpty : operations) {
+    EXPECT_TRUE(isEmpty());
+    EXPECT_THAT(log.Take(), ElementsAre(test::Failure("src/include/BaseString", 2402, "forced assert")));
+  }
 }
 
 TEST(StringFormat, WithoutMemoryThereIsNoText) {

@@ -49,6 +49,9 @@ static_assert(sizeof(StringBlock) == 8);
 
 namespace string_detail {
 
+// The file that assertions name.
+inline constexpr const char* kSource = "src/include/BaseString";
+
 // Two zero bytes, so that the block reads as an empty text of 8-bit and of 16-bit characters.
 struct EmptyText {
   StringBlock block;
@@ -66,6 +69,10 @@ ORMUTIL_API StringBlock* RequestEmptyBlock();
 ORMUTIL_API StringBlock* AllocateBlock(size_t capacity, int line);
 // Wipes and frees a block whose count has fallen to 0.
 [[gnu::cold]] ORMUTIL_API void FreeBlock(StringBlock* pBlock) noexcept;
+
+// How many values of a list the format takes.
+ORMUTIL_API size_t CountInserts(const char* format);
+ORMUTIL_API size_t CountInserts(const unsigned short* format);
 
 inline StringBlock* TakeEmptyBlock() {
   StringBlock* block = RequestEmptyBlock();
@@ -208,12 +215,12 @@ class BaseString {
   // The list is left as it was.
   void FormatMessage(const Char* format, va_list arguments);
   // The same as a new string, with inserts that may be strings, texts, integers of up to pointer size and
-  // enumerators.
+  // enumerators. A format that takes more inserts than there are is a failure.
   template <class... Args>
   static BaseString FormatInserts(const Char* format, const Args&... args) {
-    return FormatMessageText(format, ToInsert(args)...);
+    return FormatCounted(sizeof...(Args), format, ToInsert(args)...);
   }
-  // The same with plain arguments, which must be of pointer size.
+  // The same with plain arguments, which must be of pointer size and as many as the format takes.
   static BaseString FormatMessageText(const Char* format, ...);
 
   // The prefix (may be null) followed by the system's message for the error number.
@@ -300,6 +307,7 @@ class BaseString {
   requires(std::is_integral_v<T> || std::is_enum_v<T>) static uintptr_t ToInsert(T value) {
     return static_cast<uintptr_t>(value);
   }
+  static BaseString FormatCounted(size_t count, const Char* format, ...);
 
   // What printf sees of an argument.
   static const Char* ToArgument(const BaseString& text) { return text.mpText; }
@@ -326,4 +334,13 @@ ORMUTIL_API DWORD GetSimpleStringHash(const char* text);
 
 }  // namespace orm
 
+#include <ormutil/BaseStringFormat.h>
 #include <ormutil/BaseStringOperations.h>
+
+namespace orm {
+
+extern template class ORMUTIL_API BaseString<SbcsTraits>;
+extern template class ORMUTIL_API BaseString<MbcsTraits>;
+extern template class ORMUTIL_API BaseString<WcsTraits>;
+
+}  // namespace orm

@@ -1,5 +1,5 @@
-// The longer operations of BaseString. Included by BaseString.h, never directly. The three instantiations
-// live in libormutil; the definitions stand in a header for traits of a client's own.
+// The longer operations of BaseString, but for formatting. Included by BaseString.h, never directly. The
+// three instantiations live in libormutil; the definitions stand in a header for traits of a client's own.
 #pragma once
 
 #include <ormutil/CopyBytes.h>
@@ -12,7 +12,6 @@ namespace orm {
 
 namespace string_detail {
 
-inline constexpr const char* kSource = "src/include/BaseString";
 inline constexpr int kLineWriting = 1924;
 inline constexpr int kLineConstruction = 1949;
 
@@ -270,88 +269,6 @@ void BaseString<Traits>::MakeUpper() {
 }
 
 template <class Traits>
-void BaseString<Traits>::FormatArguments(const Char* formatString, ...) {
-  va_list arguments;
-  va_start(arguments, formatString);
-  FormatV(formatString, arguments);
-  va_end(arguments);
-}
-
-// What is formatted may lie in the present text, which therefore stays as it is until the new one is there.
-// Each try has twice the room of the last, so that all tries together cost no more than a few of the last
-// one's size.
-template <class Traits>
-template <class Write>
-void BaseString<Traits>::Rewrite(size_t request, Write write) try {
-  BaseString result{Uncounted()};
-  if (!IsShared()) request = std::max<size_t>(request, GetCapacity());
-  for (;;) {
-    Char* text = result.PrepareWriting(request, false);
-    *text = 0;
-    request = size_t{result.GetCapacity()} * 2;
-    const int outcome = write(text, result.GetCapacity(), request);
-    if (outcome < 0) *text = 0;
-    if (outcome != 0) return Swap(result);
-  }
-} catch (const std::bad_alloc&) {
-  Empty();
-}
-
-template <class Traits>
-void BaseString<Traits>::FormatV(const Char* formatString, va_list arguments) {
-  ORM_ASSERT(formatString != nullptr, "formatString != 0", string_detail::kSource, 2295);
-  if (!formatString) return Empty();
-  const auto write = [&](Char* text, unsigned capacity, size_t& request) {
-    va_list copy;
-    va_copy(copy, arguments);
-    const int length = Traits::FormatV(text, capacity, formatString, copy);
-    va_end(copy);
-    if (length < 0) return -1;
-    // What is missing is known here, and asking for it ends at the capacity that growing by steps would
-    // reach.
-    request = (static_cast<size_t>(length) + 1) * sizeof(Char);
-    return request <= capacity ? 1 : 0;
-  };
-  Rewrite(Traits::GetSize(formatString) + sizeof(Char), write);
-}
-
-template <class Traits>
-void BaseString<Traits>::FormatMessage(const Char* format, va_list arguments) {
-  if (!format || *format == 0) return Empty();
-  const auto write = [&](Char* text, unsigned capacity, size_t&) {
-    va_list copy;
-    va_copy(copy, arguments);
-    const int result = Traits::FormatMessageV(text, format, capacity, reinterpret_cast<char*>(&copy));
-    va_end(copy);
-    if (result < 0) ORM_FORCED_ASSERT(string_detail::kSource, 2402);
-    return result;
-  };
-  Rewrite(Traits::GetSize(format) + sizeof(Char), write);
-}
-
-template <class Traits>
-auto BaseString<Traits>::FormatMessageText(const Char* format, ...) -> BaseString {
-  BaseString result;
-  va_list arguments;
-  va_start(arguments, format);
-  result.FormatMessage(format, arguments);
-  va_end(arguments);
-  return result;
-}
-
-template <class Traits>
-void BaseString<Traits>::SetSystemError(DWORD code, const Char* prefix) {
-  const size_t size = prefix ? Traits::GetSize(prefix) : 0;
-  const auto write = [&](Char* text, unsigned capacity, size_t&) {
-    if (size != 0) std::memcpy(text, prefix, size);
-    Char* message = text + size / sizeof(Char);
-    *message = 0;
-    return Traits::SystemError(message, code, static_cast<unsigned>(capacity - size));
-  };
-  Rewrite(size + 32, write);
-}
-
-template <class Traits>
 unsigned BaseString<Traits>::GetSerializedSize(unsigned) const {
   return IsEmpty() ? 4 : static_cast<unsigned>(GetSize() + sizeof(Char) + 8);
 }
@@ -409,9 +326,5 @@ size_t BaseString<Traits>::Deserialize(const unsigned char* buffer, size_t avail
   Traits::SerializeFrom(dest, text, source, target, size);
   return size_t{stored} + 8;
 }
-
-extern template class ORMUTIL_API BaseString<SbcsTraits>;
-extern template class ORMUTIL_API BaseString<MbcsTraits>;
-extern template class ORMUTIL_API BaseString<WcsTraits>;
 
 }  // namespace orm
