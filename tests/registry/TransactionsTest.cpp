@@ -55,6 +55,21 @@ TEST(Transactions, ThatOutgrowTheirEstimateFailAndLeaveTheRestUsable) {
   EXPECT_EQ(ValueNames(key).size(), 100u);
 }
 
+TEST(Transactions, EndWithTheirThread) {
+  Key user(HKEY_CURRENT_USER, "K"), machine(HKEY_LOCAL_MACHINE, "K");
+  for (const HKEY key : {HKEY{user}, HKEY{machine}}) {
+    std::thread([key] {
+      ASSERT_EQ(OrmRegBeginTransaction(key, 0), 0);
+      EXPECT_EQ(SetNumber(key, "a", 1), 0);
+    }).join();
+    // The thread may be followed by one of the same identity.
+    std::thread([key] { EXPECT_EQ(OrmRegCommitTransaction(key), 1); }).join();
+    EXPECT_EQ(GetNumber(key, "a"), 0xDEADBEEF);
+    EXPECT_EQ(SetNumber(key, "b", 2), 0) << "nobody is locked out";
+    EXPECT_EQ(InChild([key] { return SetNumber(key, "c", 3); }), 0);
+  }
+}
+
 TEST(Transactions, StayTheParentsOverFork) {
   Key key(HKEY_CURRENT_USER, "K");
   ASSERT_EQ(OrmRegBeginTransaction(key, 0), 0);

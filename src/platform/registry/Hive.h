@@ -60,6 +60,8 @@ class Hive {
   // A transaction of the calling thread that lasts over several Write calls; see registryx.h.
   DWORD BeginBatch(std::uint64_t bytes);
   DWORD EndBatch(bool commit);
+  // Ends all that the calling thread has begun.
+  static void AbortBatches();
   [[nodiscard]] bool InBatch() const { return mBatchOwner.load(std::memory_order_relaxed) == ThisThread(); }
 
   DWORD Flush();

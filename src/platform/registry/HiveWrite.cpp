@@ -12,6 +12,15 @@ namespace {
 
 constexpr std::uint64_t largestMap = std::uint64_t{1} << 40;
 
+// A thread that ends has not finished the transactions that it is in, and nobody else can.
+struct ThreadEnd {
+  bool hasBegun = false;  // a transaction, once
+  ~ThreadEnd() {
+    if (hasBegun) Hive::AbortBatches();
+  }
+};
+thread_local ThreadEnd tThreadEnd;
+
 }  // namespace
 
 // Changes the size of the map; 0 takes over what another process has made of it. The caller holds mWriter and
@@ -123,6 +132,7 @@ DWORD Hive::BeginBatch(std::uint64_t bytes) {
     return ErrorFromStore(result);
   }
   mBatchOwner = ThisThread();
+  tThreadEnd.hasBegun = true;
   return ERROR_SUCCESS;
 }
 
@@ -140,6 +150,15 @@ DWORD Hive::EndBatch(bool commit) {
   mWriter.unlock();
   const DWORD error = result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
   return error == errorMapFull ? ERROR_NO_SYSTEM_RESOURCES : error;
+}
+
+void Hive::AbortBatches() {
+  std::unique_lock lock(msHivesLock);
+  Hive* hive = msHives;
+  lock.unlock();  // nothing in the list changes or goes
+  for (; hive != nullptr; hive = hive->mNext) {
+    if (hive->InBatch()) hive->EndBatch(false);
+  }
 }
 
 DWORD Hive::Flush() {

@@ -11,8 +11,9 @@ extern "C" {
 // local machine: on both its halves, see registry.h; each half is committed in one step; for a user who may
 // write the open keys only, on their half, and writing the other one fails with 5). Until the same
 // thread ends it, its calls read and write inside the transaction and others see none of it; their writes
-// wait. `expectedBytes` is an estimate of what will be stored; a transaction that outgrows it by much fails
-// with 1450 and can only be aborted. 170 when this thread has one already, 5 when the part cannot be written.
+// wait. A thread that ends without it aborts it. `expectedBytes` is an estimate of what will be stored; a
+// transaction that outgrows it by much fails with 1450 and can only be aborted. 170 when this thread has one
+// already, 5 when the part cannot be written.
 ORM_PLATFORM_API LSTATUS OrmRegBeginTransaction(HKEY key, uint64_t expectedBytes);
 ORM_PLATFORM_API LSTATUS OrmRegCommitTransaction(HKEY key);
 ORM_PLATFORM_API LSTATUS OrmRegAbortTransaction(HKEY key);
