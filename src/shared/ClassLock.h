@@ -27,11 +27,22 @@ class ManagerLock {
   // Alone; as often as the thread likes.
   void Enter() {
     EnterCriticalSection(&mSection);
-    if (mDepth++ == 0) CloseGate();
+    if (mDepth++ != 0) return;
+    mOwner.store(GetCurrentThreadId(), std::memory_order_relaxed);
+    CloseGate();
   }
   void Leave() {
-    if (--mDepth == 0) mIsClosed.store(false, std::memory_order_release);
+    if (--mDepth == 0) {
+      mOwner.store(0, std::memory_order_relaxed);
+      mIsClosed.store(false, std::memory_order_release);
+    }
     LeaveCriticalSection(&mSection);
+  }
+  // For a thread that goes no further, whatever it was at: others find what a component finds that calls the
+  // manager from there.
+  void LeaveForEver() {
+    if (mOwner.load(std::memory_order_relaxed) != GetCurrentThreadId()) return;
+    for (DWORD depth = mDepth; depth > 0; --depth) Leave();
   }
 
   // How a thread shares the lock; to be given back to LeaveShared.
@@ -76,7 +87,8 @@ class ManagerLock {
   }
 
   CRITICAL_SECTION mSection;
-  DWORD mDepth = 0;  // of the thread that holds it alone
+  DWORD mDepth = 0;              // of the thread that holds it alone
+  std::atomic<DWORD> mOwner{0};  // that thread
   alignas(64) std::atomic<bool> mIsClosed{false};
   std::array<Sharers, SHARES> mSharers;
 };

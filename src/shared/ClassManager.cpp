@@ -59,6 +59,10 @@ void UnlockClassManager() {
   reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().Leave();
 }
 
+void LeaveClassManagerForEver() {
+  reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().LeaveForEver();
+}
+
 ClassManager* GetClassMgr() {
   ClassManagerImpl* pManager = ClassManagerImpl::GetCurrent();
   if (!pManager) HoldAfterDetach();

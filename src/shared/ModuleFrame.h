@@ -16,6 +16,7 @@ void BuildClassManager();  // ClassManager.cpp
 void CloseClassManager();
 void LockClassManager();
 void UnlockClassManager();
+void LeaveClassManagerForEver();
 
 void BuildThreadRegistrar();  // ThreadInterrupt.cpp
 void CloseThreadRegistrar();

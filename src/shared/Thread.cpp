@@ -2,6 +2,7 @@
 #include <ormutil/Thread.h>
 
 #include "Areas.h"
+#include "ModuleFrame.h"
 #include "ThreadModule.h"
 
 #include <algorithm>
@@ -45,6 +46,8 @@ bool HoldAfterDetach() {
   const DWORD detaching = GetDetachingThread();
   if (detaching == 0) return false;
   if (detaching == GetCurrentThreadId()) return true;
+  // A component that is being listed may have come here; the detaching thread waits for the lock.
+  LeaveClassManagerForEver();
   for (;;) ::Sleep(INFINITE);
 }
 

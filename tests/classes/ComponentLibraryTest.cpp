@@ -517,6 +517,7 @@ TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
   for (int i = 0; i < 12; ++i) {
     ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
   }
+  EXPECT_THAT(HostProcess::Run({"exit-listing"}), ElementsAre("listing"));
 }
 
 TEST(ComponentLibrary, PathsAreChecked) {

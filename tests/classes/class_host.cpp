@@ -6,8 +6,10 @@
 //   input hold-mutex      takes the cache's mutex and waits     churn PATH  stores into the cache for ever
 //   call-each PATH CLASS  every operation of the manager once
 //   exit-busy PATH        prints "busy" and ends while threads use the manager; PATH offers CID_Alpha
+//   exit-listing          prints "listing" and ends while a factory is being listed
 #include <fcntl.h>
 #include <ormutil/ClassManager.h>
+#include <ormutil/Thread.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -161,6 +163,26 @@ void ExitBusy(const char* path) {
   Print("busy");
 }
 
+// Uses its thread for as long as it is listed, which is for ever.
+class EndlessFactory final : public PlainFactory {
+ public:
+  static inline std::atomic<bool> isListed{false};
+
+  [[noreturn]] void EnumClasses(std::vector<orm::ClassDescription>&) override {
+    isListed = true;
+    isListed.notify_one();
+    for (;;) orm::Thread::CheckInterrupted();
+  }
+};
+
+void ExitListing() {
+  std::thread([] {
+    GetClassMgr()->Register(FacePtr<orm::ClassFactory>::Adopt(new EndlessFactory()));
+  }).detach();
+  EndlessFactory::isListed.wait(false);
+  Print("listing");
+}
+
 // Runs one command; `argument` is the word after it. Returns how many words it took.
 int Run(const std::string& command, const char* argument) {
   if (command == "register") return Register(argument), 2;
@@ -175,6 +197,7 @@ int Run(const std::string& command, const char* argument) {
     return Wait(), 1;
   }
   if (command == "exit-busy") return ExitBusy(argument), 2;
+  if (command == "exit-listing") return ExitListing(), 1;
   if (command == "churn") Churn(argument);
   Print("what is " + command + "?");
   return 1;
