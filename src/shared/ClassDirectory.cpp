@@ -52,7 +52,9 @@ DirectoryIntl::~DirectoryIntl() {
   std::exchange(mMasks, {}).clear();
   // A thread that is creating at the end of the process comes back to the library's record: it stays.
   for (const auto& library : mLibraries) {
-    if (library->IsBusy()) mrManager.KeepToTheEnd(library);
+    if (!library->IsBusy()) continue;
+    library->ReportIfLoaded();
+    mrManager.KeepToTheEnd(library);
   }
   std::exchange(mLibraries, {}).clear();
   if (mhChange != INVALID_HANDLE_VALUE) FindCloseChangeNotification(mhChange);

@@ -55,15 +55,18 @@ LibraryIntl::LibraryIntl(ClassManagerImpl& rManager, const Path& directory, cons
 }
 
 LibraryIntl::~LibraryIntl() {
-  if (mModule) {
-    TraceWrite(areaClassManager, TRACE_WARNING, false, FILE_NAME, __LINE__,
-               "ClassManager termination: library '%s' was not unloaded. Not all object were released or "
-               "possible lock counting error.",
-               mFileName);
-  }
+  ReportIfLoaded();
   Unregister();
   // Objects that are still alive keep their code.
   mModule.Detach();
+}
+
+void LibraryIntl::ReportIfLoaded() const {
+  if (!mModule) return;
+  TraceWrite(areaClassManager, TRACE_WARNING, false, FILE_NAME, __LINE__,
+             "ClassManager termination: library '%s' was not unloaded. Not all object were released or "
+             "possible lock counting error.",
+             mFileName);
 }
 
 void LibraryIntl::Load(const CacheEntry* pCacheEntry) {

@@ -55,6 +55,8 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   void Refresh();
   // 1: freed now, 0: was not loaded, -1: still in use. The classes stay registered.
   int Unload(bool force);
+  // Traces that the manager ends and leaves the library loaded, if it is.
+  void ReportIfLoaded() const;
   // Asks the loaded library for an object.
   void CreateInstance(const String& classId, FacePtr<BaseFace>& rObject);
 

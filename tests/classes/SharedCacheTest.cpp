@@ -337,16 +337,23 @@ TEST_F(TracedManager, ReportsWhatCannotBeLoadedOrFreed) {
 // When the manager ends, the trace facility has ended before it: only the debugger hears of it.
 TEST_F(TracedManager, NamesTheLibraryThatStaysAtItsEnd) {
   SetValue("SOFTWARE\\tdbg_trace\\1.0", " option_target", "<dbglog>");
-  orm::platform::DebugWatch watch;
-  HostProcess host({"register", GetPath(), "create", "CID_Beta", "keep", "CID_Alpha"});
-  std::string line;
-  for (orm::platform::DebugRecord record; line.empty() && watch.Read(record, 20'000);) {
-    if (const size_t begin = record.text.find("ClassManager termination"); begin != std::string::npos)
-      line = record.text.substr(begin, record.text.find_last_not_of("\r\n") + 1 - begin);
+  mFolder.Add("calling_back");
+  const struct {
+    std::vector<std::string> commands;
+    const char* stays;
+  } table[] = {{{"register", GetPath(), "create", "CID_Beta", "keep", "CID_Alpha"}, "alpha.dll"},
+               {{"exit-creating", GetPath("calling_back.dll")}, "calling_back.dll"}};
+  for (const auto& row : table) {
+    orm::platform::DebugWatch watch;
+    HostProcess host(row.commands);
+    std::string line;
+    for (orm::platform::DebugRecord record; line.empty() && watch.Read(record, 20'000);) {
+      if (const size_t begin = record.text.find("ClassManager termination"); begin != std::string::npos)
+        line = record.text.substr(begin, record.text.find_last_not_of("\r\n") + 1 - begin);
+    }
+    EXPECT_EQ(line, std::string("ClassManager termination: library '") + row.stays +
+                        "' was not unloaded. Not all object were released or possible lock counting error.");
   }
-  EXPECT_EQ(line,
-            "ClassManager termination: library 'alpha.dll' was not unloaded. Not all object were released or "
-            "possible lock counting error.");
 }
 
 // A file that no path can name is an assertion, and passed over like other files that are no libraries.

@@ -7,6 +7,7 @@
 //   call-each PATH CLASS  every operation of the manager once
 //   exit-busy PATH        prints "busy" and ends while threads use the manager; PATH offers CID_Alpha
 //   exit-listing          prints "listing" and ends while a factory is being listed
+//   exit-creating PATH    ends while the library makes an object; PATH offers CID_CallingBack
 #include <fcntl.h>
 #include <ormutil/ClassManager.h>
 #include <ormutil/Thread.h>
@@ -163,24 +164,43 @@ void ExitBusy(const char* path) {
   Print("busy");
 }
 
-// Uses its thread for as long as it is listed, which is for ever.
+// Never comes back from being listed or from a creation, and uses its thread meanwhile.
 class EndlessFactory final : public PlainFactory {
  public:
-  static inline std::atomic<bool> isListed{false};
+  explicit EndlessFactory(bool isEndlessToList) : mIsEndlessToList(isEndlessToList) {}
 
-  [[noreturn]] void EnumClasses(std::vector<orm::ClassDescription>&) override {
-    isListed = true;
-    isListed.notify_one();
+  void CreateInstance(const orm::String&, FacePtr<orm::BaseFace>&) override { Stay(); }
+  void EnumClasses(std::vector<orm::ClassDescription>& classes) override {
+    if (mIsEndlessToList) Stay();
+    classes.push_back({"CID_Alpha", {}, {}});
+  }
+  static void WaitUntilItStays() { msStays.wait(false); }
+
+ private:
+  static inline std::atomic<bool> msStays{false};
+
+  [[noreturn]] static void Stay() {
+    msStays = true;
+    msStays.notify_one();
     for (;;) orm::Thread::CheckInterrupted();
   }
+
+  const bool mIsEndlessToList;
 };
 
 void ExitListing() {
   std::thread([] {
-    GetClassMgr()->Register(FacePtr<orm::ClassFactory>::Adopt(new EndlessFactory()));
+    GetClassMgr()->Register(FacePtr<orm::ClassFactory>::Adopt(new EndlessFactory(true)));
   }).detach();
-  EndlessFactory::isListed.wait(false);
+  EndlessFactory::WaitUntilItStays();
   Print("listing");
+}
+
+void ExitCreating(const char* path) {
+  GetClassMgr()->Register(path);
+  GetClassMgr()->Register(FacePtr<orm::ClassFactory>::Adopt(new EndlessFactory(false)));
+  std::thread([] { GetClassMgr()->CreateInstance("CID_CallingBack", "IID_BaseFace"); }).detach();
+  EndlessFactory::WaitUntilItStays();
 }
 
 // Runs one command; `argument` is the word after it. Returns how many words it took.
@@ -198,6 +218,7 @@ int Run(const std::string& command, const char* argument) {
   }
   if (command == "exit-busy") return ExitBusy(argument), 2;
   if (command == "exit-listing") return ExitListing(), 1;
+  if (command == "exit-creating") return ExitCreating(argument), 2;
   if (command == "churn") Churn(argument);
   Print("what is " + command + "?");
   return 1;
