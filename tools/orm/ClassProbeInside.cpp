@@ -3,7 +3,6 @@
 #include <ormutil/Error.h>
 #include <ormutil/FacePtr.h>
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,6 +13,7 @@
 #include "Console.h"
 #include "Failure.h"
 #include "Text.h"
+#include "kernel/FolderReader.h"
 #include "kernel/Paths.h"
 
 namespace orm::tool {
@@ -38,12 +38,12 @@ std::set<std::string> MappedFiles() {
 
 std::set<std::string> Threads() {
   std::set<std::string> threads;
-  DIR* folder = ::opendir("/proc/self/task");
-  if (!folder) return threads;
-  while (const dirent* entry = ::readdir(folder)) {
+  platform::FolderReader reader("/proc/self/task");
+  while (const dirent* entry = reader.Next()) {
     if (entry->d_name[0] != '.') threads.insert(entry->d_name);
   }
-  ::closedir(folder);
+  if (const int error = reader.GetError())
+    throw Failure(std::string("cannot list the threads: ") + std::strerror(error));
   return threads;
 }
 

@@ -1,19 +1,18 @@
 // orm machine: the folder that all processes of one machine share.
 #include <win32/registryx.h>
 
-#include <dirent.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string_view>
 #include <system_error>
 
@@ -22,6 +21,7 @@
 #include "Failure.h"
 #include "RegStore.h"
 #include "Text.h"
+#include "kernel/FolderReader.h"
 #include "kernel/Machine.h"
 
 namespace orm::tool {
@@ -32,13 +32,22 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* SHARED_FOLDER = "/var/lib/ormutil";
 
-std::vector<std::string> Entries(const std::string& folder) {
-  std::set<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), ::closedir);
-  while (const dirent* entry = open ? ::readdir(open.get()) : nullptr) {
-    if (entry->d_name[0] != '.') names.insert(entry->d_name);
+// Adds the names in order, as far as they can be read; 0, or an errno value.
+int ReadEntries(const std::string& folder, std::vector<std::string>& names) {
+  platform::FolderReader reader(folder);
+  while (const dirent* entry = reader.Next()) {
+    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
   }
-  return {names.begin(), names.end()};
+  std::sort(names.begin(), names.end());
+  return reader.GetError();
+}
+
+// None when there is no such folder.
+std::vector<std::string> Entries(const std::string& folder) {
+  std::vector<std::string> names;
+  const int error = ReadEntries(folder, names);
+  if (error != 0 && error != ENOENT) throw Failure("cannot list " + folder + ": " + std::strerror(error));
+  return names;
 }
 
 std::string LinkTarget(const std::string& path) {
@@ -70,7 +79,9 @@ std::vector<std::string> Holders(const std::string& path) {
   for (const std::string& process : Entries("/proc")) {
     if (process.find_first_not_of("0123456789") != std::string::npos) continue;
     const std::string folder = "/proc/" + process + "/fd";
-    for (const std::string& descriptor : Entries(folder)) {
+    std::vector<std::string> descriptors;
+    (void)ReadEntries(folder, descriptors);  // it may be another user's, or end meanwhile
+    for (const std::string& descriptor : descriptors) {
       if (LinkTarget(folder + "/" + descriptor) != path) continue;
       holders.push_back(process);
       break;
