@@ -3,6 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "RunOrm.h"
 
 namespace orm::test {
@@ -36,6 +39,22 @@ TEST(ClassCommand, DefaultPathsAreForEveryProcess) {
   ASSERT_EQ(RunOrm({"class", "paths", "--remove", Fixture("good")}).code, 0);
   EXPECT_THAT(RunOrm({"class", "list"}).out, testing::Not(HasSubstr("CID_Good")));
   EXPECT_EQ(RunOrm({"class", "paths", "--remove", Fixture("good")}).code, 1);
+}
+
+TEST(ClassCommand, DefaultPathsMayBeLongAndGone) {
+  const std::filesystem::path base = std::getenv("ORM_MACHINE");
+  const std::filesystem::path gone = base / std::string(150, 'a') / std::string(150, 'b'),
+                              tooLong = gone / std::string(250, 'c');
+  std::filesystem::create_directories(tooLong);
+  EXPECT_THAT(RunOrm({"class", "paths", "--add", tooLong}).err, HasSubstr("515 bytes"));
+  for (const std::string& path : {gone.string(), Fixture("good")})
+    ASSERT_EQ(RunOrm({"class", "paths", "--add", path}).code, 0);
+  EXPECT_THAT(RunOrm({"class", "list"}).out, HasSubstr("CID_Good")) << "the long one keeps nobody from it";
+  std::filesystem::remove_all(gone);
+  EXPECT_EQ(RunOrm({"class", "paths", "--add", gone}).code, 1);
+  const Outcome removed = RunOrm({"class", "paths", "--remove", gone});
+  EXPECT_EQ(removed.code, 0) << removed.err;
+  EXPECT_EQ(nlohmann::json::parse(RunOrm({"class", "paths", "--json"}).out)["defaults"].size(), 1u);
 }
 
 TEST(ClassCommand, ShowsAndVerifiesTheCache) {

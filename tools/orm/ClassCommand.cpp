@@ -2,10 +2,12 @@
 #include <ormutil/ClassManager.h>
 #include <ormutil/Error.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
-#include "ClassCacheView.h"
 #include "ClassProbe.h"
 #include "Command.h"
 #include "Console.h"
@@ -36,17 +38,21 @@ std::string Shown(const String& text) {
   return ToDisplay(text.GetBegin());
 }
 
-// A path of the interfaces as it is; a path of the disk as the interfaces name it.
-String InterfacePath(const std::string& text) {
+// A path of the interfaces as it is; a path of the disk as the interfaces name it. With `mayBeGone` what is
+// not there, or not any more, has a path as well.
+String InterfacePath(const std::string& text, bool mayBeGone = false) {
   if (text.find('\\') != std::string::npos || (text.size() > 1 && text[1] == ':')) return ToString(text);
   const std::size_t wild = text.find_first_of("*?");
   const std::size_t cut = wild == std::string::npos ? std::string::npos : text.rfind('/', wild);
   const std::string folder = wild == std::string::npos  ? text
                              : cut == std::string::npos ? "."
                                                         : text.substr(0, cut);
-  const std::unique_ptr<char, void (*)(void*)> real(::realpath(folder.c_str(), nullptr), std::free);
-  if (!real) throw Failure("there is no file or folder " + folder);
-  std::string path = platform::AnsiPath(real.get());
+  std::error_code error;
+  const std::filesystem::path real = mayBeGone ? std::filesystem::weakly_canonical(folder, error)
+                                               : std::filesystem::canonical(folder, error);
+  if (error == std::errc::no_such_file_or_directory) throw Failure("there is no file or folder " + folder);
+  if (error) throw Failure("cannot find " + folder + ": " + error.message());
+  std::string path = platform::AnsiPath(real);
   if (wild != std::string::npos) path += "\\" + text.substr(cut == std::string::npos ? 0 : cut + 1);
   return path.c_str();
 }
@@ -71,17 +77,33 @@ struct PathsOptions {
   bool json = false;
 };
 
+// The names of the values carry no meaning; a name too long would keep processes from the values behind it.
+std::string NewName(const std::vector<RegEntry>& present) {
+  const auto isTaken = [&](const std::string& name) {
+    return std::any_of(present.begin(), present.end(), [&](const auto& entry) { return entry.name == name; });
+  };
+  std::size_t number = present.size() + 1;
+  while (isTaken(std::to_string(number))) ++number;
+  return std::to_string(number);
+}
+
 void ChangePaths(const std::string& path, bool add) {
-  const std::string text = InterfacePath(path).GetBegin();
+  constexpr std::size_t LONGEST = 515;  // that processes read
+  const std::string text = InterfacePath(path, !add).GetBegin();
+  if (add && text.size() > LONGEST)
+    throw Failure(ToDisplay(text) + " is longer than the " + std::to_string(LONGEST) +
+                  " bytes of a default path");
   RegSection section{GetLibraryPaths(), false, {}, {}};
-  const RegDocument present = ReadRegTree(GetLibraryPaths(), false);
-  for (const RegEntry& entry : present.empty() ? std::vector<RegEntry>() : present.front().entries) {
-    const bool same = _mbsicmp(reinterpret_cast<const unsigned char*>(entry.data->bytes.c_str()),
+  const RegDocument document = ReadRegTree(GetLibraryPaths(), false);
+  const std::vector<RegEntry> present = document.empty() ? std::vector<RegEntry>() : document.front().entries;
+  for (const RegEntry& entry : present) {
+    const bool same = entry.data->type == REG_SZ &&
+                      _mbsicmp(reinterpret_cast<const unsigned char*>(entry.data->bytes.c_str()),
                                reinterpret_cast<const unsigned char*>(text.c_str())) == 0;
     if (same && add) return;
     if (same) section.entries.push_back({entry.name, std::nullopt, {}});
   }
-  if (add) section.entries.push_back({text, RegData{REG_SZ, text + '\0'}, {}});
+  if (add) section.entries.push_back({NewName(present), RegData{REG_SZ, text + '\0'}, {}});
   if (section.entries.empty()) throw Failure(ToDisplay(text) + " is not among the default paths");
   try {
     ApplyWithUndo({section});
@@ -247,129 +269,6 @@ void AddCreate(CLI::App& parent) {
   command->callback([options] { Create(*options); });
 }
 
-// ---- cache
-
-std::string StampText(uint64_t stamp) {
-  const FILETIME time{static_cast<DWORD>(stamp), static_cast<DWORD>(stamp >> 32)};
-  SYSTEMTIME elements;
-  if (stamp == 0 || !FileTimeToSystemTime(&time, &elements)) return "-";
-  char text[64];
-  std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", elements.wYear, elements.wMonth,
-                elements.wDay, elements.wHour, elements.wMinute, elements.wSecond);
-  return text;
-}
-
-class Handle {
- public:
-  explicit Handle(HANDLE handle) : mHandle(handle) {}
-  ~Handle() {
-    if (mHandle) CloseHandle(mHandle);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  HANDLE Get() const { return mHandle; }
-
- private:
-  HANDLE mHandle;
-};
-
-// A copy of the block, taken while its mutex is held so that no change is half done.
-std::string CopyBlock() {
-  constexpr DWORD SIZE = 0x10000, PATIENCE = 5000;
-  const Handle mutex(OpenMutexA(SYNCHRONIZE, FALSE, "zr41_clsmgr_mtx"));
-  const Handle mapping(OpenFileMappingA(FILE_MAP_READ, FALSE, "zr41_clsmgr_map"));
-  if (!mapping.Get()) throw Failure("no process of this machine has a class cache: it could not be opened");
-  const DWORD waited = mutex.Get() ? WaitForSingleObject(mutex.Get(), PATIENCE) : WAIT_TIMEOUT;
-  if (waited == WAIT_TIMEOUT)
-    std::fprintf(stderr, "orm: the mutex of the cache was not free; the copy may be of a change half done\n");
-  std::string block;
-  if (const void* view = MapViewOfFile(mapping.Get(), FILE_MAP_READ, 0, 0, SIZE)) {
-    block.assign(static_cast<const char*>(view), SIZE);
-    UnmapViewOfFile(view);
-  }
-  if (waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED) ReleaseMutex(mutex.Get());
-  if (block.empty()) throw SystemFailure("cannot map the class cache", GetLastError());
-  return block;
-}
-
-Json CacheToJson(const ClassCacheView& view) {
-  Json json{{"magic", {view.magic[0], view.magic[1], view.magic[2]}},
-            {"blockSize", view.blockSize},
-            {"dataStart", view.dataStart},
-            {"capacity", view.capacity},
-            {"lastSlot", view.lastSlot},
-            {"usedBytes", view.usedBytes},
-            {"slots", Json::array()},
-            {"faults", view.faults}};
-  for (const ClassCacheSlot& slot : view.slots) {
-    json["slots"].push_back({{"offset", slot.offset},
-                             {"size", slot.size},
-                             {"order", slot.order},
-                             {"lastUse", slot.lastUse},
-                             {"stamp", slot.stamp},
-                             {"hash", slot.hash},
-                             {"name", ToDisplay(slot.name)},
-                             {"payloadSize", slot.payloadSize},
-                             {"classes", slot.classes}});
-  }
-  return json;
-}
-
-void PrintCache(const ClassCacheView& view) {
-  char head[160];
-  std::snprintf(head, sizeof head,
-                "magic %08x %08x %08x, %u bytes, data from %u, %zu of %u slots, %u bytes used", view.magic[0],
-                view.magic[1], view.magic[2], view.blockSize, view.dataStart, view.slots.size(),
-                view.capacity, view.usedBytes);
-  PrintLine(head);
-  Table table(
-      {"SLOT", "ORDER", "OFFSET", "SIZE", "HASH", "FILE TIME", "LAST USE", "PAYLOAD", "CLASSES", "NAME"});
-  for (std::size_t i = 0; i < view.slots.size(); ++i) {
-    const ClassCacheSlot& slot = view.slots[i];
-    char hash[16];
-    std::snprintf(hash, sizeof hash, "%08x", slot.hash);
-    std::string classes;
-    for (const Json& item : slot.classes)
-      classes += (classes.empty() ? "" : " ") + item["class"].get<std::string>();
-    table.Add({std::to_string(i), std::to_string(slot.order), std::to_string(slot.offset),
-               std::to_string(slot.size), hash, StampText(slot.stamp), StampText(slot.lastUse),
-               std::to_string(slot.payloadSize), classes.empty() ? "(none)" : classes,
-               ToDisplayLine(slot.name)});
-  }
-  if (!table.IsEmpty()) table.Print();
-}
-
-void AddCache(CLI::App& parent) {
-  struct Options {
-    std::string file;
-    bool verify = false, json = false;
-  };
-  auto options = std::make_shared<Options>();
-  CLI::App* command =
-      AddSubcommand(parent, "cache", "Show or check the class lists that processes share",
-                    "  orm class cache\n"
-                    "  orm class cache --verify                exit code 0: sound, 2: damaged\n"
-                    "  orm class cache --file zrclrg41.tmp     a copy of the block\n");
-  command->add_flag("--verify", options->verify, "Only check the block, and say what is wrong");
-  command->add_option("--file", options->file, "Read this file instead of the machine's block");
-  command->add_flag("--json", options->json, "Print JSON");
-  command->callback([options] {
-    const ClassCacheView view =
-        ReadClassCache(options->file.empty() ? CopyBlock() : ReadWholeFile(options->file));
-    if (options->json) {
-      PrintJson(CacheToJson(view));
-    } else if (!options->verify) {
-      PrintCache(view);
-    }
-    if (!options->json) {
-      for (const std::string& fault : view.faults) PrintLine(Coloured(Colour::Red, fault));
-      if (options->verify && view.faults.empty())
-        PrintLine(Coloured(Colour::Green, "sound") + ", " + std::to_string(view.slots.size()) + " records");
-    }
-    if (options->verify && !view.faults.empty()) throw Exit{EXIT_DIFFERENT};
-  });
-}
-
 // ---- probe
 
 struct ProbeOptions {
@@ -443,7 +342,7 @@ void AddClassCommand(CLI::App& app) {
   AddList(*parent);
   AddShow(*parent);
   AddCreate(*parent);
-  AddCache(*parent);
+  AddClassCacheCommand(*parent);
   AddProbe(*parent);
 }
 

@@ -11,6 +11,7 @@ namespace orm::tool {
 void AddRegCommand(CLI::App& app);
 void AddTraceCommand(CLI::App& app);
 void AddClassCommand(CLI::App& app);
+void AddClassCacheCommand(CLI::App& classCommand);
 void AddArchiveCommand(CLI::App& app);
 void AddMachineCommand(CLI::App& app);
 // Need the whole command line to be there.
