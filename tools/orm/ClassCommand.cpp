@@ -27,11 +27,7 @@ RegPath GetLibraryPaths() {
 }
 
 String ToString(const std::string& text) {
-  try {
-    return AnsiFromText(text).c_str();
-  } catch (const TextError& error) {
-    throw Failure("'" + text + "': " + error.what());
-  }
+  return AnsiFromArgument(text).c_str();
 }
 
 std::string Shown(const String& text) {
@@ -298,7 +294,7 @@ void PrintProbe(const ProbeResult& result) {
 
 void Probe(const ProbeOptions& options) {
   const std::unique_ptr<char, void (*)(void*)> real(::realpath(options.file.c_str(), nullptr), std::free);
-  const std::string path = real ? real.get() : platform::UnixPath(AnsiFromText(options.file).c_str());
+  const std::string path = real ? real.get() : platform::UnixPath(AnsiFromArgument(options.file).c_str());
   if (options.inside >= 0) throw Exit{ProbeInside(path, options.create, options.inside)};
   ProbeResult result = ProbeLibrary(path, options.create);
   if (options.json) {

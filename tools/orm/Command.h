@@ -9,6 +9,7 @@
 namespace orm::tool {
 
 void AddRegCommand(CLI::App& app);
+void AddRegWatchCommand(CLI::App& regCommand);
 void AddTraceCommand(CLI::App& app);
 void AddClassCommand(CLI::App& app);
 void AddClassCacheCommand(CLI::App& classCommand);

@@ -1,9 +1,17 @@
-// Texts of failures.
+// Texts of failures, and the failure of a text.
 #include "Failure.h"
 
 #include "Text.h"
 
 namespace orm::tool {
+
+std::string AnsiFromArgument(const std::string& text) {
+  try {
+    return AnsiFromText(text);
+  } catch (const TextError& error) {
+    throw Failure("'" + text + "': " + error.what());
+  }
+}
 
 std::string SystemMessage(DWORD error) {
   char text[512];

@@ -24,6 +24,9 @@ struct Exit {
   int code;
 };
 
+// A text of the command line in the ANSI code page. Throws Failure, which names the text.
+std::string AnsiFromArgument(const std::string& text);
+
 // "DOING: text of the error number (number)".
 Failure SystemFailure(const std::string& doing, DWORD error);
 // The system's text for the error number, in UTF-8 and without its line end.

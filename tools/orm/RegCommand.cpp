@@ -1,6 +1,4 @@
 // orm reg: the registry of the machine, looked at, changed, and carried in settings files.
-#include <charconv>
-#include <chrono>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -16,22 +14,6 @@ namespace orm::tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string FromArgument(const std::string& text) {
-  try {
-    return AnsiFromText(text);
-  } catch (const TextError& error) {
-    throw Failure("'" + text + "': " + error.what());
-  }
-}
-
-RegPath PathFromArgument(const std::string& text) {
-  try {
-    return ParseRegPath(FromArgument(text));
-  } catch (const RegSyntaxError& error) {
-    throw Failure(std::string("key '") + text + "': " + error.what());
-  }
-}
 
 RegDocument ReadExisting(const std::string& key, bool recursive) {
   const RegPath path = PathFromArgument(key);
@@ -99,7 +81,7 @@ void QueryValue(const QueryOptions& options) {
   const RegPath path = PathFromArgument(options.key);
   const RegKey key = RegKey::Open(path, KEY_QUERY_VALUE);
   if (!key) throw Failure("there is no key " + ToDisplayLine(path.GetName()));
-  const std::string name = FromArgument(options.value);
+  const std::string name = AnsiFromArgument(options.value);
   const std::optional<RegData> data = key.GetValue(name);
   if (!data) throw Failure("there is no value " + ShownName(name) + " in " + ToDisplayLine(path.GetName()));
   if (options.json) return PrintJson(RegDataToJson(name, *data));
@@ -164,7 +146,7 @@ void Add(const AddOptions& options) {
     const std::optional<DWORD> type = RegTypeFromName(options.type);
     if (!type)
       throw Failure("'" + options.type + "' is no type of value; one is REG_SZ, REG_DWORD, REG_BINARY ...");
-    section.entries.push_back({FromArgument(options.value), ParseRegData(*type, options.data), {}});
+    section.entries.push_back({AnsiFromArgument(options.value), ParseRegData(*type, options.data), {}});
   }
   Change({section});
 }
@@ -213,7 +195,7 @@ void Delete(const DeleteOptions& options) {
   }
   const RegKey key = RegKey::Open(section.key, KEY_QUERY_VALUE);
   for (const std::string& value : options.values) {
-    const std::string name = FromArgument(value);
+    const std::string name = AnsiFromArgument(value);
     if (!key || !key.GetValue(name)) throw Failure("there is no value " + ShownName(name));
     section.entries.push_back({name, std::nullopt, {}});
   }
@@ -384,53 +366,6 @@ void AddCheck(CLI::App& reg) {
   });
 }
 
-// ---- watch
-
-struct WatchOptions {
-  std::string key;
-  unsigned count = 0;
-  double seconds = 0;
-  bool json = false;
-};
-
-// Asks for the tree only when something was committed.
-void Watch(const WatchOptions& options) {
-  constexpr DWORD LOOK_EVERY = 20;  // ms
-  const RegPath path = PathFromArgument(options.key);
-  RegChangeMark mark(path);
-  RegDocument before = ReadRegTree(path);
-  std::fprintf(stderr, "watching %s\n", ToDisplayLine(path.GetName()).c_str());
-  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(options.seconds);
-  for (unsigned printed = 0; options.count == 0 || printed < options.count; Sleep(LOOK_EVERY)) {
-    if (options.seconds > 0 && std::chrono::steady_clock::now() >= end) return;
-    if (!mark.HasMoved()) continue;
-    RegDocument after = ReadRegTree(path);
-    for (const RegDifference& difference : CompareRegTrees(before, after)) {
-      if (options.json) {
-        PrintJsonLine(RegDifferenceToJson(difference));
-      } else {
-        PrintLine(ShowRegDifference(difference));
-        std::fflush(stdout);
-      }
-      ++printed;
-    }
-    before = std::move(after);
-  }
-}
-
-void AddWatch(CLI::App& reg) {
-  auto options = std::make_shared<WatchOptions>();
-  CLI::App* command =
-      AddSubcommand(reg, "watch", "Show changes of keys and values as they happen, by any process",
-                    "  orm reg watch 'HKCU\\SOFTWARE\\Editor'\n"
-                    "  orm reg watch HKLM --json --count 1     wait for the next change\n");
-  command->add_option("KEY", options->key, "The key; everything below it is watched")->required();
-  command->add_option("--count", options->count, "End after so many changes");
-  command->add_option("--for", options->seconds, "End after so many seconds");
-  command->add_flag("--json", options->json, "Print one JSON object a line");
-  command->callback([options] { Watch(*options); });
-}
-
 }  // namespace
 
 void AddRegCommand(CLI::App& app) {
@@ -446,7 +381,7 @@ void AddRegCommand(CLI::App& app) {
   AddExport(*reg);
   AddImport(*reg);
   AddUndo(*reg);
-  AddWatch(*reg);
+  AddRegWatchCommand(*reg);
   AddCheck(*reg);
 }
 

@@ -54,14 +54,6 @@ uint64_t ParseNumber(DWORD type, const std::string& text) {
   return number;
 }
 
-std::string ToAnsi(const std::string& text) {
-  try {
-    return AnsiFromText(text);
-  } catch (const TextError& error) {
-    throw Failure("'" + text + "': " + error.what());
-  }
-}
-
 // The texts of a list, each ended by a zero byte, up to the empty one.
 std::vector<std::string> SplitTexts(const std::string& bytes) {
   std::vector<std::string> texts;
@@ -85,12 +77,20 @@ std::string_view KindName(RegDifference::Kind kind) {
 
 }  // namespace
 
+RegPath PathFromArgument(const std::string& text) {
+  try {
+    return ParseRegPath(AnsiFromArgument(text));
+  } catch (const RegSyntaxError& error) {
+    throw Failure(std::string("key '") + text + "': " + error.what());
+  }
+}
+
 RegData ParseRegData(DWORD type, const std::vector<std::string>& arguments) {
   RegData data{type, {}};
   if (type == REG_MULTI_SZ) {
     for (const std::string& argument : arguments) {
       if (argument.empty()) throw Failure("an empty text would end the list of a REG_MULTI_SZ");
-      data.bytes += ToAnsi(argument) + '\0';
+      data.bytes += AnsiFromArgument(argument) + '\0';
     }
     data.bytes += '\0';
     return data;
@@ -98,7 +98,7 @@ RegData ParseRegData(DWORD type, const std::vector<std::string>& arguments) {
   if (arguments.size() > 1) throw Failure("only a REG_MULTI_SZ takes more than one --data");
   const std::string argument = arguments.empty() ? "" : arguments.front();
   if (type == REG_SZ || type == REG_EXPAND_SZ) {
-    data.bytes = ToAnsi(argument) + '\0';
+    data.bytes = AnsiFromArgument(argument) + '\0';
   } else if (NumberSize(type) != 0) {
     data.bytes = NumberBytes(type, ParseNumber(type, argument));
   } else {

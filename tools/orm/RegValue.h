@@ -1,4 +1,4 @@
-// Values and differences as people and machines read them, and values from the command line.
+// Values and differences as people and machines read them; keys and values from the command line.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -7,6 +7,8 @@
 
 namespace orm::tool {
 
+// A key. Throws Failure.
+RegPath PathFromArgument(const std::string& text);
 // The data of a new value from the arguments that state it. Throws Failure.
 RegData ParseRegData(DWORD type, const std::vector<std::string>& arguments);
 

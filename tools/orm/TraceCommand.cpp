@@ -27,14 +27,6 @@ constexpr Setting settings[] = {{" option_format", "format"},
                                 {" option_blocktimes", "blocktimes"},
                                 {" option_autoassert", "policy"}};
 
-std::string FromArgument(const std::string& text) {
-  try {
-    return AnsiFromText(text);
-  } catch (const TextError& error) {
-    throw Failure("'" + text + "': " + error.what());
-  }
-}
-
 void SetValue(const RegPath& key, const std::string& name, const std::string& text) {
   try {
     ApplyWithUndo({{key, false, {{name, RegData{REG_SZ, text + '\0'}, {}}}, {}}});
@@ -85,8 +77,8 @@ void SetLevel(const SetOptions& options) {
     throw Failure("'" + options.level +
                   "' is no level: e error, w warning, d debug, t trace, l loop, n nothing");
   }
-  const RegPath key = TraceKey(FromArgument(options.module));
-  const std::string area = FromArgument(options.area);
+  const RegPath key = TraceKey(AnsiFromArgument(options.module));
+  const std::string area = AnsiFromArgument(options.area);
   if (area == "*") {
     RegSection section{key, false, {}, {}};
     const RegDocument tree = ReadRegTree(key, false);
@@ -158,10 +150,10 @@ void CheckSetting(const std::string& name, const std::string& value) {
 }
 
 void ChangeSetting(const Setting& setting, const SettingOptions& options) {
-  const std::string module = FromArgument(options.module);
+  const std::string module = AnsiFromArgument(options.module);
   if (!options.hasValue && !options.reset)
     return options.json ? PrintSettingJson(setting, module) : ShowSetting(setting, module);
-  const std::string value = FromArgument(options.value);
+  const std::string value = AnsiFromArgument(options.value);
   if (options.reset) {
     if (module.empty()) throw Failure("--reset needs --module; a setting for all modules must have a value");
     return SetValue(TraceKey(module), setting.value, "");

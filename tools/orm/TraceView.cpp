@@ -233,13 +233,7 @@ std::vector<std::string> TakeLines(std::string& text) {
 
 void TailTrace(const TraceTailOptions& options) {
   constexpr DWORD LOOK_EVERY = 100;  // ms
-  std::string name;
-  try {
-    name = AnsiFromText(options.file);
-  } catch (const TextError& error) {
-    throw Failure(error.what());
-  }
-  const LogFile file(LogPath(name));
+  const LogFile file(LogPath(AnsiFromArgument(options.file)));
   const LineReader reader;
   std::string rest = file.ReadMore();
   std::vector<std::string> lines = TakeLines(rest);
