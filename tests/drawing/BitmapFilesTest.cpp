@@ -137,8 +137,23 @@ TEST_F(BitmapFilesTest, EveryTruncationIsRefusedOrLoads) {
     }
   }
   EXPECT_THAT(TakeAssertions(), testing::IsEmpty()) << "what is let through can be loaded";
-  EXPECT_THROW(ResourceFromBitmapFile("GIF89a"), std::invalid_argument);
-  EXPECT_THROW(ResourceFromBitmapFile(""), std::invalid_argument);
+  const std::string core = ReadData("core4.bmp");
+  std::string other = core;
+  other[14] = 13;
+  const std::pair<std::string, const char*> refused[] = {
+      {"GIF89a", "is no bitmap file"},
+      {"", "is no bitmap file"},
+      {core.substr(0, 40), "is cut short"},
+      {other, "has a header of a kind that is not supported"},
+  };
+  for (const auto& [file, reason] : refused) {
+    try {
+      ResourceFromBitmapFile(file);
+      ADD_FAILURE() << reason;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_STREQ(error.what(), reason);
+    }
+  }
 }
 
 }  // namespace

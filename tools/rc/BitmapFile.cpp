@@ -124,16 +124,14 @@ std::string ResourceFromBitmapFile(std::string_view file) {
   const std::size_t pixels = Read32(file, 10);
   const std::string_view block = file.substr(fileHeaderSize);
   const std::size_t headerSize = Read32(block, 0);
-  if (headerSize == coreHeader && pixels <= file.size() && pixels >= fileHeaderSize + coreHeader)
-    return FromCoreFile(file, pixels);
-  if (block.size() < shortHeader) throw std::invalid_argument("is cut short");
-  const std::uint32_t bits = Read16(block, 14);
-  const std::uint32_t compression = Read32(block, 16);
-  if (headerSize < shortHeader || headerSize > longestHeader)
+  if (headerSize != coreHeader && (headerSize < shortHeader || headerSize > longestHeader))
     throw std::invalid_argument("has a header of a kind that is not supported");
   if (headerSize > block.size() || pixels > file.size() || pixels < fileHeaderSize + headerSize)
     throw std::invalid_argument("is cut short");
+  if (headerSize == coreHeader) return FromCoreFile(file, pixels);
 
+  const std::uint32_t bits = Read16(block, 14);
+  const std::uint32_t compression = Read32(block, 16);
   std::string result(block.substr(0, headerSize));
   std::string_view before = block.substr(headerSize, pixels - fileHeaderSize - headerSize);
   if (compression == bitFields || compression == fourBitFields) {
