@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "kernel/CodePage.h"
 #include "kernel/Handle.h"
 #include "kernel/Machine.h"
 #include "support/Child.h"
@@ -61,13 +62,17 @@ TEST(Named, TheLastHolderLeavesANewerObjectOfItsName) {
   EXPECT_EQ("open", Ask("open-mutex", "replaced"));
 }
 
-TEST(Named, LongNamesThatBeginAlikeAreDifferent) {
+TEST(Named, NamesThatAreHardToTellApartAreDifferent) {
+  ASSERT_TRUE(orm::platform::SetAnsiCodePage(1253));
   const std::string longName(400, '/');
-  const Handle first(CreateMutexA(nullptr, FALSE, (longName + "1").c_str()));
-  const Handle second(CreateMutexA(nullptr, FALSE, (longName + "2").c_str()));
-  EXPECT_TRUE(first);
-  EXPECT_TRUE(second);
-  EXPECT_EQ(ERROR_SUCCESS, GetLastError());
+  const std::string names[] = {longName + "1", longName + "2", "?",
+                               "\xD2",         "\xFF",         "\xD2\xFF"};  // no characters
+  std::vector<Handle> objects;
+  for (const std::string& name : names) {
+    objects.emplace_back(CreateMutexA(nullptr, FALSE, name.c_str()));
+    EXPECT_TRUE(objects.back());
+    EXPECT_EQ(ERROR_SUCCESS, GetLastError()) << name;
+  }
 }
 
 TEST(Named, OneNameIsOneKind) {

@@ -84,6 +84,13 @@ std::string EncodeName(std::string_view name) {
   return result.substr(0, kLongestFileName - 40) + hashes;
 }
 
+// A name as UTF-8. One with bytes that mean nothing in the code page stays as it is, behind a byte that UTF-8
+// does not have: converted, several names would become one.
+std::string Utf8FromObjectName(std::string_view name) {
+  std::string text = Utf8FromAnsi(name);
+  return AnsiFromUtf8(text) == name ? text : '\xFF' + std::string(name);
+}
+
 // Whether the path leads to the file that is open: somebody may have removed it, and the name made again.
 bool LeadsTo(const std::string& path, int descriptor) noexcept {
   struct stat named, opened;
@@ -149,7 +156,7 @@ NamedPath FindNamedPath(std::string_view name) {
   if (path.folder.empty()) return path;
   path.error = ErrorFromErrno(EnsureFolder(path.folder, MachineMode(kFolderMode)));
   if (path.error != ERROR_SUCCESS) return path;
-  path.file = path.folder + '/' + EncodeName(Utf8FromAnsi(PlainObjectName(name)));
+  path.file = path.folder + '/' + EncodeName(Utf8FromObjectName(PlainObjectName(name)));
   return path;
 }
 
