@@ -1,9 +1,14 @@
 // Writing what a context shows as a PNG file.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
 #include <vector>
 
 #include "gdi/Context.h"
 #include "gdi/Screen.h"
 #include "gdi/Typeface.h"
+#include "kernel/Paths.h"
 #include "win32/files.h"
 #include "win32/kernel.h"
 
@@ -30,6 +35,41 @@ std::vector<std::uint8_t> CopyColors(Context& context, const RECT& part) {
   return bytes;
 }
 
+bool Write(const char* path, const std::vector<std::uint8_t>& bytes) {
+  const HANDLE file =
+      CreateFileA(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  DWORD written = 0;
+  const BOOL done = WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  const DWORD error = GetLastError();
+  CloseHandle(file);
+  if (!done) Fail(error);
+  return done != 0;
+}
+
+// Whether there is a file that another one can stand in for: not for a link or a device, nor in a folder that
+// takes no new files.
+bool IsReplaceable(const char* path, mode_t& mode) {
+  const std::string onDisk = orm::platform::UnixPath(path);
+  struct stat status {};
+  if (onDisk.empty() || lstat(onDisk.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  mode = status.st_mode & 07777;
+  return access(onDisk.substr(0, onDisk.rfind('/') + 1).c_str(), W_OK) == 0;
+}
+
+// The old picture is gone only when the new one is complete.
+bool Replace(const char* path, mode_t mode, const std::vector<std::uint8_t>& bytes) {
+  const std::string beside = path + ("." + std::to_string(getpid()) + ".new");
+  if (Write(beside.c_str(), bytes)) {
+    chmod(orm::platform::UnixPath(beside.c_str()).c_str(), mode);
+    if (MoveFileExA(beside.c_str(), path, MOVEFILE_REPLACE_EXISTING)) return true;
+  }
+  const DWORD error = GetLastError();
+  DeleteFileA(beside.c_str());
+  Fail(error);
+  return false;
+}
+
 }  // namespace
 
 extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) {
@@ -46,14 +86,6 @@ extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) {
     Fail(ERROR_NOT_ENOUGH_MEMORY);
     return FALSE;
   }
-  const HANDLE target =
-      CreateFileA(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (target == INVALID_HANDLE_VALUE) return FALSE;
-  DWORD written = 0;
-  const BOOL done = WriteFile(target, file.data(), static_cast<DWORD>(file.size()), &written, nullptr);
-  const DWORD error = GetLastError();
-  CloseHandle(target);
-  if (done && written == file.size()) return TRUE;
-  Fail(done ? ERROR_WRITE_FAULT : error);
-  return FALSE;
+  mode_t mode = 0;
+  return IsReplaceable(path, mode) ? Replace(path, mode, file) : Write(path, file);
 }
