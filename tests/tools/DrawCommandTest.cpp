@@ -1,8 +1,10 @@
 // orm draw: the pictures that it writes, and what it says when it cannot.
 #include <gmock/gmock.h>
 #include <png.h>
+#include <sys/resource.h>
 #include <win32.h>
 
+#include <csignal>
 #include <cstdint>
 
 #include "RunOrm.h"
@@ -113,6 +115,37 @@ TEST(DrawCommand, TextsAndTheSheet) {
   EXPECT_GT(Draw({"sheet"}).height, 500u);
 }
 
+TEST(DrawCommand, AnOldPictureStaysUntilTheNewOneIsWritten) {
+  namespace fs = std::filesystem;
+  Draw({"sheet"});
+  const fs::path old = TestFile("out.png"), link = TestFile("link.png");
+  fs::permissions(old, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_symlink("out.png", link);
+  const std::string before = ReadFileBytes(old);
+  const std::vector<std::string> command{"draw", "bitmap", WriteBitmap(16, 8), "-o", old};
+
+  rlimit usual{};
+  getrlimit(RLIMIT_FSIZE, &usual);
+  const rlimit small{16, usual.rlim_max};
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &small);
+  const Outcome full = RunOrm(command);
+  setrlimit(RLIMIT_FSIZE, &usual);
+  signal(SIGXFSZ, handler);
+  EXPECT_EQ(full.code, 1);
+  EXPECT_THAT(full.err, HasSubstr("cannot write " + old.string()));
+  EXPECT_EQ(ReadFileBytes(old), before);
+  for (const auto& entry : fs::directory_iterator(old.parent_path()))
+    EXPECT_THAT(entry.path().string(), testing::Not(testing::EndsWith(".new")));
+
+  EXPECT_EQ(RunOrm(command).code, 0);
+  EXPECT_EQ(Image(old).width, 16u);
+  EXPECT_EQ(fs::status(old).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(RunOrm({"draw", "sheet", "-o", link}).code, 0);
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(ReadFileBytes(old), before) << "through the link";
+}
+
 TEST(DrawCommand, SaysWhatIsWrong) {
   const std::string file = WriteBitmap(16, 8);
   const std::string output = TestFile("refused.png");
@@ -128,7 +161,11 @@ TEST(DrawCommand, SaysWhatIsWrong) {
       {{"font", "Sans;9:-2147483648,0,0;2147483647,0,0", "x"}, 2, "the picture would have 4294967"},
       {{"font", "Sans;9:0,-2147483648,0:0,2147483647", "x"}, 2, "1 to 16384 are possible"},
       {{"font", "Sans;9::-2147483648,2147483647", "x", "--width", "8192"}, 2, "1 to 16384 are possible"},
-      {{"font", "Sans;4000", "too wide to be drawn"}, 2, "1 to 16384 are possible"},
+      {{"font", "Sans;3000", "too wide to be drawn"}, 2, "1 to 16384 are possible"},
+      {{"font", "Sans;4000", "."}, 2, "is a larger font than can be drawn"},
+      {{"font", "Sans;2147483647", "."}, 2, "is a larger font than can be drawn"},
+      {{"font", "Sans;-99999999999999999999", "."}, 2, "is a larger font than can be drawn"},
+      {{"bitmap", "/dev/zero"}, 1, "is no bitmap file"},
       {{"bitmap", file, "--scale", "8"}, 2, "is no scale"},
       {{"bitmap", file, "--scale", "100000/1"}, 2, "pixels"},
       {{"bitmap", file, "--scale", "1/100000"}, 2, "pixels"},

@@ -7,10 +7,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "BitmapFile.h"
 #include "Picture.h"
@@ -82,12 +82,20 @@ Repeat ParseRepeat(const std::string& text) {
                               "and phase of the columns and of the rows");
 }
 
-std::string ReadFile(const std::string& path) {
+// No more of it than a bitmap can need: what has no end is no file.
+std::string ReadBitmapFile(const std::string& path) {
+  constexpr std::size_t most = std::size_t{1} << 30;
   std::error_code error;
   if (std::filesystem::is_directory(path, error)) throw std::runtime_error(path + " is a folder");
   std::ifstream file(path, std::ios::binary);
-  std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (!file || file.bad()) throw std::runtime_error("cannot read " + path);
+  std::string content;
+  std::vector<char> part(std::size_t{1} << 16);
+  do {
+    file.read(part.data(), static_cast<std::streamsize>(part.size()));
+    content.append(part.data(), static_cast<std::size_t>(file.gcount()));
+    if (content.size() > most) throw std::runtime_error(path + " is larger than a bitmap can be");
+  } while (file && content.starts_with("BM"));
+  if (file.bad() || (content.empty() && !file.eof())) throw std::runtime_error("cannot read " + path);
   return content;
 }
 
@@ -125,7 +133,7 @@ void DrawBitmapFile(const BitmapOptions& options) {
   const COLORREF color = first || options.transparent.empty() ? 0 : ParseColor(options.transparent);
   std::string resource;
   try {
-    resource = rc::ResourceFromBitmapFile(ReadFile(options.file));
+    resource = rc::ResourceFromBitmapFile(ReadBitmapFile(options.file));
   } catch (const std::invalid_argument& reason) {
     throw std::runtime_error(options.file + " " + reason.what());
   }

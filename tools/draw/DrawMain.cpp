@@ -7,8 +7,10 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 
@@ -36,6 +38,28 @@ struct Options {
 constexpr int margin = 8;
 constexpr int bothMargins = 2 * margin;
 
+// Fonts have a largest size, which takes the place of all beyond it; and a size may have no height at all.
+void CheckFontSize(const FontOptions& options, HDC context, HFONT font) {
+  const HGDIOBJ previous = SelectObject(context, font);
+  LOGFONTA wanted{};
+  TEXTMETRICA given{};
+  GetObjectA(font, sizeof wanted, &wanted);
+  GetTextMetricsA(context, &given);
+  SelectObject(context, previous);
+  const std::size_t mark = options.descriptor.find(';');
+  const double points =
+      mark == std::string::npos
+          ? 0
+          : static_cast<double>(std::strtoll(options.descriptor.c_str() + mark + 1, nullptr, 10));
+  constexpr double mostPointsPerPixel = 3;  // of the coarsest screen
+  const double pixels = std::abs(static_cast<double>(wanted.lfHeight));
+  const bool overflowed = std::abs(points) > (pixels + 1) * mostPointsPerPixel;
+  const bool isCut =
+      given.tmInternalLeading > 0 && given.tmHeight - given.tmInternalLeading < -wanted.lfHeight;
+  if (overflowed || isCut)
+    throw std::invalid_argument("'" + options.descriptor + "' is a larger font than can be drawn");
+}
+
 void DrawFont(const FontOptions& options) {
   Font font;
   if (!font.Create(FromUtf8(options.descriptor)) || !font.GetHandle())
@@ -46,6 +70,7 @@ void DrawFont(const FontOptions& options) {
   const String text = FromUtf8(options.text);
   const unsigned format = DT_NOPREFIX | DT_EXPANDTABS | (options.width > 0 ? DT_WORDBREAK : 0);
   const Picture probe(1, 1);
+  CheckFontSize(options, probe.GetContext(), font.GetHandle());
   // Measured from 0,0: layers to the left and above are at negative places.
   const RECT room = font.GetSize(probe.GetContext(), RECT{0, 0, std::max(options.width, 0), 0}, text, format);
   // The offsets of layers may be as far apart as numbers go.

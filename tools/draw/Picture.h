@@ -12,7 +12,8 @@ namespace orm::draw {
 // A picture's size; throws std::invalid_argument for sides that are not 1 to 16384 pixels long.
 SIZE CheckSize(std::int64_t width, std::int64_t height);
 
-// UTF-8, as the command line has it, in the ANSI code page; characters that it lacks become '?'.
+// UTF-8, as the command line has it, in the ANSI code page; throws std::invalid_argument for characters that
+// it lacks.
 String FromUtf8(const std::string& text);
 
 class Picture {
