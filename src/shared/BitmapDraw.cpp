@@ -64,30 +64,22 @@ void Bitmap::DrawTransparent(HDC destination, const POINT& rOriginDestination, T
   const SelectedObject selectedOriginal(original.Get(), mBitmap);
   const BITMAP bm = DescribeBitmap(mBitmap, 509);
 
-  const MemoryContext draw(destination);
-  ORM_ASSERT(draw.Get() != nullptr, "drawDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 520);
-  const OwnedBitmap drawBitmap(CreateCompatibleBitmap(destination, bm.bmWidth, bm.bmHeight));
-  ORM_ASSERT(drawBitmap.Get() != nullptr,
-             "drawBitmap.CreateCompatibleBitmap(destDC, bm.bmWidth, bm.bmHeight) != 0", FILE_NAME, 521);
-  const SelectedObject selectedDraw(draw.Get(), drawBitmap.Get());
-  const MemoryContext object(destination);
-  ORM_ASSERT(object.Get() != nullptr, "objectDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 529);
-  const OwnedBitmap objectBitmap(CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, nullptr));
-  ORM_ASSERT(objectBitmap.Get() != nullptr,
-             "objectBitmap.CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, 0) != 0", FILE_NAME, 531);
-  const SelectedObject selectedObject(object.Get(), objectBitmap.Get());
-  const MemoryContext back(destination);
-  ORM_ASSERT(back.Get() != nullptr, "backDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 536);
-  const OwnedBitmap backBitmap(CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, nullptr));
-  ORM_ASSERT(backBitmap.Get() != nullptr, "backBitmap.CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, 0) != 0",
-             FILE_NAME, 538);
-  const SelectedObject selectedBack(back.Get(), backBitmap.Get());
-  const MemoryContext memory(destination);
-  ORM_ASSERT(memory.Get() != nullptr, "memDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 543);
-  const OwnedBitmap memoryBitmap(CreateCompatibleBitmap(destination, bm.bmWidth, bm.bmHeight));
-  ORM_ASSERT(memoryBitmap.Get() != nullptr,
-             "memBitmap.CreateCompatibleBitmap(destDC, bm.bmWidth, bm.bmHeight) != 0", FILE_NAME, 545);
-  const SelectedObject selectedMemory(memory.Get(), memoryBitmap.Get());
+  const OffScreen draw(destination, bm.bmWidth, bm.bmHeight);
+  ORM_ASSERT(draw.GetContext() != nullptr, "drawDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 520);
+  ORM_ASSERT(draw.HasBitmap(), "drawBitmap.CreateCompatibleBitmap(destDC, bm.bmWidth, bm.bmHeight) != 0",
+             FILE_NAME, 521);
+  const OffScreen object(destination, bm.bmWidth, bm.bmHeight, OffScreen::MONOCHROME);
+  ORM_ASSERT(object.GetContext() != nullptr, "objectDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 529);
+  ORM_ASSERT(object.HasBitmap(), "objectBitmap.CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, 0) != 0",
+             FILE_NAME, 531);
+  const OffScreen back(destination, bm.bmWidth, bm.bmHeight, OffScreen::MONOCHROME);
+  ORM_ASSERT(back.GetContext() != nullptr, "backDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 536);
+  ORM_ASSERT(back.HasBitmap(), "backBitmap.CreateBitmap(bm.bmWidth, bm.bmHeight, 1, 1, 0) != 0", FILE_NAME,
+             538);
+  const OffScreen memory(destination, bm.bmWidth, bm.bmHeight);
+  ORM_ASSERT(memory.GetContext() != nullptr, "memDC.CreateCompatibleDC(destDC) != 0", FILE_NAME, 543);
+  ORM_ASSERT(memory.HasBitmap(), "memBitmap.CreateCompatibleBitmap(destDC, bm.bmWidth, bm.bmHeight) != 0",
+             FILE_NAME, 545);
 
   ORM_ASSERT(transType == TRANS_FIRSTPIXEL || transType == TRANS_COLOR,
              "((transType == TRANS_FIRSTPIXEL) || (transType == TRANS_COLOR))", FILE_NAME, 550);
@@ -99,40 +91,40 @@ void Bitmap::DrawTransparent(HDC destination, const POINT& rOriginDestination, T
     ORM_ASSERT(done, text, FILE_NAME, line);
   };
   constexpr POINT corner{0, 0};
-  combine(draw.Get(), original.Get(), corner, SRCCOPY,
+  combine(draw.GetContext(), original.Get(), corner, SRCCOPY,
           "drawDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, origDC, 0, 0, (DWORD)0x00CC0020)", 565);
-  const COLORREF background = SetBkColor(draw.Get(), transparent);
-  combine(object.Get(), draw.Get(), corner, SRCCOPY,
+  const COLORREF background = SetBkColor(draw.GetContext(), transparent);
+  combine(object.GetContext(), draw.GetContext(), corner, SRCCOPY,
           "objectDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, drawDC, 0, 0, (DWORD)0x00CC0020)", 574);
-  SetBkColor(draw.Get(), background);
-  combine(back.Get(), object.Get(), corner, NOTSRCCOPY,
+  SetBkColor(draw.GetContext(), background);
+  combine(back.GetContext(), object.GetContext(), corner, NOTSRCCOPY,
           "backDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, objectDC, 0, 0, (DWORD)0x00330008)", 581);
-  combine(memory.Get(), destination, rOriginDestination, SRCCOPY,
+  combine(memory.GetContext(), destination, rOriginDestination, SRCCOPY,
           "memDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, destDC, rOriginDestination.x, rOriginDestination.y, "
           "(DWORD)0x00CC0020)",
           584);
-  combine(memory.Get(), object.Get(), corner, SRCAND,
+  combine(memory.GetContext(), object.GetContext(), corner, SRCAND,
           "memDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, objectDC, 0, 0, (DWORD)0x008800C6)", 587);
-  combine(draw.Get(), back.Get(), corner, SRCAND,
+  combine(draw.GetContext(), back.GetContext(), corner, SRCAND,
           "drawDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, backDC, 0, 0, (DWORD)0x008800C6)", 590);
-  combine(memory.Get(), draw.Get(), corner, SRCPAINT,
+  combine(memory.GetContext(), draw.GetContext(), corner, SRCPAINT,
           "memDC.BitBlt(0, 0, bm.bmWidth, bm.bmHeight, drawDC, 0, 0, (DWORD)0x00EE0086)", 593);
 
   SelectedPalette drawPalette, memoryPalette, backPalette;
   if (mPalette && IsPaletteDevice(destination)) {
-    ORM_ASSERT(drawPalette.Realize(draw.Get(), mPalette), "drawDC.RealizePalette() != (0xFFFFFFFFL)",
+    ORM_ASSERT(drawPalette.Realize(draw.GetContext(), mPalette), "drawDC.RealizePalette() != (0xFFFFFFFFL)",
                FILE_NAME, 600);
-    ORM_ASSERT(memoryPalette.Realize(memory.Get(), mPalette), "memDC.RealizePalette() != (0xFFFFFFFFL)",
-               FILE_NAME, 603);
-    ORM_ASSERT(backPalette.Realize(back.Get(), mPalette), "backDC.RealizePalette() != (0xFFFFFFFFL)",
+    ORM_ASSERT(memoryPalette.Realize(memory.GetContext(), mPalette),
+               "memDC.RealizePalette() != (0xFFFFFFFFL)", FILE_NAME, 603);
+    ORM_ASSERT(backPalette.Realize(back.GetContext(), mPalette), "backDC.RealizePalette() != (0xFFFFFFFFL)",
                FILE_NAME, 606);
   }
   const SIZE size = ResolveSize(rSize, rSource, bm);
-  if (!BitBlt(destination, rOriginDestination.x, rOriginDestination.y, size.cx, size.cy, memory.Get(),
+  if (!BitBlt(destination, rOriginDestination.x, rOriginDestination.y, size.cx, size.cy, memory.GetContext(),
               rSource.x, rSource.y, SRCCOPY))
     TraceWrite(areaBitmap, TRACE_WARNING, false, FILE_NAME, 626,
                "failed to (transparent)BitBlt(destDC=%08x, memDC=%08x), error %d", HandleNumber(destination),
-               HandleNumber(memory.Get()), GetLastError());
+               HandleNumber(memory.GetContext()), GetLastError());
   TraceWrite(areaBitmap, TRACE_DEBUG, false, FILE_NAME, 652, "<- Bitmap::DrawTransparent()");
 }
 

@@ -14,6 +14,8 @@ namespace {
 
 constexpr const char* FILE_NAME = "src/shared/Bitmap";
 
+constexpr int64_t FEWEST_PIXELS = 256;  // that are worth a copy of their own
+
 // How one direction is put together: the head up to the band's end, the band as often as it takes, the tail.
 struct RepeatAxis {
   LONG bandStart;
@@ -67,22 +69,40 @@ struct RepeatAxis {
   }
 };
 
-// An off-screen picture: a context with a bitmap of its own.
-class OffScreen {
- public:
-  OffScreen(HDC like, LONG width, LONG height)
-      : mContext(like),
-        mBitmap(CreateCompatibleBitmap(like, width, height)),
-        mSelected(mContext.Get(), mBitmap.Get()) {}
-
-  HDC GetContext() const { return mContext.Get(); }
-  bool HasBitmap() const { return mBitmap.Get() != nullptr; }
-
- private:
-  MemoryContext mContext;
-  OwnedBitmap mBitmap;
-  SelectedObject mSelected;
+// A stage of the picture, which grows from one to the next: first in width, then in height.
+struct Stage {
+  HDC context;
+  LONG width;
+  LONG height;
 };
+
+// Fills an off-screen picture of the stage's height with its columns.
+void RepeatColumns(const Stage& rStage, const RepeatAxis& rAxis, const OffScreen& rPicture) {
+  // Nothing to copy is not worth a repetition, of which there may be millions.
+  if (!rPicture.HasBitmap() || rStage.height <= 0) return;
+  const auto copyFrom = [&](HDC source) {
+    return [&rPicture, &rStage, source](LONG from, LONG to, LONG length) {
+      BitBlt(rPicture.GetContext(), to, 0, length, rStage.height, source, from, 0, SRCCOPY);
+    };
+  };
+  rAxis.ForEachDoubled(copyFrom(rStage.context), copyFrom(rPicture.GetContext()));
+}
+
+// Fills an off-screen picture of the stage's width with its rows.
+void RepeatRows(const Stage& rStage, const RepeatAxis& rAxis, const OffScreen& rPicture) {
+  if (!rPicture.HasBitmap() || rStage.width <= 0 || rStage.height <= 0) return;
+  const auto copyFrom = [&](HDC source) {
+    return [&rPicture, &rStage, source](LONG from, LONG to, LONG length) {
+      BitBlt(rPicture.GetContext(), 0, to, rStage.width, length, source, 0, from, SRCCOPY);
+    };
+  };
+  // From the narrow picture every time, which stays in the cache, unless the band is so small that the calls
+  // would take longer than the copying.
+  if (int64_t{rAxis.bandLength} * rStage.width >= FEWEST_PIXELS)
+    rAxis.ForEach(copyFrom(rStage.context));
+  else
+    rAxis.ForEachDoubled(copyFrom(rStage.context), copyFrom(rPicture.GetContext()));
+}
 
 // The palette of the final copy, for as long as that takes.
 void RealizeInto(SelectedPalette& rSelected, HDC destination, HPALETTE palette, int line) {
@@ -103,55 +123,42 @@ void Bitmap::DrawRepeat(HDC destination, const POINT& rDestination, const SIZE& 
   const BITMAP bm = DescribeBitmap(mBitmap, 670);
   const SIZE size{rSize.cx < 0 ? bm.bmWidth : rSize.cx, rSize.cy < 0 ? bm.bmHeight : rSize.cy};
 
-  // The picture grows from source to source: first in width, then in height.
-  HDC source = bitmapContext.Get();
-  LONG sourceWidth = std::min(bm.bmWidth, size.cx);
-  const LONG sourceHeight = std::min(bm.bmHeight, size.cy);
+  Stage stage{bitmapContext.Get(), std::min(bm.bmWidth, size.cx), std::min(bm.bmHeight, size.cy)};
   const bool isLarger = size.cx > bm.bmWidth || size.cy > bm.bmHeight;
   std::optional<OffScreen> across;
   if (size.cx > bm.bmWidth) {
-    across.emplace(destination, size.cx, sourceHeight);
+    across.emplace(destination, size.cx, stage.height);
     ORM_ASSERT(across->GetContext() != nullptr, "drawDCX.CreateCompatibleDC(destDC) != 0", FILE_NAME, 695);
     ORM_ASSERT(across->HasBitmap(), "drawBitmapX.CreateCompatibleBitmap(destDC, size.cx, src.cy) != 0",
                FILE_NAME, 696);
-    const auto copyFrom = [&across, sourceHeight](HDC context) {
-      return [&across, sourceHeight, context](LONG from, LONG to, LONG length) {
-        BitBlt(across->GetContext(), to, 0, length, sourceHeight, context, from, 0, SRCCOPY);
-      };
-    };
-    if (across->HasBitmap() && sourceHeight > 0)
-      RepeatAxis(rRepeat.mStartX, rRepeat.mLengthX, rRepeat.mPeriodX, rRepeat.mPhaseX, bm.bmWidth, size.cx)
-          .ForEachDoubled(copyFrom(source), copyFrom(across->GetContext()));
-    source = across->GetContext();
-    sourceWidth = size.cx;
+    RepeatColumns(stage,
+                  {rRepeat.mStartX, rRepeat.mLengthX, rRepeat.mPeriodX, rRepeat.mPhaseX, bm.bmWidth, size.cx},
+                  *across);
+    stage = {across->GetContext(), size.cx, stage.height};
   }
   std::optional<OffScreen> down;
   if (size.cy > bm.bmHeight) {
-    down.emplace(destination, sourceWidth, size.cy);
+    down.emplace(destination, stage.width, size.cy);
     ORM_ASSERT(down->GetContext() != nullptr, "drawDCY.CreateCompatibleDC(destDC) != 0", FILE_NAME, 734);
     ORM_ASSERT(down->HasBitmap(), "drawBitmapY.CreateCompatibleBitmap(destDC, src.cx, size.cy) != 0",
                FILE_NAME, 735);
-    // From the narrow picture every time, which stays in the cache. Rows without pixels are not worth a
-    // repetition, of which there may be millions.
-    if (down->HasBitmap() && sourceWidth > 0 && bm.bmHeight > 0)
-      RepeatAxis(rRepeat.mStartY, rRepeat.mLengthY, rRepeat.mPeriodY, rRepeat.mPhaseY, bm.bmHeight, size.cy)
-          .ForEach([&](LONG from, LONG to, LONG length) {
-            BitBlt(down->GetContext(), 0, to, sourceWidth, length, source, 0, from, SRCCOPY);
-          });
-    source = down->GetContext();
+    RepeatRows(stage,
+               {rRepeat.mStartY, rRepeat.mLengthY, rRepeat.mPeriodY, rRepeat.mPhaseY, bm.bmHeight, size.cy},
+               *down);
+    stage = {down->GetContext(), stage.width, size.cy};
   }
 
   SelectedPalette palette;
   if (realize) RealizeInto(palette, destination, mPalette, isLarger ? 776 : 679);
-  if (!BitBlt(destination, rDestination.x, rDestination.y, size.cx, size.cy, source, 0, 0, SRCCOPY)) {
+  if (!BitBlt(destination, rDestination.x, rDestination.y, size.cx, size.cy, stage.context, 0, 0, SRCCOPY)) {
     if (isLarger)
       TraceWrite(areaBitmap, TRACE_WARNING, false, FILE_NAME, 781,
                  "failed to (transparent2) BitBlt(destDC=%08x, drawDC=%08x), error %d",
-                 HandleNumber(destination), HandleNumber(source), GetLastError());
+                 HandleNumber(destination), HandleNumber(stage.context), GetLastError());
     else
       TraceWrite(areaBitmap, TRACE_WARNING, false, FILE_NAME, 684,
                  "failed to (repeat) BitBlt(destDC=%08x, drawDC=%08x), error %d", HandleNumber(destination),
-                 HandleNumber(source), GetLastError());
+                 HandleNumber(stage.context), GetLastError());
   }
   TraceWrite(areaBitmap, TRACE_DEBUG, false, FILE_NAME, isLarger ? 809 : 690, "<- Bitmap::DrawRepeat()");
 }

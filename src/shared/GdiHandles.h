@@ -77,20 +77,31 @@ class SelectedPalette {
   HPALETTE mPrevious = nullptr;
 };
 
-// A bitmap that is deleted at the end. Declare it before the context that has it selected.
-class OwnedBitmap {
+// A picture off the screen: a memory context with a bitmap of its own.
+class OffScreen {
  public:
-  explicit OwnedBitmap(HBITMAP bitmap) : mBitmap(bitmap) {}
-  ~OwnedBitmap() {
+  enum Colors { LIKE_DEVICE, MONOCHROME };
+
+  OffScreen(HDC like, LONG width, LONG height, Colors colors = LIKE_DEVICE)
+      : mContext(like),
+        mBitmap(colors == MONOCHROME ? CreateBitmap(width, height, 1, 1, nullptr)
+                                     : CreateCompatibleBitmap(like, width, height)),
+        mPrevious(SelectObject(mContext.Get(), mBitmap)) {}
+  ~OffScreen() {
+    if (mPrevious) SelectObject(mContext.Get(), mPrevious);
     if (mBitmap) DeleteObject(mBitmap);
   }
-  OwnedBitmap(const OwnedBitmap&) = delete;
-  OwnedBitmap& operator=(const OwnedBitmap&) = delete;
+  OffScreen(const OffScreen&) = delete;
+  OffScreen& operator=(const OffScreen&) = delete;
 
-  HBITMAP Get() const { return mBitmap; }
+  HDC GetContext() const { return mContext.Get(); }
+  // False when it could not be made.
+  bool HasBitmap() const { return mBitmap != nullptr; }
 
  private:
-  HBITMAP mBitmap;
+  const MemoryContext mContext;
+  const HBITMAP mBitmap;
+  const HGDIOBJ mPrevious;
 };
 
 }  // namespace orm
