@@ -209,6 +209,18 @@ TEST_F(TwoUsers, HaveTransactionsOnOpenKeys) {
   EXPECT_EQ(GetNumber(open, "level"), 2u);
 }
 
+TEST_F(TwoUsers, AreDeniedAStoreThatLostItsLockFile) {
+  const auto open = [] {
+    Key key;
+    return Open(HKEY_LOCAL_MACHINE, "K", &key);
+  };
+  ASSERT_EQ(InChild([] { return Key(HKEY_LOCAL_MACHINE, "K").code; }), 0);
+  ASSERT_EQ(unlink(MachineFile("registry/machine/lock.mdb").c_str()), 0);
+  EXPECT_EQ(AsNobody(open), 5);
+  EXPECT_EQ(InChild(open), 0) << "its owner makes it anew";
+  EXPECT_EQ(AsNobody(open), 0);
+}
+
 TEST_F(TwoUsers, APlantedStoreIsRefused) {
   ASSERT_EQ(InChild([] {
               Key key(HKEY_CURRENT_USER, "K");

@@ -224,6 +224,10 @@ DWORD Hive::PrepareLockFile(bool isOwner) {
   const mode_t mode = mKind == Kind::User ? 0600 : MachineMode(0666);
   const int file = OpenStoreFile(mFolder + "/lock.mdb", O_RDWR, mode, mUser, isOwner);
   if (file == -EROFS) return ERROR_SUCCESS;  // nobody writes here, so nobody needs to be told of readers
+  // What was a store once is not absent: whoever may make the file lets the others in again.
+  struct stat data {};
+  if (file == -ENOENT && stat(DataFile().c_str(), &data) == 0 && data.st_size != 0)
+    return ERROR_ACCESS_DENIED;
   if (file < 0) return ErrorFromStore(-file);
   const int room = ReserveLockFile(file);
   // Mapped once: whoever asked for the word in it may look there for the life of the process.
