@@ -374,6 +374,38 @@ TEST(DebugOutput, ReachesEveryWatcherOfTheMachine) {
   EXPECT_EQ("one is left", record.text);
   EXPECT_EQ(GetCurrentProcessId(), record.processId);
   EXPECT_FALSE(first.Read(record, 0));
+// Whatever the other threads are sending or asking at a fork, the child can do it too. Somebody has to read
+// what is sent, since it would be waited for otherwise.
+TEST(DebugOutput, AndQueuesWorkInAForkedChild) {
+  orm::platform::DebugWatch watch;
+  ASSERT_TRUE(watch.IsOpen());
+  const HWND window = MakeWindow();
+  std::atomic<bool> ends{false};
+  std::vector<std::thread> others;
+  others.emplace_back([&] {
+    orm::platform::DebugRecord record;
+    while (!ends) watch.Read(record, 10);
+  });
+  for (int i = 0; i < 2; ++i) {
+    others.emplace_back([&] {
+      while (!ends) {
+        OutputDebugStringA("busy");
+        InvalidateRect(window, nullptr, FALSE);
+        OrmInjectInput(window, WM_MOUSEMOVE, 0, 0);
+      }
+    });
+  }
+  EXPECT_TRUE(test::ForkSome(300, [&] {
+    OutputDebugStringA("child");
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) ValidateRect(window, nullptr);
+    if (!PostMessageA(window, WM_USER, 0, 0) || !GetMessageA(&message, window, WM_USER, WM_USER)) _exit(1);
+  }));
+  ends = true;
+  for (std::thread& other : others) other.join();
+  DestroyWindow(window);
+}
+
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include <mutex>
 #include <new>
 
+#include "kernel/Fork.h"
 #include "kernel/Futex.h"
 #include "kernel/Machine.h"
 #include "win32/debugwatch.h"
@@ -51,6 +52,7 @@ class Output {
     return table != nullptr ? table : Open();
   }
   bool IsWritable() const { return mWritable; }
+  std::mutex& Lock() { return mLock; }
 
   // The address of a slot's socket. It is named through the folder's descriptor: the path of the folder may
   // be longer than a socket address holds.
@@ -151,6 +153,10 @@ bool ClaimSlot(WatcherTable& table, int slot) {
 }
 
 }  // namespace
+
+std::mutex& DebugOutputLock() noexcept {
+  return Output::Get().Lock();
+}
 
 DebugWatch::DebugWatch() {
   Output& output = Output::Get();

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <mutex>
+#include <atomic>
 #include <vector>
 
 #include "kernel/CodePage.h"
@@ -31,11 +31,13 @@ class FileSearch final : public KernelObject {
   explicit FileSearch(std::vector<Entry> entries) noexcept
       : KernelObject(kKind), mEntries(std::move(entries)) {}
 
+  // Whoever is first to describe an entry has it; the other one goes on to the next.
   bool Next(WIN32_FIND_DATAA* data) {
-    const std::lock_guard lock(mLock);
-    if (mNext == mEntries.size()) return false;
-    Describe(mEntries[mNext], data);
-    ++mNext;
+    std::size_t at = mNext.load(std::memory_order_relaxed);
+    do {
+      if (at == mEntries.size()) return false;
+      Describe(mEntries[at], data);
+    } while (!mNext.compare_exchange_weak(at, at + 1, std::memory_order_relaxed));
     return true;
   }
 
@@ -56,9 +58,8 @@ class FileSearch final : public KernelObject {
     memcpy(data->cFileName, name.c_str(), name.size() + 1);
   }
 
-  std::mutex mLock;
-  std::vector<Entry> mEntries;
-  std::size_t mNext = 0;
+  const std::vector<Entry> mEntries;
+  std::atomic<std::size_t> mNext{0};
 };
 
 // `.` and `..` first, then by name.

@@ -13,8 +13,9 @@ namespace orm::platform {
 namespace {
 
 // In the order in which they are taken; those of the named objects' files come last.
-constexpr std::mutex& (*kLocks[])() noexcept = {&ChangeLock,     &MachineLock,    &ViewLock,  &TlsLock,
-                                                &ThreadListLock, &NamedMutexLock, &HandleLock};
+constexpr std::mutex& (*kLocks[])() noexcept = {
+    &DebugOutputLock, &ChangeLock,     &MachineLock, &ViewLock,          &TlsLock,
+    &ThreadListLock,  &NamedMutexLock, &HandleLock,  &ModuleEntriesLock, &LoadedModulesLock};
 
 void Before() {
   for (const auto lock : kLocks) lock().lock();

@@ -20,4 +20,7 @@ std::mutex& ThreadListLock() noexcept;
 std::mutex& HandleLock() noexcept;
 std::mutex& TlsLock() noexcept;
 
+std::mutex& DebugOutputLock() noexcept;
 }  // namespace orm::platform
+std::mutex& ModuleEntriesLock() noexcept;
+std::mutex& LoadedModulesLock() noexcept;

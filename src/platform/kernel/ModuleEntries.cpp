@@ -15,6 +15,7 @@
 
 #include "kernel/ThreadRecord.h"
 
+#include "kernel/Fork.h"
 namespace orm::platform {
 
 namespace {
@@ -128,6 +129,10 @@ bool ReportAttachFailure() noexcept {
   tlsLoad->mFailed = true;
   return true;
 }
+std::mutex& ModuleEntriesLock() noexcept {
+  return Entries().lock;
+}
+
 
 bool IsRefused(HMODULE module) noexcept {
   Registry& registry = Entries();

@@ -22,6 +22,7 @@
 #include <string>
 
 #include "kernel/CodePage.h"
+#include "kernel/Fork.h"
 #include "kernel/ImageCheck.h"
 #include "kernel/ModuleEntries.h"
 #include "kernel/Paths.h"
@@ -289,6 +290,11 @@ std::string ImagePath(HMODULE module) {
 }
 
 }  // namespace
+
+std::mutex& LoadedModulesLock() noexcept {
+  return Table().lock;
+}
+
 }  // namespace orm::platform
 
 using namespace orm::platform;

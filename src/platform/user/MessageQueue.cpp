@@ -5,8 +5,10 @@
 
 #include <algorithm>
 
+#include "kernel/Fork.h"
 #include "kernel/ThreadRecord.h"
 #include "user/Window.h"
+#include "win32/forkx.h"
 
 namespace orm::platform {
 
@@ -25,6 +27,26 @@ void EndQueue(ThreadRecord& thread) {
   const auto queue = Ref<MessageQueue>(static_cast<MessageQueue*>(thread.queue.get()));
   ForgetThreadWindows(thread.id);
   queue->Close();
+}
+
+MessageQueue* QueueOfForkingThread() {
+  return tlsThread != nullptr ? static_cast<MessageQueue*>(tlsThread->queue.get()) : nullptr;
+}
+
+void BeforeFork() {
+  if (MessageQueue* const queue = QueueOfForkingThread()) queue->ContentLock().lock();
+  WindowLock().lock();
+}
+
+void AfterFork() {
+  WindowLock().unlock();
+  if (MessageQueue* const queue = QueueOfForkingThread()) queue->ContentLock().unlock();
+}
+
+// A child has the queue of its one thread, and the windows, whatever others were about to post or to paint.
+[[gnu::constructor]] void OnLoad() {
+  RegisterForkHandlers();  // the kernel's first: its locks are taken under these
+  CallAroundFork(BeforeFork, AfterFork);
 }
 
 template <class Container, class Matches>

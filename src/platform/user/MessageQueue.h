@@ -83,6 +83,9 @@ class MessageQueue final : public Waitable {
   MessageQueue() noexcept : Waitable(kKind) {}
 
  protected:
+  // What is in the queue is whole while it is held.
+  std::mutex& ContentLock() noexcept { return mLock; }
+
   bool IsSignalledFor(const WaitNode& request) const noexcept override {
     return ((request.fresh ? mNew : mPending).load(std::memory_order_acquire) & request.mask) != 0;
   }

@@ -168,6 +168,10 @@ HWND FindDirtyWindow(DWORD threadId, HWND within) {
   return nullptr;
 }
 
+std::mutex& WindowLock() noexcept {
+  return Get().lock;
+}
+
 void ForgetThreadWindows(DWORD threadId) {
   Tables& tables = Get();
   const std::lock_guard lock(tables.lock);

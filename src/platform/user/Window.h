@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "win32/user.h"
@@ -28,5 +29,7 @@ HWND FindDirtyWindow(DWORD threadId, HWND within);
 // Takes the windows of a thread that ends out of the table. Their procedures are not called: they are a
 // client's, whose module may have gone before the thread.
 void ForgetThreadWindows(DWORD threadId);
+// The lock of the table, which is taken under that of a queue's content.
+std::mutex& WindowLock() noexcept;
 
 }  // namespace orm::platform
