@@ -1,12 +1,16 @@
 // Threads: the gate of a suspended one, its end before it began, exit codes, priorities, mutexes that it
 // leaves.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "kernel/Handle.h"
+#include "support/Child.h"
 #include "win32/kernel.h"
 
 namespace {
@@ -181,6 +185,55 @@ TEST(Mutex, SeveralOwnedAtOnceAndClosedBetween) {
   EXPECT_EQ(nullptr, OpenMutexA(SYNCHRONIZE, FALSE, "first"));
   EXPECT_EQ(nullptr, OpenMutexA(SYNCHRONIZE, FALSE, "second"));
   EXPECT_TRUE(ReleaseMutex(third.get()));
+}
+
+// What a child made by fork finds of the threads that it does not have. The other thread may not have come to
+// its wait at the first forks.
+TEST(Threads, TheOthersHaveEndedInAForkedChild) {
+  const Handle signal(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+  const Handle end(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+  const Handle ready(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+  const Handle owned(CreateMutexA(nullptr, FALSE, nullptr));
+  const Handle own(CreateMutexA(nullptr, TRUE, nullptr));
+  Handle other;
+  id_t otherNativeId = 0;
+  std::thread waiter([&] {
+    EXPECT_TRUE(DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), other.put(), 0,
+                                FALSE, DUPLICATE_SAME_ACCESS));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(owned.get(), 0));
+    otherNativeId = static_cast<id_t>(gettid());
+    SetEvent(ready.get());
+    const HANDLE both[] = {signal.get(), end.get()};
+    EXPECT_EQ(WAIT_OBJECT_0 + 1, WaitForMultipleObjects(2, both, FALSE, INFINITE));
+    EXPECT_TRUE(ReleaseMutex(owned.get()));
+  });
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(ready.get(), INFINITE));
+  const auto priorities = [&] {
+    return std::pair(getpriority(PRIO_PROCESS, static_cast<id_t>(gettid())),
+                     getpriority(PRIO_PROCESS, otherNativeId));
+  };
+  const auto before = priorities();
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_EQ(0, test::Child::Forked([&] {
+                   DWORD code = 1;
+                   if (WaitForSingleObject(other.get(), 0) != WAIT_OBJECT_0) return 1;
+                   if (!GetExitCodeThread(other.get(), &code) || code != 0) return 2;
+                   if (WaitForSingleObject(owned.get(), 0) != WAIT_ABANDONED) return 3;
+                   if (!ReleaseMutex(owned.get()) || !ReleaseMutex(own.get())) return 4;
+                   if (!SetEvent(signal.get()) || WaitForSingleObject(signal.get(), 0) != WAIT_OBJECT_0)
+                     return 5;
+                   for (const HANDLE thread : {other.get(), GetCurrentThread()}) {
+                     if (!SetThreadPriority(thread, THREAD_PRIORITY_LOWEST)) return 6;
+                   }
+                   return 0;
+                 })
+                     .Finish()
+                     .status)
+        << "round " << i;
+  }
+  EXPECT_EQ(before, priorities()) << "the child has changed its parent's";
+  SetEvent(end.get());
+  waiter.join();
 }
 
 TEST(Mutex, AClosedHandleNamesItNoMore) {

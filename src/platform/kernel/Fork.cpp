@@ -43,9 +43,21 @@ void LeaveNamedMutexes(ThreadRecord& thread) {
   std::erase_if(thread.ownedMutexes, leave);
 }
 
+// Their waits take no signal any more, their mutexes are abandoned, and they have ended.
+void ForgetOtherThreads(ThreadRecord* self) {
+  VisitObjects([](KernelObject& object) {
+    if (object.IsWaitable()) static_cast<Waitable&>(object).ForgetOtherThreads(tlsThread);
+  });
+  ForgetOtherRecords(self);
+  if (self == nullptr) return;
+  self->self->ForgetOtherThreads(self);  // it has no handle, perhaps, nor has the queue
+  if (self->queue) static_cast<Waitable*>(self->queue.get())->ForgetOtherThreads(self);
+}
+
 void InChild() {
   NamedFile::AfterForkInChild();
   Unlock();
+  ForgetOtherThreads(tlsThread);
   if (tlsThread != nullptr) LeaveNamedMutexes(*tlsThread);
 }
 

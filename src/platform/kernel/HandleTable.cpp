@@ -97,6 +97,14 @@ std::mutex& HandleLock() noexcept {
   return gsAllocation;
 }
 
+void VisitObjects(void (*visit)(KernelObject& object)) noexcept {
+  for (uint32_t index = 1; index < gsUsed; ++index) {
+    const HandleSlot& slot =
+        gsChunks[index / kChunkSlots].load(std::memory_order_relaxed)[index % kChunkSlots];
+    if (KernelObject* const object = slot.object.load(std::memory_order_acquire)) visit(*object);
+  }
+}
+
 HandlePin::HandlePin(HANDLE handle) noexcept {
   if (reinterpret_cast<uintptr_t>(handle) == kCurrentThreadHandle) {
     mObject = CurrentThread().self.get();

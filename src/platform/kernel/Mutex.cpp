@@ -56,6 +56,13 @@ void Mutex::Abandon() noexcept {
   ReleaseOnce();
 }
 
+// Somebody who was just taking or freeing it is no owner that can be seen.
+void Mutex::ForgetOtherThreads(const ThreadRecord* self) noexcept {
+  Waitable::ForgetOtherThreads(self);
+  const bool isFree = (mState.load(std::memory_order_relaxed) & kSignalled) != 0;
+  if (!isFree && (self == nullptr || mOwner.load(std::memory_order_relaxed) != self)) Abandon();
+}
+
 namespace {
 
 // The handle of a mutex that belongs to `owner`, if to anybody; it is given up when there is no handle.

@@ -33,6 +33,8 @@ class Mutex final : public OwnableMutex {
   Acquired TryAcquire(const WaitNode& request) noexcept override;
   bool ReleaseOnce() noexcept override;
   void Abandon() noexcept override;
+  // Abandoned by an owner that does not exist here.
+  void ForgetOtherThreads(const ThreadRecord* self) noexcept override;
 
  protected:
   bool IsSignalledFor(const WaitNode& request) const noexcept override;

@@ -130,10 +130,23 @@ bool ThreadObject::Terminate(DWORD exitCode) noexcept {
 }
 
 void ThreadObject::End() noexcept {
-  if (mGate.exchange(kEnded, std::memory_order_acq_rel) == kTerminated) return;
+  if (mGate.exchange(kEnded, std::memory_order_acq_rel) != kTerminated) Conclude();
+}
+
+void ThreadObject::Conclude() noexcept {
   DWORD active = STILL_ACTIVE;  // a thread that ended itself without a result
   mExitCode.compare_exchange_strong(active, 0, std::memory_order_acq_rel);
   Signal();
+}
+
+void ThreadObject::ForgetOtherThreads(const ThreadRecord* self) noexcept {
+  Waitable::ForgetOtherThreads(self);
+  if (self != nullptr && self->self.get() == this) {
+    mNativeId.store(static_cast<int>(syscall(SYS_gettid)));
+    return;
+  }
+  mGate.store(kEnded);
+  Conclude();
 }
 
 bool ThreadObject::SetPriority(int priority) noexcept {

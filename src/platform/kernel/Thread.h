@@ -32,12 +32,17 @@ class ThreadObject final : public Waitable {
   // The thread's last step.
   void End() noexcept;
 
+  // The threads of the parent have ended as far as a child is concerned; the one that forked goes on under
+  // another number.
+  void ForgetOtherThreads(const ThreadRecord* self) noexcept override;
+
   bool SetPriority(int priority) noexcept;
   int Priority() const noexcept { return mPriority.load(); }
 
  private:
   enum Gate : uint32_t { kSuspended, kRunning, kTerminated, kEnded };
   static void* Main(void* object) noexcept;
+  void Conclude() noexcept;
   void Run() noexcept;
   void ApplyPriority(int nativeId) const noexcept;
 

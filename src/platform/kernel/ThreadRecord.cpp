@@ -21,6 +21,15 @@ namespace {
 
 constinit std::mutex gsListLock;
 constinit ThreadRecord* gsFirst = nullptr;
+// In a child made by fork, those of the parent's other threads. They are left as they are: their threads may
+// have been anywhere in them.
+constinit ThreadRecord* gsOfParent = nullptr;
+
+void Unlink(ThreadRecord& record) {
+  (record.previous != nullptr ? record.previous->next : gsFirst) = record.next;
+  if (record.next != nullptr) record.next->previous = record.previous;
+  record.next = record.previous = nullptr;
+}
 
 void EndThread(void* pointer) {
   auto* const record = static_cast<ThreadRecord*>(pointer);
@@ -37,8 +46,7 @@ void EndThread(void* pointer) {
   const Ref<ThreadObject> self = record->self;
   {
     const std::lock_guard lock(gsListLock);
-    (record->previous != nullptr ? record->previous->next : gsFirst) = record->next;
-    if (record->next != nullptr) record->next->previous = record->previous;
+    Unlink(*record);
   }
   tlsThread = nullptr;
   delete record;
@@ -59,6 +67,15 @@ pthread_key_t EndKey() {
 
 std::mutex& ThreadListLock() noexcept {
   return gsListLock;
+}
+
+void ForgetOtherRecords(ThreadRecord* self) noexcept {
+  if (self != nullptr) Unlink(*self);
+  while (ThreadRecord* const record = gsFirst) {
+    gsFirst = record->next;
+    record->next = std::exchange(gsOfParent, record);
+  }
+  gsFirst = self;
 }
 
 ThreadRecord::ThreadRecord(Ref<ThreadObject> object) : id(object->Id()), self(std::move(object)) {}

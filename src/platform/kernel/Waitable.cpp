@@ -104,6 +104,11 @@ void Waitable::Unsignal() noexcept {
   mState.fetch_and(~kSignalled, std::memory_order_acq_rel);
 }
 
+void Waitable::ForgetOtherThreads(const ThreadRecord*) noexcept {
+  mState.fetch_and(kSignalled, std::memory_order_acq_rel);
+  mFirst = mLast = nullptr;
+}
+
 void Waitable::WakeWaiters(Lock& lock) noexcept {
   for (WaitNode* node = mFirst; node != nullptr;) {
     WaitNode& candidate = *node;

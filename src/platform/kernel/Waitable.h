@@ -85,6 +85,10 @@ class Waitable : public KernelObject {
   virtual bool IsShared() const noexcept { return false; }
   bool IsOutside() const noexcept { return IsShared() || IsPumped(); }
 
+  // In a child made by fork, whose only thread has this record (null: none yet): those who waited, or were
+  // about to change something here, do not exist.
+  virtual void ForgetOtherThreads(const ThreadRecord* self) noexcept;
+
  protected:
   explicit Waitable(ObjectKind kind, bool signalled = false) noexcept
       : KernelObject(kind, true), mState(signalled ? kSignalled : 0) {}
