@@ -59,11 +59,11 @@ void Runnable::Start(bool waitForInit) {
 unsigned Runnable::BaseThreadBody(void* pRunnable) {
   auto* self = static_cast<Runnable*>(pRunnable);
   if (!self->mStarted) return 0;
-  // A notified datum may change the thread's data, so what is walked is a copy, which then goes.
-  for (const auto& [key, value] : Data(self->mData)) {
-    if (const FacePtr<Notification> notification{value}) notification->OnThreadAttach();
-  }
+  self->NotifyData(&Notification::OnThreadAttach);
+  // One that has just asked for the thread's object was given another one.
+  auto* const early = static_cast<Thread*>(TlsGetValue(gTlsIndex));
   const bool stored = TlsSetValue(gTlsIndex, static_cast<Thread*>(self));
+  if (early) early->Release();
   if (!stored) HoldAfterDetach();
   ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, pThread)", FILE_NAME, 558);
   // Interrupted already: mhInited stays unsignalled, so that a waiting Start learns of the interruption.

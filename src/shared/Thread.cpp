@@ -149,6 +149,15 @@ FacePtr<BaseFace>* Thread::FindInMap(const BaseString<MbcsTraits>& key, Recent& 
   return &found->second;
 }
 
+// Looks for the next one by its key: what is there may have changed, and a copy of all might find no memory.
+void Thread::NotifyData(void (Notification::*call)()) {
+  for (auto datum = mData.begin(); datum != mData.end();) {
+    const BaseString<MbcsTraits> key = datum->first;
+    if (const FacePtr<Notification> notification{datum->second}) ((*notification).*call)();
+    datum = mData.upper_bound(key);
+  }
+}
+
 void Thread::SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value) {
   Thread* const self = GetOwn();
   ORM_ASSERT(self, "pThis != 0", FILE_NAME, 101);
@@ -279,10 +288,7 @@ bool ThreadAttachDetach(DWORD reason) {
   ORM_ASSERT(thread || GetLastError() == ERROR_SUCCESS, "pThread != 0 || ::GetLastError() == ERROR_SUCCESS",
              FILE_NAME, 42);
   for (int pass = 0; thread && pass < DETACH_PASSES; ++pass) {
-    // A notified datum may change the thread's data, so what is walked is a copy.
-    for (const auto& [key, value] : Thread::Data(thread->mData)) {
-      if (const FacePtr<Thread::Notification> notification{value}) notification->OnThreadDetach();
-    }
+    thread->NotifyData(&Thread::Notification::OnThreadDetach);
     // What goes with the object must not find it any more.
     TlsSetValue(gTlsIndex, nullptr);
     tlsLeaving = thread;

@@ -2,10 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <new>
 #include <thread>
 
 #include "TestRunnable.h"
 #include "support/Child.h"
+#include "support/FailingNew.h"
 #include "support/TraceConfig.h"
 
 using namespace orm;
@@ -124,6 +127,74 @@ TEST(Thread, DataMayUseTheThreadWhenTheyGoWithIt) {
   EXPECT_EQ(interrupter->AddRef(), 2u) << "the registrar has let go of it";
   interrupter->Release();
   EXPECT_EQ(GetHandleCount(), before);
+}
+
+// Told and let go of, and counted.
+class Counted : public FaceObject<Thread::Notification> {
+ public:
+  explicit Counted(int& rTold, int& rGone) : mrTold(rTold), mrGone(rGone) {}
+  void OnThreadAttach() override {}
+  void OnThreadDetach() override { ++mrTold; }
+
+ private:
+  ~Counted() override { ++mrGone; }
+  int& mrTold;
+  int& mrGone;
+};
+
+TEST(Thread, ItsEndNeedsNoMemory) {
+  for (unsigned at = 1; at <= 4; ++at) {
+    int told = 0, gone = 0;
+    alignas(FailingNew) unsigned char storage[sizeof(FailingNew)];
+    std::thread([&] {
+      for (const char* key : {"a", "b"})
+        Thread::SetData(key, FacePtr<BaseFace>(FacePtr<Counted>::Adopt(new Counted(told, gone))));
+      new (storage) FailingNew(at);  // to the end of the thread
+    }).join();
+    EXPECT_EQ(told, 2) << at;
+    EXPECT_EQ(gone, 2) << at;
+  }
+}
+
+// Does what a test wants when it is told.
+class Acting : public FaceObject<Thread::Notification> {
+ public:
+  Acting(std::function<void()> attach, std::function<void()> detach)
+      : mAttach(std::move(attach)), mDetach(std::move(detach)) {}
+  void OnThreadAttach() override { mAttach(); }
+  void OnThreadDetach() override { mDetach(); }
+
+ private:
+  std::function<void()> mAttach, mDetach;
+};
+
+TEST(Thread, DataMayUseTheThreadBeforeItIsTheRunnable) {
+  const auto before = GetHandleCount();
+  auto runnable = TestRunnable::Make([] {});
+  const auto attach = [] { EXPECT_EQ(Thread::GetSelf()->GetId(), GetCurrentThreadId()); };
+  runnable->KeepForItsThread("a", FacePtr<BaseFace>(FacePtr<Acting>::Adopt(new Acting(attach, [] {}))));
+  runnable->CreateThread(true, false);
+  runnable->Wait();
+  runnable.Release();
+  EXPECT_EQ(GetHandleCount(), before);
+}
+
+// One that another one removes before its turn is not told, one that another one adds behind itself is.
+TEST(Thread, DataMayChangeWhileTheyAreTold) {
+  std::vector<std::string> log;
+  const auto keep = [&](const char* key) {
+    Thread::SetData(key, FacePtr<BaseFace>(FacePtr<Datum>::Adopt(new Datum(key, log))));
+  };
+  std::thread([&] {
+    keep("a");
+    keep("c");
+    const auto change = [&] {
+      for (const char* key : {"a", "b", "c"}) Thread::SetData(key, nullptr);
+      keep("d");
+    };
+    Thread::SetData("b", FacePtr<BaseFace>(FacePtr<Acting>::Adopt(new Acting([] {}, change))));
+  }).join();
+  EXPECT_EQ(log, (std::vector<std::string>{"detach a", "gone a", "gone c", "detach d", "gone d"}));
 }
 
 TEST(Thread, PrioritiesReadBack) {

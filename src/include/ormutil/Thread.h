@@ -97,6 +97,10 @@ class ORMUTIL_API Thread : public BaseFace {
   Thread& operator=(const Thread&) = delete;
   ~Thread();
 
+  // Calls each datum that wants to know, in the order of the keys. They may change the thread's data; one
+  // that is removed by another one before its turn is not called.
+  void NotifyData(void (Notification::*call)());
+
   HANDLE mhThread = nullptr;
   DWORD mId = 0;
   HANDLE mhInterrupt = nullptr;

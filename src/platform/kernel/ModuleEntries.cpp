@@ -7,15 +7,17 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "kernel/Fork.h"
 #include "kernel/ThreadRecord.h"
 
-#include "kernel/Fork.h"
 namespace orm::platform {
 
 namespace {
@@ -24,13 +26,14 @@ struct Entry {
   HINSTANCE module;
   std::string path;
   OrmDllMain entry;
-  uint64_t serial;  // tells a module from a later one at the same address
+  uint64_t serial;  // tells a module from a later one at the same address; later ones have higher ones
 };
+using EntryRef = std::shared_ptr<const Entry>;
 
 struct Registry {
   std::mutex lock;
-  std::vector<Entry> entries;
-  std::set<HINSTANCE> refused;  // images that are mapped although their attach failed
+  std::vector<EntryRef> entries;  // in the order of their serials
+  std::set<HINSTANCE> refused;    // images that are mapped although their attach failed
   uint64_t lastSerial = 0;
 };
 
@@ -52,10 +55,8 @@ HINSTANCE BaseOf(const void* address, std::string* path = nullptr) {
 bool IsRegistered(uint64_t serial) {
   Registry& registry = Entries();
   const std::lock_guard lock(registry.lock);
-  for (const Entry& entry : registry.entries) {
-    if (entry.serial == serial) return true;
-  }
-  return false;
+  return std::any_of(registry.entries.begin(), registry.entries.end(),
+                     [serial](const EntryRef& entry) { return entry->serial == serial; });
 }
 
 BOOL CallEntry(const Entry& entry, DWORD reason) noexcept {
@@ -89,10 +90,31 @@ void CallPinned(const Entry& entry, DWORD reason) {
   if (IsRegistered(entry.serial)) CallEntry(entry, reason);
 }
 
-std::vector<Entry> Snapshot() {
+uint64_t LastSerial() {
   Registry& registry = Entries();
   const std::lock_guard lock(registry.lock);
-  return registry.entries;
+  return registry.lastSerial;
+}
+
+// The first entry with a serial from `first` to `last`; null when there is none. A walk that asks for one
+// after the other needs no memory, which a thread that ends may not get.
+EntryRef FirstOf(uint64_t first, uint64_t last) {
+  Registry& registry = Entries();
+  const std::lock_guard lock(registry.lock);
+  for (const EntryRef& entry : registry.entries) {
+    if (entry->serial >= first) return entry->serial <= last ? entry : nullptr;
+  }
+  return nullptr;
+}
+
+// The last entry with a serial up to that one.
+EntryRef LastUpTo(uint64_t last) {
+  Registry& registry = Entries();
+  const std::lock_guard lock(registry.lock);
+  for (auto entry = registry.entries.rbegin(); entry != registry.entries.rend(); ++entry) {
+    if ((*entry)->serial <= last) return *entry;
+  }
+  return nullptr;
 }
 
 void NoteRefused(HINSTANCE module, bool isRefused) {
@@ -107,13 +129,21 @@ void NoteRefused(HINSTANCE module, bool isRefused) {
 
 }  // namespace
 
+std::mutex& ModuleEntriesLock() noexcept {
+  return Entries().lock;
+}
+
 void NotifyThreadAttach() noexcept {
-  for (const Entry& entry : Snapshot()) CallPinned(entry, DLL_THREAD_ATTACH);
+  const uint64_t last = LastSerial();
+  for (EntryRef entry = FirstOf(0, last); entry; entry = FirstOf(entry->serial + 1, last)) {
+    CallPinned(*entry, DLL_THREAD_ATTACH);
+  }
 }
 
 void NotifyThreadDetach() noexcept {
-  const std::vector<Entry> entries = Snapshot();
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) CallPinned(*entry, DLL_THREAD_DETACH);
+  for (EntryRef entry = LastUpTo(LastSerial()); entry; entry = LastUpTo(entry->serial - 1)) {
+    CallPinned(*entry, DLL_THREAD_DETACH);
+  }
 }
 
 LoadInProgress::LoadInProgress() noexcept : mOuter(tlsLoad) {
@@ -129,10 +159,6 @@ bool ReportAttachFailure() noexcept {
   tlsLoad->mFailed = true;
   return true;
 }
-std::mutex& ModuleEntriesLock() noexcept {
-  return Entries().lock;
-}
-
 
 bool IsRefused(HMODULE module) noexcept {
   Registry& registry = Entries();
@@ -163,7 +189,7 @@ BOOL OrmAttachModule(const void* addressInModule, OrmDllMain entry) noexcept {
   Registry& registry = Entries();
   const std::lock_guard lock(registry.lock);
   made.serial = ++registry.lastSerial;
-  registry.entries.push_back(std::move(made));
+  registry.entries.push_back(std::make_shared<const Entry>(std::move(made)));
   return TRUE;
 }
 
@@ -171,17 +197,15 @@ BOOL OrmDetachModule(const void* addressInModule) noexcept {
   const HINSTANCE module = BaseOf(addressInModule);
   NoteRefused(module, false);
   Registry& registry = Entries();
-  Entry found{};
+  EntryRef found;
   {
     const std::lock_guard lock(registry.lock);
-    for (auto entry = registry.entries.begin(); entry != registry.entries.end(); ++entry) {
-      if (entry->module != module) continue;
-      found = std::move(*entry);
-      registry.entries.erase(entry);
-      break;
-    }
+    const auto entry = std::find_if(registry.entries.begin(), registry.entries.end(),
+                                    [module](const EntryRef& one) { return one->module == module; });
+    if (entry == registry.entries.end()) return FALSE;
+    found = std::move(*entry);
+    registry.entries.erase(entry);
   }
-  if (found.entry == nullptr) return FALSE;
-  CallEntry(found, DLL_PROCESS_DETACH);
+  CallEntry(*found, DLL_PROCESS_DETACH);
   return TRUE;
 }
