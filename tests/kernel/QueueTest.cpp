@@ -121,6 +121,26 @@ TEST_F(Queue, FullOnesRefuse) {
   EXPECT_EQ(ERROR_NOT_ENOUGH_QUOTA, GetLastError());
 }
 
+// The thread leaves its mutexes after its queue is closed and before it is gone; so many take it a while.
+TEST_F(Queue, ClosedOnesAreThoseOfNoThread) {
+  const Handle ready(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+  std::vector<Handle> mutexes(50'000);
+  DWORD id = 0;
+  std::thread ending([&] {
+    for (Handle& mutex : mutexes) mutex = Handle(CreateMutexA(nullptr, TRUE, nullptr));
+    Wait(QS_ALLINPUT);  // makes the queue
+    id = GetCurrentThreadId();
+    SetEvent(ready.get());
+  });
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(ready.get(), INFINITE));
+  // Moves of the mouse replace each other, so that they never fill the queue.
+  while (OrmInjectThreadInput(id, WM_MOUSEMOVE, 0, 0)) continue;
+  EXPECT_EQ(ERROR_INVALID_THREAD_ID, GetLastError());
+  EXPECT_FALSE(PostThreadMessageA(id, WM_USER, 0, 0));
+  EXPECT_EQ(ERROR_INVALID_THREAD_ID, GetLastError());
+  ending.join();
+}
+
 TEST_F(Windows, AreCreatedPaintedAndDestroyedInOrder) {
   const HWND window = MakeWindow();
   ASSERT_NE(nullptr, window);
@@ -354,26 +374,6 @@ TEST(MessageBox, FailsWithoutATerminal) {
   EXPECT_EQ(0, status);
 }
 
-TEST(DebugOutput, ReachesEveryWatcherOfTheMachine) {
-  OutputDebugStringA("nobody watches\n");
-  orm::platform::DebugRecord record;
-  orm::platform::DebugWatch first;
-  ASSERT_TRUE(first.IsOpen());
-  {
-    orm::platform::DebugWatch second;
-    ASSERT_TRUE(second.IsOpen());
-    test::Child child({test::Sibling("kernel_helper"), "debug", "from afar\r\n"});
-    for (auto* watch : {&first, &second}) {
-      ASSERT_TRUE(watch->Read(record, 60000));
-      EXPECT_EQ("from afar\r\n", record.text);
-      EXPECT_EQ(static_cast<DWORD>(child.GetPid()), record.processId);
-    }
-  }
-  OutputDebugStringA("one is left");
-  ASSERT_TRUE(first.Read(record, 60000));
-  EXPECT_EQ("one is left", record.text);
-  EXPECT_EQ(GetCurrentProcessId(), record.processId);
-  EXPECT_FALSE(first.Read(record, 0));
 // Whatever the other threads are sending or asking at a fork, the child can do it too. Somebody has to read
 // what is sent, since it would be waited for otherwise.
 TEST(DebugOutput, AndQueuesWorkInAForkedChild) {
@@ -406,6 +406,26 @@ TEST(DebugOutput, AndQueuesWorkInAForkedChild) {
   DestroyWindow(window);
 }
 
+TEST(DebugOutput, ReachesEveryWatcherOfTheMachine) {
+  OutputDebugStringA("nobody watches\n");
+  orm::platform::DebugRecord record;
+  orm::platform::DebugWatch first;
+  ASSERT_TRUE(first.IsOpen());
+  {
+    orm::platform::DebugWatch second;
+    ASSERT_TRUE(second.IsOpen());
+    test::Child child({test::Sibling("kernel_helper"), "debug", "from afar\r\n"});
+    for (auto* watch : {&first, &second}) {
+      ASSERT_TRUE(watch->Read(record, 60000));
+      EXPECT_EQ("from afar\r\n", record.text);
+      EXPECT_EQ(static_cast<DWORD>(child.GetPid()), record.processId);
+    }
+  }
+  OutputDebugStringA("one is left");
+  ASSERT_TRUE(first.Read(record, 60000));
+  EXPECT_EQ("one is left", record.text);
+  EXPECT_EQ(GetCurrentProcessId(), record.processId);
+  EXPECT_FALSE(first.Read(record, 0));
 }
 
 }  // namespace

@@ -129,21 +129,23 @@ void MessageQueue::Close() {
   for (const auto& message : unanswered) SetEvent(message->done);
 }
 
-bool MessageQueue::Post(const MSG& message) {
+Acceptance MessageQueue::Post(const MSG& message) {
   {
     const std::lock_guard lock(mLock);
-    if (mClosed || mPosted.size() >= kLongestQueue) return false;
+    if (mClosed) return Acceptance::kClosed;
+    if (mPosted.size() >= kLongestQueue) return Acceptance::kFull;
     mPosted.push_back(message);
     UpdatePending(QS_POSTMESSAGE | QS_ALLPOSTMESSAGE);
   }
   WakeAll();
-  return true;
+  return Acceptance::kTaken;
 }
 
-bool MessageQueue::PostInput(const MSG& message) {
+Acceptance MessageQueue::PostInput(const MSG& message) {
   {
     const std::lock_guard lock(mLock);
-    if (mClosed || mInput.size() >= kLongestQueue) return false;
+    if (mClosed) return Acceptance::kClosed;
+    if (mInput.size() >= kLongestQueue) return Acceptance::kFull;
     // Only the last of several moves in a row is of interest.
     if (message.message == WM_MOUSEMOVE && !mInput.empty() && mInput.back().message == WM_MOUSEMOVE &&
         mInput.back().hwnd == message.hwnd) {
@@ -154,7 +156,7 @@ bool MessageQueue::PostInput(const MSG& message) {
     UpdatePending(InputKind(message.message));
   }
   WakeAll();
-  return true;
+  return Acceptance::kTaken;
 }
 
 bool MessageQueue::Send(std::shared_ptr<SentMessage> message) {

@@ -43,6 +43,9 @@ struct MessageFilter {
   }
 };
 
+// What becomes of a message for a queue, which is closed when its thread ends.
+enum class Acceptance : uint8_t { kTaken, kFull, kClosed };
+
 class MessageQueue final : public Waitable {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kMessageQueue;
@@ -55,9 +58,9 @@ class MessageQueue final : public Waitable {
   // The queue's end: calls that still wait for an answer get 0. Nothing is accepted afterwards.
   void Close();
 
-  // False when the queue is full or closed.
-  bool Post(const MSG& message);
-  bool PostInput(const MSG& message);
+  Acceptance Post(const MSG& message);
+  Acceptance PostInput(const MSG& message);
+  // False when the queue is closed.
   bool Send(std::shared_ptr<SentMessage> message);
   void PostQuit(int exitCode);
   // Looks whether a window of the queue's thread has something to paint. After an invalidation that is new
@@ -80,12 +83,12 @@ class MessageQueue final : public Waitable {
   UINT Pending() const noexcept { return mPending.load(std::memory_order_acquire); }
   UINT TakeNew(UINT kinds) noexcept { return mNew.fetch_and(~kinds, std::memory_order_acq_rel) & kinds; }
 
-  MessageQueue() noexcept : Waitable(kKind) {}
-
- protected:
   // What is in the queue is whole while it is held.
   std::mutex& ContentLock() noexcept { return mLock; }
 
+  MessageQueue() noexcept : Waitable(kKind) {}
+
+ protected:
   bool IsSignalledFor(const WaitNode& request) const noexcept override {
     return ((request.fresh ? mNew : mPending).load(std::memory_order_acquire) & request.mask) != 0;
   }

@@ -55,24 +55,23 @@ DWORD WaitWithQueue(std::span<const HANDLE> handles, DWORD milliseconds, UINT ma
   }
 }
 
-bool PostTo(const Ref<MessageQueue>& queue, const MSG& message, DWORD missing) {
-  if (!queue) {
-    tlsLastError = missing;
-    return false;
-  }
-  if (queue->Post(message)) return true;
-  tlsLastError = ERROR_NOT_ENOUGH_QUOTA;
+// `missing` is the error of who has no queue, or has none any more.
+bool IsTaken(Acceptance acceptance, DWORD missing) {
+  if (acceptance == Acceptance::kTaken) return true;
+  tlsLastError = acceptance == Acceptance::kFull ? ERROR_NOT_ENOUGH_QUOTA : missing;
   return false;
 }
 
+bool PostTo(const Ref<MessageQueue>& queue, const MSG& message, DWORD missing) {
+  return IsTaken(queue ? queue->Post(message) : Acceptance::kClosed, missing);
+}
+
 bool Inject(const Ref<MessageQueue>& queue, const MSG& message, DWORD missing) {
-  if (!queue || InputKind(message.message) == 0) {
-    tlsLastError = queue ? ERROR_INVALID_PARAMETER : missing;
+  if (queue && InputKind(message.message) == 0) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
     return false;
   }
-  if (queue->PostInput(message)) return true;
-  tlsLastError = ERROR_NOT_ENOUGH_QUOTA;
-  return false;
+  return IsTaken(queue ? queue->PostInput(message) : Acceptance::kClosed, missing);
 }
 
 }  // namespace
