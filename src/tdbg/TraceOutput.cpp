@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <new>
 
 #include "TraceFacility.h"
 
@@ -31,14 +30,10 @@ DWORD ElapsedMilliseconds() {
 
 constexpr int TIME_OF_DAY_SIZE = 32;
 
-// For whoever asks for it in the header. Nothing when there is no memory to work out the zone.
+// For whoever asks for it in the header. So short a text needs no memory.
 void FormatTimeOfDay(char* buffer) {
   if (!std::strstr(facility.format, "%8")) return;
-  try {
-    GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, TIME_NOSECONDS, nullptr, nullptr, buffer, TIME_OF_DAY_SIZE);
-  } catch (const std::bad_alloc&) {
-    buffer[0] = 0;
-  }
+  GetTimeFormatA(LOCALE_SYSTEM_DEFAULT, TIME_NOSECONDS, nullptr, nullptr, buffer, TIME_OF_DAY_SIZE);
 }
 
 const char* NameWithoutFolders(const char* path) {

@@ -129,7 +129,7 @@ TEST(Frame, MisuseOfTheTracingIsAsserted) {
 
 TEST(Frame, MisuseIsToldWithoutMemory) {
   TraceInto("nomemory.log");
-  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9!s!|%10!u!|%8|");
+  SetRegistryText(TRACE_KEY, " option_format", "%2|%3!c!|%9!s!|%10!u!|%8!.0s!|");
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");
   SetRegistryText(TRACE_KEY + "\\module_leaker", "leaks", "w");
   EXPECT_EQ(RunProgram({Sibling("module_leaker"), "nomemory"}).status, 0);

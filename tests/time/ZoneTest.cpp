@@ -12,6 +12,7 @@
 
 #include "support/Child.h"
 #include "support/ErrorLayers.h"
+#include "support/FailingNew.h"
 #include "support/ModuleTrace.h"
 
 using namespace test;
@@ -103,6 +104,20 @@ TEST(ZoneChange, IsSeenByTheNextCall) {
     EXPECT_EQ(orm::UtcTime::FromStringGeneralizedTime(text), time);
     const orm::String local = text.Left(text.GetBegin() + 14);
     EXPECT_EQ(orm::UtcTime::FromStringGeneralizedTime(local), time) << "without its zone it is local time";
+  }
+}
+
+// Working it out needs none but for keeping the answer.
+TEST(ZoneChange, IsSeenWithoutMemory) {
+  const std::pair<const char*, LONG> zones[] = {{"AAA-1", -60}, {"<A-NAME-THAT-TAKES-MEMORY>+2", 120}};
+  unsigned at = 0;
+  for (const auto& [tz, bias] : zones) {
+    setenv("TZ", tz, 1);
+    TIME_ZONE_INFORMATION information{};
+    const FailingNew failing(++at);
+    EXPECT_EQ(GetTimeZoneInformation(&information), TIME_ZONE_ID_UNKNOWN) << tz;
+    EXPECT_TRUE(failing.HasFailed()) << tz;
+    EXPECT_EQ(information.Bias, bias) << tz;
   }
 }
 

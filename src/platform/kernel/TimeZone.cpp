@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <optional>
 
 namespace orm::platform {
@@ -109,14 +110,20 @@ Zone Describe(std::int64_t now) {
   return zone;
 }
 
-constinit std::atomic<const Zone*> zones{nullptr};  // the newest first; there are a few in a process's life
+struct KnownZone {
+  Zone zone;
+  ZoneSource source;
+  const KnownZone* previous;
+};
 
-const Zone* Find(const Zone* list, const char* variable, std::uint64_t fileStamp, std::int64_t now) {
+constinit std::atomic<const KnownZone*> zones{nullptr};  // the newest first, a few in a process's life
+
+const Zone* Find(const KnownZone* list, const char* variable, std::uint64_t fileStamp, std::int64_t now) {
   for (; list != nullptr; list = list->previous) {
     const ZoneSource& source = list->source;
     const bool isOfSource = variable != nullptr ? source.hasVariable && source.variable == variable
                                                 : !source.hasVariable && source.fileStamp == fileStamp;
-    if (isOfSource && now >= list->from && now < list->until) return list;
+    if (isOfSource && now >= list->zone.from && now < list->zone.until) return &list->zone;
   }
   return nullptr;
 }
@@ -139,21 +146,26 @@ std::uint64_t FileStamp(std::int64_t now) {
 
 }  // namespace
 
-const Zone& CurrentZone() {
+const Zone& CurrentZone() noexcept {
   timespec clock;
   clock_gettime(CLOCK_REALTIME_COARSE, &clock);
   const std::int64_t now = clock.tv_sec;
   const char* variable = std::getenv("TZ");
   const std::uint64_t fileStamp = variable == nullptr ? FileStamp(now) : 0;
-  const Zone* newest = zones.load(std::memory_order_acquire);
+  const KnownZone* newest = zones.load(std::memory_order_acquire);
   if (const Zone* known = Find(newest, variable, fileStamp, now)) return *known;
   tzset();
-  Zone* made = new Zone(Describe(now));
-  made->source = {variable != nullptr, variable != nullptr ? variable : "", fileStamp};
-  made->previous = newest;
-  while (!zones.compare_exchange_weak(made->previous, made, std::memory_order_acq_rel)) {
+  try {
+    auto* made = new KnownZone{
+        Describe(now), {variable != nullptr, variable != nullptr ? variable : "", fileStamp}, newest};
+    while (!zones.compare_exchange_weak(made->previous, made, std::memory_order_acq_rel)) {
+    }
+    return made->zone;
+  } catch (const std::bad_alloc&) {
+    // For this once.
+    static constinit thread_local Zone forgotten{};
+    return forgotten = Describe(now);
   }
-  return *made;
 }
 
 }  // namespace orm::platform

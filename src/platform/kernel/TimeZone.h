@@ -19,17 +19,16 @@ struct ZoneSource {
 };
 
 struct Zone {
-  ZoneSource source;
   std::int64_t from;   // the answer holds from this second since 1970 on
   std::int64_t until;  // and before this one
   TIME_ZONE_INFORMATION information;
   DWORD id;   // TIME_ZONE_ID_x of now
   LONG bias;  // minutes from local time to UTC that are in effect now
-  const Zone* previous;
 };
 
-// The zone at this moment. The reference stays good for the life of the process. A new value of TZ counts at
-// once, another /etc/localtime within a second. Thread-safe, as long as no thread changes the environment.
-const Zone& CurrentZone();
+// The zone at this moment. The reference stays good until the thread's next call at least. A new value of TZ
+// counts at once, another /etc/localtime within a second. Thread-safe, as long as no thread changes the
+// environment.
+const Zone& CurrentZone() noexcept;
 
 }  // namespace orm::platform
