@@ -13,12 +13,15 @@ namespace {
 
 constinit std::mutex gsTlsLock;
 constinit std::bitset<kTlsSlots> gsTlsUsed;  // written under the lock
-constinit std::atomic<bool> gsTlsAllocated[kTlsSlots];
+// Counts the allocations and releases of each index: odd while somebody has it.
+constinit std::atomic<uint32_t> gsTlsLives[kTlsSlots];
 
-bool IsAllocated(DWORD index) {
-  if (index < kTlsSlots && gsTlsAllocated[index].load(std::memory_order_relaxed)) return true;
+// The count of an index that somebody has; 0, with the last error, for others.
+uint32_t LifeOf(DWORD index) {
+  const uint32_t life = index < kTlsSlots ? gsTlsLives[index].load() : 0;
+  if (life % 2 != 0) return life;
   tlsLastError = ERROR_INVALID_PARAMETER;
-  return false;
+  return 0;
 }
 
 TlsSlot* SlotOf(ThreadRecord& thread, DWORD index) {
@@ -42,7 +45,7 @@ DWORD TlsAlloc() noexcept {
   for (DWORD index = 0; index < kTlsSlots; ++index) {
     if (gsTlsUsed[index]) continue;
     gsTlsUsed[index] = true;
-    gsTlsAllocated[index].store(true, std::memory_order_release);
+    gsTlsLives[index].fetch_add(1);
     return index;
   }
   tlsLastError = ERROR_NO_MORE_ITEMS;
@@ -51,11 +54,11 @@ DWORD TlsAlloc() noexcept {
 
 BOOL TlsFree(DWORD index) noexcept {
   const std::lock_guard lock(gsTlsLock);
-  if (!IsAllocated(index)) return FALSE;
-  gsTlsAllocated[index].store(false, std::memory_order_release);
+  if (LifeOf(index) == 0) return FALSE;
+  gsTlsLives[index].fetch_add(1);
   // The next owner of the index finds it empty in every thread.
   VisitThreads([index](ThreadRecord& thread) {
-    if (TlsSlot* const slot = SlotOf(thread, index)) slot->store(nullptr, std::memory_order_relaxed);
+    if (TlsSlot* const slot = SlotOf(thread, index)) slot->store(nullptr);
     return false;
   });
   gsTlsUsed[index] = false;
@@ -63,7 +66,7 @@ BOOL TlsFree(DWORD index) noexcept {
 }
 
 void* TlsGetValue(DWORD index) noexcept {
-  if (!IsAllocated(index)) return nullptr;
+  if (LifeOf(index) == 0) return nullptr;
   tlsLastError = ERROR_SUCCESS;
   if (tlsThread == nullptr) return nullptr;
   const TlsSlot* const slot = SlotOf(*tlsThread, index);
@@ -71,7 +74,8 @@ void* TlsGetValue(DWORD index) noexcept {
 }
 
 BOOL TlsSetValue(DWORD index, void* value) noexcept {
-  if (!IsAllocated(index)) return FALSE;
+  const uint32_t life = LifeOf(index);
+  if (life == 0) return FALSE;
   ThreadRecord& thread = CurrentThread();
   if (SlotOf(thread, index) == nullptr) {
     auto* const more = new (std::nothrow) TlsSlot[kTlsSlots - kTlsInlineSlots]{};
@@ -81,6 +85,10 @@ BOOL TlsSetValue(DWORD index, void* value) noexcept {
     }
     thread.moreSlots.store(more, std::memory_order_release);
   }
-  SlotOf(thread, index)->store(value, std::memory_order_relaxed);
-  return TRUE;
+  // Either whoever frees the index meanwhile finds the value here, or its end is seen here.
+  SlotOf(thread, index)->exchange(value);
+  if (LifeOf(index) == life) return TRUE;
+  SlotOf(thread, index)->store(nullptr);
+  tlsLastError = ERROR_INVALID_PARAMETER;
+  return FALSE;
 }
