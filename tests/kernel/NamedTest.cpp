@@ -257,6 +257,31 @@ TEST(Named, AForkLeavesNoLockTaken) {
   for (std::thread& other : others) other.join();
 }
 
+// A child that was begun without the handlers of a fork has copies of whatever is open at that moment, and
+// keeps no lock with them.
+TEST(Named, AnotherProcessesCopiesLockNothing) {
+  std::atomic<bool> ends{false};
+  std::thread busy([&] {
+    while (!ends) Handle(CreateMutexA(nullptr, FALSE, "made and closed"));
+  });
+  int gate[2];
+  ASSERT_EQ(0, pipe(gate));
+  std::vector<pid_t> children(50);
+  for (pid_t& child : children) {
+    child = _Fork();
+    if (child != 0) continue;
+    close(gate[1]);
+    char byte;
+    _exit(static_cast<int>(read(gate[0], &byte, 1)));
+  }
+  ends = true;
+  busy.join();
+  EXPECT_TRUE(Handle(CreateMutexA(nullptr, FALSE, "made and closed")));
+  close(gate[0]);
+  close(gate[1]);
+  for (const pid_t child : children) EXPECT_EQ(child, waitpid(child, nullptr, 0));
+}
+
 // Processes that are killed at any moment of locking and unlocking leave the mutex usable.
 TEST(Named, KilledAtAnyMoment) {
   const Handle mutex(CreateMutexA(nullptr, FALSE, "hammer"));
