@@ -228,11 +228,11 @@ class BaseString {
 
   // The serialized form, all numbers 32 bits little-endian:
   //
-  //   | size in bytes with terminator; 0 when empty, and then nothing follows | code page | text, terminator
-  //   |
+  //   | size in bytes, with terminator | code page | text, terminator |
   //
-  // `codePage` 0 is the ANSI code page. Serialize writes GetSerializedSize bytes; who has that size already
-  // may pass it on.
+  // The empty text has the size 0, and nothing follows. `codePage` 0 is the ANSI code page. Serialize writes
+  // GetSerializedSize bytes; who has that size already may pass it on. Wide text is stored as UTF-16 whatever
+  // the code page.
   unsigned GetSerializedSize(unsigned codePage) const;
   void Serialize(unsigned char* buffer, unsigned codePage) const {
     Serialize(buffer, codePage, GetSerializedSize(codePage));

@@ -151,19 +151,19 @@ extern "C" {
 
 // Formats a message text with inserts.
 //   - `flags` says where the text comes from (FROM_STRING: `source`, FROM_SYSTEM: the system's text for
-//   `messageId`;
-//     no module here holds message tables, so FROM_HMODULE finds nothing by itself), how arguments are
-//     passed, and in its low byte the line width: 0 keeps the line breaks of the text, each as "\r\n"; 0xFF
-//     turns each into a blank, also the one that ends every system message; any other width also breaks lines
-//     at blanks so that none is longer, words being kept whole.
+//     `messageId`; no module here holds message tables, so FROM_HMODULE finds nothing by itself), how
+//     arguments are passed, and in its low byte the line width: 0 keeps the line breaks of the text, each as
+//     "\r\n"; 0xFF turns each into a blank, also the one that ends every system message; any other width
+//     also breaks lines at blanks so that none is longer, words being kept whole.
 //   - `language` is 0 or English; any other has no system messages (1815).
-//   - `buffer` of `size` characters receives the text, terminated. Under ALLOCATE_BUFFER it is the address of
-//   a
-//     pointer that receives a buffer for LocalFree, of `size` characters at least and 65,536 at most.
-//   - `arguments` is null; or the address of a started va_list, which is read through a copy and so stays
-//   where it
-//     is; or under ARGUMENT_ARRAY, cast, an array of DWORD_PTR. A `va_list` that is itself a function's
-//     parameter has decayed to a pointer: pass reinterpret_cast<va_list*>(parameter).
+//   - `buffer` of `size` characters receives the text, terminated.
+//     Under ALLOCATE_BUFFER it is the address of a pointer that receives a buffer for LocalFree, of `size`
+//     characters at least and 65,536 at most.
+//   - `arguments` is null;
+//     or the address of a started va_list, which is read through a copy and so stays where it is;
+//     or under ARGUMENT_ARRAY, cast, an array of DWORD_PTR.
+//     A `va_list` that is itself a function's parameter has decayed to a pointer: pass
+//     reinterpret_cast<va_list*>(parameter).
 //
 // Syntax of the text:
 //   - %1 to %99: that insert as text; %1!format!: that insert in a printf format of flags "-+ #0", width and
@@ -171,9 +171,9 @@ extern "C" {
 //     w, I, I32, I64 or ll, and one of c C s S d i u x X o p. Numbers are 32 bits wide unless I, I64 or ll
 //     says otherwise; s and c are of the function's own width, S and C of the other one, h makes both 8-bit,
 //     l and w 16-bit.
-//   - %0 ends the text without a final line break; %n is a line break that is always kept, %r a carriage
-//   return, %t a
-//     tab, %b a blank; % before any other character gives that character: "%%", "%!", "%.", "% ".
+//   - %0 ends the text without a final line break.
+//   - %n is a line break that is always kept, %r a carriage return, %t a tab, %b a blank; % before any other
+//     character gives that character: "%%", "%!", "%.", "% ".
 // The first * takes the insert's own argument, a second one the argument after it. The value is then, in an
 // array, the argument that follows these; in a va_list the next one that was not read yet, and it has no
 // number.
