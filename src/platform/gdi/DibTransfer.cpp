@@ -113,6 +113,14 @@ bool Unpack(Surface& picture, const Dib& dib, const void* bits) {
   return true;
 }
 
+// Takes an object of this function's own out of the table again, also when memory runs out.
+struct Removal {
+  HGDIOBJ handle;
+  ~Removal() {
+    if (handle) RemoveObject(handle);
+  }
+};
+
 }  // namespace
 }  // namespace orm::platform::gdi
 
@@ -235,9 +243,10 @@ HBITMAP WINAPI CreateDIBitmap(HDC handle, const BITMAPINFOHEADER* header, DWORD 
   const int height = header->biHeight < 0 ? -header->biHeight : header->biHeight;
   const HBITMAP bitmap = CreateCompatibleBitmap(handle, header->biWidth, height);
   if (!bitmap || init != CBM_INIT) return bitmap;
-  if (SetDIBits(handle, bitmap, 0, static_cast<UINT>(height), bits, info, usage) != 0) return bitmap;
-  DeleteObject(bitmap);
-  return nullptr;
+  Removal removal{bitmap};
+  if (SetDIBits(handle, bitmap, 0, static_cast<UINT>(height), bits, info, usage) == 0) return nullptr;
+  removal.handle = nullptr;
+  return bitmap;
 }
 
 int WINAPI StretchDIBits(HDC handle, int x, int y, int width, int height, int sourceX, int sourceY,
@@ -254,12 +263,12 @@ int WINAPI StretchDIBits(HDC handle, int x, int y, int width, int height, int so
   source->bitmap.Select(nullptr, std::move(picture));
   const auto sourceHandle = static_cast<HDC>(AddObject(source));
   if (!sourceHandle) return 0;
+  const Removal removal{sourceHandle};
   const std::int64_t fromTop =
       dib->bottomUp ? std::int64_t{dib->height} - sourceY - sourceHeight : std::int64_t{sourceY};
   const BOOL done = StretchBlt(handle, x, y, width, height, sourceHandle, sourceX,
                                static_cast<int>(std::clamp<std::int64_t>(fromTop, INT32_MIN, INT32_MAX)),
                                sourceWidth, sourceHeight, operation);
-  RemoveObject(sourceHandle);
   return done ? dib->height : 0;
 }
 

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
@@ -21,14 +22,15 @@ std::string PathOfTextLibrary() {
   return slash == std::string_view::npos ? name : std::string(file.substr(0, slash + 1)) + name;
 }
 
-// Loaded once and kept: fonts may be used until the very end of the process. Null when it is missing.
-const TextLibrary* LoadTextLibrary() {
-  void* const library = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
-  return library ? static_cast<const TextLibrary*>(dlsym(library, "OrmTextLibrary")) : nullptr;
-}
-
+// Loaded once and kept: fonts may be used until the very end of the process. Null when it cannot be had,
+// which the next font may find different. Two threads that load it get the same one.
 const TextLibrary* TheTextLibrary() {
-  static const TextLibrary* const library = LoadTextLibrary();
+  static constinit std::atomic<const TextLibrary*> loaded{nullptr};
+  if (const TextLibrary* const library = loaded.load(std::memory_order_acquire)) return library;
+  void* const image = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!image) return nullptr;
+  const auto* const library = static_cast<const TextLibrary*>(dlsym(image, "OrmTextLibrary"));
+  loaded.store(library, std::memory_order_release);
   return library;
 }
 

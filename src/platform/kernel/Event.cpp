@@ -1,4 +1,5 @@
 // Events. Setting one that nobody waits for is one interlocked step, and so is taking an automatic one.
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "kernel/Waitable.h"
 #include "win32/kernel.h"
@@ -43,7 +44,8 @@ class Event final : public Waitable {
 
 using namespace orm::platform;
 
-HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, const char* name) noexcept {
+HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, const char* name) noexcept
+    try {
   if (name != nullptr && *name != '\0') {
     tlsLastError = ERROR_NOT_SUPPORTED;
     return nullptr;
@@ -51,6 +53,8 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, c
   const HANDLE handle = AllocateHandle(MakeRef<Event>(manualReset != FALSE, initialState != FALSE));
   if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
   return handle;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
 BOOL SetEvent(HANDLE handle) noexcept {

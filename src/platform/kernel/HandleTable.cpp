@@ -1,6 +1,7 @@
 // The handle table. A slot's state word holds its generation, whether it is open, and how many look-ups have
 // it pinned; slots are never freed, so a stale handle always finds a word to compare with.
 #include <mutex>
+#include <new>
 
 #include "kernel/Fork.h"
 #include "kernel/Object.h"
@@ -59,14 +60,24 @@ bool Names(uint64_t state, uint64_t generation) {
   return (state & kOpen) != 0 && state >> kGenerationShift == generation;
 }
 
+// Null, with the last error, when there is none.
 HandleSlot* NewSlot() {
   if (gsUsed == 0) gsUsed = 1;
-  if (gsUsed == (1u << kIndexBits)) return nullptr;
-  auto& chunk = gsChunks[gsUsed / kChunkSlots];
-  if (chunk.load(std::memory_order_relaxed) == nullptr) {
-    chunk.store(new HandleSlot[kChunkSlots], std::memory_order_release);
+  if (gsUsed == (1u << kIndexBits)) {
+    tlsLastError = ERROR_NO_SYSTEM_RESOURCES;
+    return nullptr;
   }
-  HandleSlot* const slot = &chunk.load(std::memory_order_relaxed)[gsUsed % kChunkSlots];
+  auto& chunk = gsChunks[gsUsed / kChunkSlots];
+  HandleSlot* slots = chunk.load(std::memory_order_relaxed);
+  if (slots == nullptr) {
+    slots = new (std::nothrow) HandleSlot[kChunkSlots];
+    if (slots == nullptr) {
+      tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
+      return nullptr;
+    }
+    chunk.store(slots, std::memory_order_release);
+  }
+  HandleSlot* const slot = &slots[gsUsed % kChunkSlots];
   slot->index = gsUsed++;
   return slot;
 }
@@ -136,10 +147,7 @@ HANDLE AllocateHandle(Ref<KernelObject> object) noexcept {
     slot = gsFree != nullptr ? gsFree : NewSlot();
     if (slot != nullptr) gsFree = std::exchange(slot->nextFree, nullptr);
   }
-  if (slot == nullptr) {
-    tlsLastError = ERROR_NO_SYSTEM_RESOURCES;
-    return nullptr;
-  }
+  if (slot == nullptr) return nullptr;
   if (!object->OnHandleOpened()) {
     FreeSlot(*slot);
     tlsLastError = ERROR_INVALID_HANDLE;

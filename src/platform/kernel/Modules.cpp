@@ -25,6 +25,7 @@
 #include "kernel/Fork.h"
 #include "kernel/ImageCheck.h"
 #include "kernel/ModuleEntries.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Paths.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/nls.h"
@@ -299,7 +300,7 @@ std::mutex& LoadedModulesLock() noexcept {
 
 using namespace orm::platform;
 
-HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept {
+HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept try {
   if (name == nullptr || *name == '\0' || file != nullptr || (flags & ~LOAD_WITH_ALTERED_SEARCH_PATH) != 0) {
     tlsLastError = ERROR_INVALID_PARAMETER;
     return nullptr;
@@ -312,6 +313,8 @@ HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept {
     return nullptr;
   }
   return Load(path);
+} catch (const std::bad_alloc&) {
+  return NoMemory<HMODULE>(nullptr);
 }
 
 HMODULE LoadLibraryA(const char* name) noexcept {
@@ -338,7 +341,7 @@ BOOL FreeLibrary(HMODULE module) noexcept {
   return FALSE;
 }
 
-FARPROC GetProcAddress(HMODULE module, const char* name) noexcept {
+FARPROC GetProcAddress(HMODULE module, const char* name) noexcept try {
   const LoaderHandle handle = HandleOfImage(module == nullptr ? ProgramModule() : module);
   if (!handle) {
     tlsLastError = ERROR_MOD_NOT_FOUND;
@@ -351,9 +354,11 @@ FARPROC GetProcAddress(HMODULE module, const char* name) noexcept {
     return nullptr;
   }
   return reinterpret_cast<FARPROC>(address);
+} catch (const std::bad_alloc&) {
+  return NoMemory<FARPROC>(nullptr);
 }
 
-HMODULE GetModuleHandleA(const char* name) noexcept {
+HMODULE GetModuleHandleA(const char* name) noexcept try {
   if (name == nullptr) return ProgramModule();
   HMODULE module = PlatformModule(name);
   if (module == nullptr) {
@@ -366,6 +371,8 @@ HMODULE GetModuleHandleA(const char* name) noexcept {
   }
   if (module == nullptr) tlsLastError = ERROR_MOD_NOT_FOUND;
   return module;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HMODULE>(nullptr);
 }
 
 BOOL GetModuleHandleExA(DWORD flags, const char* address, HMODULE* module) noexcept {

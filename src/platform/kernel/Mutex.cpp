@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kernel/NamedMutex.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
 
@@ -94,8 +95,9 @@ HANDLE MakeUnnamed(ThreadRecord* owner) {
 
 using namespace orm::platform;
 
-HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept {
+HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept try {
   ThreadRecord* const owner = initialOwner != FALSE ? &CurrentThread() : nullptr;
+  if (owner != nullptr && !MakeOwnershipRoom(*owner, 1)) return nullptr;
   if (name == nullptr || *name == '\0') return MakeUnnamed(owner);
   bool existed = false;
   const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, owner, existed);
@@ -104,9 +106,11 @@ HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char
   mutex->OnHandleClosed();  // the hold that Create has taken
   if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
   return handle;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
-HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
+HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept try {
   if (name == nullptr || *name == '\0') {
     tlsLastError = ERROR_INVALID_PARAMETER;
     return nullptr;
@@ -116,6 +120,8 @@ HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
   const HANDLE handle = AllocateHandle(mutex);
   mutex->OnHandleClosed();
   return handle;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
 BOOL ReleaseMutex(HANDLE handle) noexcept {

@@ -131,14 +131,14 @@ Holdings& AllHoldings() {
 // What a holding is opened or closed under; notes on its end whether it is one.
 class NamedFile::Operation {
  public:
-  Operation(NamedFile& file, const std::string& folder)
-      : mFile(file), mHoldings(AllHoldings()), mLock(mHoldings.lock), mFolderLock(folder) {}
+  // Noted at the beginning, where a lack of memory has a caller to be told. Nothing is needed for one that is
+  // noted already.
+  explicit Operation(NamedFile& file)
+      : mFile(file), mHoldings(AllHoldings()), mLock(mHoldings.lock), mFolderLock(file.mPath.folder) {
+    mHoldings.files.insert(&mFile);
+  }
   ~Operation() {
-    if (mFile.mDescriptor >= 0) {
-      mHoldings.files.insert(&mFile);
-    } else {
-      mHoldings.files.erase(&mFile);
-    }
+    if (mFile.mDescriptor < 0) mHoldings.files.erase(&mFile);
   }
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
@@ -184,13 +184,13 @@ DWORD NamedFile::CheckKind(NamedKind kind) const noexcept {
 NamedFile::Result NamedFile::Create(const NamedPath& path, NamedKind kind,
                                     const SECURITY_ATTRIBUTES* security, NamedInitialiser& initialiser) {
   if (path.error != ERROR_SUCCESS) return {path.error};
-  mPath = path.file;
-  const Operation operation(*this, path.folder);
+  mPath = path;
+  const Operation operation(*this);
   if (!operation) return {ErrorFromErrno(errno)};
   // Not O_CREAT on a file that is there: in a sticky folder the system may refuse that for another user's.
-  mDescriptor = open(mPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  mDescriptor = open(mPath.file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (mDescriptor < 0 && errno == ENOENT) {
-    mDescriptor = open(mPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    mDescriptor = open(mPath.file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
   }
   if (mDescriptor < 0) return {ErrorFromErrno(errno)};
   if (!Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
@@ -218,10 +218,10 @@ NamedFile::Result NamedFile::Create(const NamedPath& path, NamedKind kind,
 
 DWORD NamedFile::Open(const NamedPath& path, NamedKind kind) {
   if (path.error != ERROR_SUCCESS) return path.error;
-  mPath = path.file;
-  const Operation operation(*this, path.folder);
+  mPath = path;
+  const Operation operation(*this);
   if (!operation) return ErrorFromErrno(errno);
-  mDescriptor = open(mPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  mDescriptor = open(mPath.file.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (mDescriptor < 0) return errno == ENOENT ? ERROR_FILE_NOT_FOUND : ErrorFromErrno(errno);
   if (Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
     Remove();
@@ -234,7 +234,7 @@ DWORD NamedFile::Open(const NamedPath& path, NamedKind kind) {
 // Removes the file of an object that nobody else holds. Only the owner of a file may do that; another user
 // leaves it, which is no harm, since an unlocked file is no object.
 void NamedFile::Remove() noexcept {
-  if (LeadsTo(mPath, mDescriptor)) unlink(mPath.c_str());
+  if (LeadsTo(mPath.file, mDescriptor)) unlink(mPath.file.c_str());
   LetGo();
 }
 
@@ -245,7 +245,7 @@ void NamedFile::LetGo() noexcept {
 
 void NamedFile::Close() noexcept {
   if (mDescriptor < 0) return;
-  const Operation operation(*this, mPath.substr(0, mPath.rfind('/')));
+  const Operation operation(*this);
   if (operation && Lock(mDescriptor, LOCK_EX | LOCK_NB)) {
     Remove();
   } else {

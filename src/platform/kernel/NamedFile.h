@@ -80,7 +80,7 @@ class NamedFile {
 
   int mDescriptor = -1;
   int mChildsDescriptor = -1;  // during a fork
-  std::string mPath;
+  NamedPath mPath;
 };
 
 // Whether the attributes carry a null access list, which opens the object to all users.

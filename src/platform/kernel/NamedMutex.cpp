@@ -35,10 +35,17 @@ class NamedMutexTable {
   template <class Make>
   Ref<NamedMutex> FindOrMake(const std::string& name, Make&& make) {
     const std::lock_guard lock(mLock);
-    const auto found = mMutexes.find(name);
-    Ref<NamedMutex> mutex = found != mMutexes.end() ? Ref<NamedMutex>(found->second) : make();
-    if (!mutex) return nullptr;
-    mMutexes[name] = mutex.get();
+    Ref<NamedMutex> mutex;
+    if (const auto found = mMutexes.find(name); found != mMutexes.end()) {
+      mutex = Ref<NamedMutex>(found->second);
+    } else {
+      // The entry is made first: a mutex that is owned already cannot be given up for want of it.
+      std::map<std::string, NamedMutex*> entry{{name, nullptr}};
+      mutex = make();
+      if (!mutex) return nullptr;
+      entry.begin()->second = mutex.get();
+      mMutexes.merge(entry);
+    }
     ++mutex->mHandles;
     return mutex;
   }

@@ -126,7 +126,8 @@ class HandlePin {
 };
 
 // Gives the object a handle, which owns one reference. Null with ERROR_NO_SYSTEM_RESOURCES when the table is
-// full, with ERROR_INVALID_HANDLE when the object has lost its last handle meanwhile.
+// full, with ERROR_NOT_ENOUGH_MEMORY when it cannot grow, with ERROR_INVALID_HANDLE when the object has lost
+// its last handle meanwhile.
 HANDLE AllocateHandle(Ref<KernelObject> object) noexcept;
 // Closes one handle; false with ERROR_INVALID_HANDLE when it names nothing.
 bool ReleaseHandle(HANDLE handle) noexcept;

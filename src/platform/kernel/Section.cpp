@@ -15,6 +15,7 @@
 
 #include "kernel/Errno.h"
 #include "kernel/Fork.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/kernel.h"
 #include "win32/mappingx.h"
@@ -222,7 +223,12 @@ void* Section::Map(DWORD access, uint64_t offset, SIZE_T bytes) {
   }
   ViewTable& table = Views();
   const std::lock_guard lock(table.lock);
-  table.views.insert_or_assign(view, View{bytes, Ref<Section>(this)});
+  try {
+    table.views.insert_or_assign(view, View{bytes, Ref<Section>(this)});
+  } catch (const std::bad_alloc&) {
+    munmap(view, bytes);
+    throw;
+  }
   return view;
 }
 
@@ -249,7 +255,7 @@ DWORD Prepare(int descriptor, DWORD protection, uint64_t size, Section::Request&
 using namespace orm::platform;
 
 HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection, DWORD sizeHigh,
-                          DWORD sizeLow, const char* name) noexcept {
+                          DWORD sizeLow, const char* name) noexcept try {
   HandlePin pin;
   int descriptor = -1;
   if (file != INVALID_HANDLE_VALUE) {
@@ -276,9 +282,11 @@ HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD prot
   const HANDLE handle = AllocateHandle(section);
   if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
   return handle;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
-HANDLE OpenFileMappingA(DWORD, BOOL, const char* name) noexcept {
+HANDLE OpenFileMappingA(DWORD, BOOL, const char* name) noexcept try {
   if (name == nullptr || *name == '\0') {
     tlsLastError = ERROR_INVALID_PARAMETER;
     return nullptr;
@@ -289,12 +297,17 @@ HANDLE OpenFileMappingA(DWORD, BOOL, const char* name) noexcept {
     return nullptr;
   }
   return AllocateHandle(section);
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
-void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes) noexcept {
+void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes) noexcept
+    try {
   const HandlePin pin(mapping);
   auto* const section = PinnedAs<Section>(pin);
   return section != nullptr ? section->Map(access, uint64_t{offsetHigh} << 32 | offsetLow, bytes) : nullptr;
+} catch (const std::bad_alloc&) {
+  return NoMemory<void*>(nullptr);
 }
 
 BOOL OrmIsMappingWhole(HANDLE mapping) noexcept {

@@ -10,6 +10,7 @@
 
 #include "kernel/Futex.h"
 #include "kernel/ModuleEntries.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 
 namespace orm::platform {
@@ -79,19 +80,22 @@ ThreadObject::ThreadObject() noexcept
       mGate(kRunning),
       mNativeId(static_cast<int>(syscall(SYS_gettid))) {}
 
-bool ThreadObject::Start(SIZE_T stackSize) noexcept {
+bool ThreadObject::Start(SIZE_T stackSize) noexcept try {
   const ThreadAttributes attributes(stackSize);
+  // Made here, where a lack of memory has a caller to be told.
+  auto record = std::make_unique<ThreadRecord>(Ref<ThreadObject>(this));
   pthread_t thread;
-  AddRef();  // the new thread's
-  if (pthread_create(&thread, attributes.get(), &Main, this) == 0) return true;
-  Release();
-  tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
-  return false;
+  if (pthread_create(&thread, attributes.get(), &Main, record.get()) == 0) {
+    static_cast<void>(record.release());  // the new thread's
+    return true;
+  }
+  return NoMemory(false);
+} catch (const std::bad_alloc&) {
+  return NoMemory(false);
 }
 
-void* ThreadObject::Main(void* object) noexcept {
-  auto self = Ref<ThreadObject>::Adopt(static_cast<ThreadObject*>(object));
-  AttachThread(self).self->Run();
+void* ThreadObject::Main(void* record) noexcept {
+  AttachThread(std::unique_ptr<ThreadRecord>(static_cast<ThreadRecord*>(record))).self->Run();
   return nullptr;
 }
 
@@ -171,7 +175,8 @@ void ThreadObject::ApplyPriority(int nativeId) const noexcept {
 
 namespace {
 
-HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags, DWORD* threadId) noexcept {
+HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags, DWORD* threadId) noexcept
+    try {
   if ((body.routine == nullptr && body.runtimeRoutine == nullptr) || (flags & ~CREATE_SUSPENDED) != 0) {
     tlsLastError = ERROR_INVALID_PARAMETER;
     return nullptr;
@@ -188,6 +193,8 @@ HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags
   if (threadId != nullptr) *threadId = thread->Id();
   if ((flags & CREATE_SUSPENDED) == 0) thread->Resume();
   return handle;
+} catch (const std::bad_alloc&) {
+  return NoMemory<HANDLE>(nullptr);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ class ThreadObject final : public Waitable {
 
  private:
   enum Gate : uint32_t { kSuspended, kRunning, kTerminated, kEnded };
-  static void* Main(void* object) noexcept;
+  static void* Main(void* record) noexcept;
   void Conclude() noexcept;
   void Run() noexcept;
   void ApplyPriority(int nativeId) const noexcept;

@@ -5,11 +5,13 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <mutex>
 
 #include "kernel/Fork.h"
 #include "kernel/ModuleEntries.h"
 #include "kernel/Mutex.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Thread.h"
 
 namespace orm::platform {
@@ -84,9 +86,9 @@ ThreadRecord::~ThreadRecord() {
   delete[] moreSlots.load(std::memory_order_relaxed);
 }
 
-ThreadRecord& AttachThread(Ref<ThreadObject> object) {
-  if (!object) object = MakeRef<ThreadObject>();
-  auto* const record = new ThreadRecord(std::move(object));
+ThreadRecord& AttachThread(std::unique_ptr<ThreadRecord> made) {
+  if (!made) made = std::make_unique<ThreadRecord>(MakeRef<ThreadObject>());
+  auto* const record = made.release();
   {
     const std::lock_guard lock(gsListLock);
     record->next = gsFirst;
@@ -104,6 +106,15 @@ bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {
     if (visit(*record, context)) return true;
   }
   return false;
+}
+
+bool MakeOwnershipRoom(ThreadRecord& thread, size_t mutexes) noexcept try {
+  auto& owned = thread.ownedMutexes;
+  const size_t needed = owned.size() + mutexes - (thread.ownsWarmMutex ? 0 : 1);
+  if (needed > owned.capacity()) owned.reserve(std::max(needed, 2 * owned.capacity()));
+  return true;
+} catch (const std::bad_alloc&) {
+  return NoMemory(false);
 }
 
 void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex, HANDLE handle) {

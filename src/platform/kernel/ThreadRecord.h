@@ -48,8 +48,8 @@ struct ThreadRecord {
 extern constinit thread_local ThreadRecord* tlsThread ORM_STATIC_TLS;
 extern constinit thread_local DWORD tlsLastError ORM_STATIC_TLS;
 
-// Makes the record of a thread that has none; `object` is null for threads that the layer did not start.
-ThreadRecord& AttachThread(Ref<ThreadObject> object);
+// Gives the calling thread its record, which is made here for threads that the layer did not start.
+ThreadRecord& AttachThread(std::unique_ptr<ThreadRecord> made);
 
 inline ThreadRecord& CurrentThread() {
   ThreadRecord* const record = tlsThread;
@@ -64,6 +64,9 @@ bool VisitThreads(Visit&& visit) {
       [](ThreadRecord& record, void* context) { return (*static_cast<Visit*>(context))(record); }, &visit);
 }
 
+// Makes room for the ownership of some more mutexes, so that who has got one can be recorded. False, with the
+// last error, when there is no memory for it.
+bool MakeOwnershipRoom(ThreadRecord& thread, size_t mutexes) noexcept;
 // Keeps the mutex that the calling thread has just come to own until it is released. `handle` is the one that
 // was pinned, or null.
 void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex, HANDLE handle);

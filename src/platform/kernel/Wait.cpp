@@ -2,6 +2,7 @@
 #include <sched.h>
 #include <time.h>
 
+#include "kernel/Mutex.h"
 #include "kernel/ThreadRecord.h"
 #include "kernel/WaitHandles.h"
 #include "win32/kernel.h"
@@ -32,6 +33,7 @@ bool WaitHandles::Add(HANDLE handle) noexcept {
     tlsLastError = ERROR_INVALID_HANDLE;
     return false;
   }
+  if (OwnableMutex::IsMutex(*pin.get()) && !MakeOwnershipRoom(mThread, ++mMutexCount)) return false;
   WaitNode& node = *std::construct_at(&NodeArray()[mNodeCount++]);
   node.object = static_cast<Waitable*>(pin.get());
   node.thread = &mThread;
@@ -113,6 +115,7 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
     tlsLastError = ERROR_INVALID_HANDLE;
     return WAIT_FAILED;
   }
+  if (thread.ownsWarmMutex && !MakeOwnershipRoom(thread, 1)) return WAIT_FAILED;
   node.object = static_cast<Waitable*>(pin.get());
   WaitResult result{0, node.object->TryAcquire(node)};
   if (result.outcome == Acquired::kNo && milliseconds != 0) {

@@ -33,6 +33,7 @@ class WaitHandles {
   static constexpr size_t kMost = MAXIMUM_WAIT_OBJECTS + 1;
   ThreadRecord& mThread;
   uint32_t mPinCount = 0;
+  uint32_t mMutexCount = 0;
   uint32_t mNodeCount = 0;
   alignas(HandlePin) std::byte mPins[kMost * sizeof(HandlePin)];
   alignas(WaitNode) std::byte mNodes[kMost * sizeof(WaitNode)];

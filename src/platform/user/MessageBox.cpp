@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "kernel/CodePage.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "win32/user.h"
 
@@ -125,7 +126,7 @@ int Ask(const Terminal& terminal, const char* text, const char* caption, UINT st
 
 using namespace orm::platform;
 
-int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcept {
+int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcept try {
   // One question at a time, whichever threads ask.
   static constinit std::mutex asking;
   const std::lock_guard lock(asking);
@@ -133,4 +134,6 @@ int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcep
   const int answer = terminal.CanAsk() ? Ask(terminal, text, caption, style) : 0;
   if (answer == 0) tlsLastError = ERROR_GEN_FAILURE;
   return answer;
+} catch (const std::bad_alloc&) {
+  return NoMemory(0);
 }

@@ -86,7 +86,7 @@ class MessageQueue final : public Waitable {
   // What is in the queue is whole while it is held.
   std::mutex& ContentLock() noexcept { return mLock; }
 
-  MessageQueue() noexcept : Waitable(kKind) {}
+  MessageQueue() : Waitable(kKind) {}
 
  protected:
   bool IsSignalledFor(const WaitNode& request) const noexcept override {

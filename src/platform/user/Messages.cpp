@@ -1,4 +1,5 @@
 // Posting, sending, looking for and dispatching messages, and the waits that end on them.
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "kernel/WaitHandles.h"
 #include "user/MessageQueue.h"
@@ -12,8 +13,9 @@ MSG MakeMessage(HWND window, UINT message, WPARAM first, LPARAM second) {
   return {window, message, first, second, GetTickCount(), {0, 0}};
 }
 
-// Runs the calls that other threads have sent to this one.
-void AnswerSent(MessageQueue& queue) {
+// Runs the calls that other threads have sent to this one. What a procedure throws ends the process: the
+// sender would wait for ever.
+void AnswerSent(MessageQueue& queue) noexcept {
   while (const auto sent = queue.TakeSent()) {
     const Window window = FindWindowByHandle(sent->window);
     if (window.handle != nullptr)
@@ -39,6 +41,37 @@ std::optional<MSG> Find(MessageQueue& queue, const MessageFilter& filter, bool r
   if (!found && (filter.kinds & QS_PAINT) != 0) found = FindPaint(filter);
   if (!found && (filter.kinds & QS_TIMER) != 0) found = queue.FindTimer(filter, remove);
   return found;
+}
+
+// Null, with the last error, when it cannot be sent. The calling thread has a queue afterwards.
+std::shared_ptr<SentMessage> Send(const Window& window, UINT message, WPARAM first, LPARAM second) noexcept
+    try {
+  MessageQueue::Current();
+  const auto target = MessageQueue::OfThread(window.threadId);
+  const auto sent = std::make_shared<SentMessage>();
+  if (sent->done == nullptr) return nullptr;
+  sent->window = window.handle;
+  sent->message = message;
+  sent->first = first;
+  sent->second = second;
+  if (target && target->Send(sent)) return sent;
+  tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
+  return nullptr;
+} catch (const std::bad_alloc&) {
+  return NoMemory<std::shared_ptr<SentMessage>>(nullptr);
+}
+
+std::optional<MSG> Peek(HWND window, UINT first, UINT last, UINT remove) {
+  MessageQueue& queue = MessageQueue::Current();
+  const UINT kinds = remove >> 16;
+  const MessageFilter filter{window, first, last, kinds != 0 ? kinds : QS_ALLINPUT};
+  AnswerSent(queue);
+  queue.CheckTimers();
+  // What is looked at here is no longer new. What comes in meanwhile is, and at worst wakes a wait for
+  // nothing. A call is new until it is answered: those that have come since are not looked at.
+  const UINT posted = (filter.kinds & QS_POSTMESSAGE) != 0 ? QS_ALLPOSTMESSAGE : 0;
+  queue.TakeNew((filter.kinds | posted) & ~QS_SENDMESSAGE);
+  return Find(queue, filter, (remove & PM_REMOVE) != 0);
 }
 
 // A wait on handles and the queue that wakes up for the thread's timers.
@@ -79,42 +112,42 @@ bool Inject(const Ref<MessageQueue>& queue, const MSG& message, DWORD missing) {
 
 using namespace orm::platform;
 
-BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept {
+BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept try {
   return PostTo(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
                 ERROR_INVALID_THREAD_ID);
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
-BOOL PostMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
+BOOL PostMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept try {
   if (handle == nullptr) MessageQueue::Current();
   const DWORD threadId = handle == nullptr ? GetCurrentThreadId() : FindWindowByHandle(handle).threadId;
   return PostTo(MessageQueue::OfThread(threadId), MakeMessage(handle, message, first, second),
                 ERROR_INVALID_WINDOW_HANDLE);
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
-BOOL OrmInjectInput(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
+BOOL OrmInjectInput(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept try {
   return Inject(MessageQueue::OfThread(FindWindowByHandle(handle).threadId),
                 MakeMessage(handle, message, first, second), ERROR_INVALID_WINDOW_HANDLE);
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
-BOOL OrmInjectThreadInput(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept {
+BOOL OrmInjectThreadInput(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept try {
   return Inject(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
                 ERROR_INVALID_THREAD_ID);
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
 LRESULT SendMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
   const Window window = FindWindowByHandle(handle);
   if (window.handle == nullptr) return 0;
   if (window.threadId == GetCurrentThreadId()) return window.procedure(handle, message, first, second);
-  const auto target = MessageQueue::OfThread(window.threadId);
-  const auto sent = std::make_shared<SentMessage>();
-  sent->window = handle;
-  sent->message = message;
-  sent->first = first;
-  sent->second = second;
-  if (!target || !target->Send(sent)) {
-    tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
-    return 0;
-  }
+  const auto sent = Send(window, message, first, second);
+  if (!sent) return 0;
   // Two threads may send to each other at the same time: calls are answered while this one waits.
   MessageQueue& own = MessageQueue::Current();
   while (WaitHandles::Wait({&sent->done, 1}, false, INFINITE, &own, QS_SENDMESSAGE, false) ==
@@ -124,27 +157,25 @@ LRESULT SendMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noe
   return sent->result;
 }
 
-BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove) noexcept {
-  MessageQueue& queue = MessageQueue::Current();
-  const UINT kinds = remove >> 16;
-  const MessageFilter filter{window, first, last, kinds != 0 ? kinds : QS_ALLINPUT};
-  AnswerSent(queue);
-  queue.CheckTimers();
-  // What is looked at here is no longer new. What comes in meanwhile is, and at worst wakes a wait for
-  // nothing. A call is new until it is answered: those that have come since are not looked at.
-  const UINT posted = (filter.kinds & QS_POSTMESSAGE) != 0 ? QS_ALLPOSTMESSAGE : 0;
-  queue.TakeNew((filter.kinds | posted) & ~QS_SENDMESSAGE);
-  const auto found = Find(queue, filter, (remove & PM_REMOVE) != 0);
+BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove) noexcept try {
+  const auto found = Peek(window, first, last, remove);
   if (found) *message = *found;
   return found.has_value();
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
-BOOL GetMessageA(MSG* message, HWND window, UINT first, UINT last) noexcept {
+BOOL GetMessageA(MSG* message, HWND window, UINT first, UINT last) noexcept try {
   if (window != nullptr && window != MessageFilter::kThreadMessages && !IsWindow(window)) return -1;
-  while (!PeekMessageA(message, window, first, last, PM_REMOVE)) {
+  auto found = Peek(window, first, last, PM_REMOVE);
+  while (!found) {
     if (WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) == WAIT_FAILED) return -1;
+    found = Peek(window, first, last, PM_REMOVE);
   }
+  *message = *found;
   return message->message != WM_QUIT;
+} catch (const std::bad_alloc&) {
+  return NoMemory<BOOL>(-1);
 }
 
 BOOL TranslateMessage(const MSG*) noexcept {
@@ -166,24 +197,30 @@ void PostQuitMessage(int exitCode) noexcept {
   MessageQueue::Current().PostQuit(exitCode);
 }
 
-BOOL WaitMessage() noexcept {
+BOOL WaitMessage() noexcept try {
   return WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) != WAIT_FAILED;
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
-DWORD GetQueueStatus(UINT flags) noexcept {
+DWORD GetQueueStatus(UINT flags) noexcept try {
   MessageQueue& queue = MessageQueue::Current();
   queue.CheckTimers();
   const UINT pending = queue.Pending() & flags;
   return static_cast<DWORD>(pending << 16 | queue.TakeNew(flags));
+} catch (const std::bad_alloc&) {
+  return NoMemory<DWORD>(0);
 }
 
 DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* objects, DWORD milliseconds, DWORD wakeMask,
-                                  DWORD flags) noexcept {
+                                  DWORD flags) noexcept try {
   if (count >= MAXIMUM_WAIT_OBJECTS || (count != 0 && objects == nullptr) || (flags & MWMO_WAITALL) != 0) {
     tlsLastError = ERROR_INVALID_PARAMETER;
     return WAIT_FAILED;
   }
   return WaitWithQueue({objects, count}, milliseconds, wakeMask, (flags & MWMO_INPUTAVAILABLE) == 0);
+} catch (const std::bad_alloc&) {
+  return NoMemory(WAIT_FAILED);
 }
 
 DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DWORD milliseconds,
@@ -195,16 +232,20 @@ DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DW
   return MsgWaitForMultipleObjectsEx(count, objects, milliseconds, wakeMask, 0);
 }
 
-UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure) noexcept {
+UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure) noexcept try {
   if (window != nullptr && FindWindowByHandle(window).threadId != GetCurrentThreadId()) {
     tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
     return 0;
   }
   return MessageQueue::Current().SetTimer(window, id, milliseconds, procedure);
+} catch (const std::bad_alloc&) {
+  return NoMemory<UINT_PTR>(0);
 }
 
-BOOL KillTimer(HWND window, UINT_PTR id) noexcept {
+BOOL KillTimer(HWND window, UINT_PTR id) noexcept try {
   if (MessageQueue::Current().KillTimer(window, id)) return TRUE;
   tlsLastError = ERROR_INVALID_PARAMETER;
   return FALSE;
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }

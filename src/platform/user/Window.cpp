@@ -1,5 +1,6 @@
 // The window classes and the window table, and the calls on windows.
 #include "user/Window.h"
+#include "kernel/NoMemory.h"
 
 #include <strings.h>
 #include <unistd.h>
@@ -23,7 +24,7 @@ struct NameOrder {
 };
 
 struct Tables {
-  std::mutex lock;
+  mutable std::mutex lock;
   std::map<std::string, WNDPROC, NameOrder> classes;
   std::map<HWND, Window> windows;  // in the order of creation, since handles only grow
   uintptr_t lastHandle = 0x10000;
@@ -135,6 +136,28 @@ void Destroy(const Window& window) {
   Forget(window);
 }
 
+// A window of the calling thread, in the table. An empty handle, with the last error, when it cannot be made.
+Window AddWindow(const char* className, const RECT& place, HWND parent) noexcept try {
+  MessageQueue::Current();
+  Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  const auto found = className != nullptr ? tables.classes.find(className) : tables.classes.end();
+  if (found == tables.classes.end() || (parent != nullptr && !tables.windows.contains(parent))) {
+    tlsLastError = found == tables.classes.end() ? ERROR_CANNOT_FIND_WND_CLASS : ERROR_INVALID_WINDOW_HANDLE;
+    return {};
+  }
+  Window window;
+  window.handle = reinterpret_cast<HWND>(tables.lastHandle += 2);
+  window.threadId = GetCurrentThreadId();
+  window.procedure = found->second;
+  window.parent = parent;
+  window.place = place;
+  tables.windows.emplace(window.handle, window);
+  return window;
+} catch (const std::bad_alloc&) {
+  return NoMemory(Window());
+}
+
 }  // namespace
 
 Window FindWindowByHandle(HWND handle) {
@@ -143,9 +166,10 @@ Window FindWindowByHandle(HWND handle) {
   return copy;
 }
 
-bool IsDescendant(HWND ancestor, HWND window) {
-  Tables& tables = Get();
-  const std::lock_guard lock(tables.lock);
+namespace {
+
+// Under the tables' lock.
+bool IsBelow(const Tables& tables, HWND ancestor, HWND window) {
   for (auto found = tables.windows.find(window); found != tables.windows.end();
        found = tables.windows.find(found->second.parent)) {
     if (found->second.parent == ancestor) return ancestor != nullptr;
@@ -153,17 +177,20 @@ bool IsDescendant(HWND ancestor, HWND window) {
   return false;
 }
 
+}  // namespace
+
+bool IsDescendant(HWND ancestor, HWND window) {
+  const Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  return IsBelow(tables, ancestor, window);
+}
+
 HWND FindDirtyWindow(DWORD threadId, HWND within) {
-  std::vector<HWND> dirty;
-  {
-    Tables& tables = Get();
-    const std::lock_guard lock(tables.lock);
-    for (const auto& [handle, window] : tables.windows) {
-      if (window.threadId == threadId && !IsEmpty(window.update)) dirty.push_back(handle);
-    }
-  }
-  for (const HWND window : dirty) {
-    if (within == nullptr || window == within || IsDescendant(within, window)) return window;
+  const Tables& tables = Get();
+  const std::lock_guard lock(tables.lock);
+  for (const auto& [handle, window] : tables.windows) {
+    if (window.threadId != threadId || IsEmpty(window.update)) continue;
+    if (within == nullptr || handle == within || IsBelow(tables, within, handle)) return handle;
   }
   return nullptr;
 }
@@ -182,7 +209,7 @@ void ForgetThreadWindows(DWORD threadId) {
 
 using namespace orm::platform;
 
-ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept {
+ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept try {
   if (windowClass == nullptr || windowClass->lpszClassName == nullptr ||
       windowClass->lpfnWndProc == nullptr) {
     tlsLastError = ERROR_INVALID_PARAMETER;
@@ -195,37 +222,25 @@ ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept {
     return 0;
   }
   return ++tables.lastAtom;
+} catch (const std::bad_alloc&) {
+  return NoMemory<ATOM>(0);
 }
 
-BOOL UnregisterClassA(const char* name, HINSTANCE) noexcept {
+BOOL UnregisterClassA(const char* name, HINSTANCE) noexcept try {
   Tables& tables = Get();
   const std::lock_guard lock(tables.lock);
   if (name != nullptr && tables.classes.erase(name) != 0) return TRUE;
   tlsLastError = ERROR_CLASS_DOES_NOT_EXIST;
   return FALSE;
+} catch (const std::bad_alloc&) {
+  return NoMemory(FALSE);
 }
 
 HWND CreateWindowExA(DWORD extendedStyle, const char* className, const char* title, DWORD style, int x, int y,
                      int width, int height, HWND parent, HMENU menu, HINSTANCE instance,
                      void* parameter) noexcept {
-  MessageQueue::Current();
-  Window window;
-  {
-    Tables& tables = Get();
-    const std::lock_guard lock(tables.lock);
-    const auto found = className != nullptr ? tables.classes.find(className) : tables.classes.end();
-    if (found == tables.classes.end() || (parent != nullptr && !tables.windows.contains(parent))) {
-      tlsLastError =
-          found == tables.classes.end() ? ERROR_CANNOT_FIND_WND_CLASS : ERROR_INVALID_WINDOW_HANDLE;
-      return nullptr;
-    }
-    window.handle = reinterpret_cast<HWND>(tables.lastHandle += 2);
-    window.threadId = GetCurrentThreadId();
-    window.procedure = found->second;
-    window.parent = parent;
-    window.place = PlaceOf(x, y, width, height);
-    tables.windows.emplace(window.handle, window);
-  }
+  const Window window = AddWindow(className, PlaceOf(x, y, width, height), parent);
+  if (window.handle == nullptr) return nullptr;
   CREATESTRUCTA create{
       parameter, instance,  menu,         parent, height, width, y, x, static_cast<LONG>(style),
       title,     className, extendedStyle};

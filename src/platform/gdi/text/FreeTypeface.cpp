@@ -27,9 +27,11 @@ struct Libraries {
   FT_Library freeType = nullptr;
   FcConfig* config = nullptr;
 
-  Libraries() {
-    if (FT_Init_FreeType(&freeType) != 0) freeType = nullptr;
-    config = FcInitLoadConfigAndFonts();
+  // Under the lock. False when they cannot be had, which the next font may find different.
+  bool Open() {
+    if (!freeType && FT_Init_FreeType(&freeType) != 0) freeType = nullptr;
+    if (!config) config = FcInitLoadConfigAndFonts();
+    return freeType && config;
   }
   static Libraries& The() {
     static Libraries& libraries = *new Libraries;
@@ -144,7 +146,7 @@ FreeTypeface::~FreeTypeface() {
 // Without a face when none can be had.
 FreeTypeface::Match FreeTypeface::FindFace(const LOGFONTA& description, char32_t needed) {
   Libraries& libraries = Libraries::The();
-  if (!libraries.freeType || !libraries.config) return {};
+  if (!libraries.Open()) return {};
   const Pattern wanted = Describe(description, needed);
   FcConfigSubstitute(libraries.config, wanted.get(), FcMatchPattern);
   FcDefaultSubstitute(wanted.get());
