@@ -12,6 +12,6 @@ enum ExitCode : int {
   WRONG_ARGUMENTS = 24,
 };
 
-// std::terminate, which is what the C++ runtime does when std::bad_alloc leaves a platform call or a static
-// object's constructor.
+// std::terminate, which is what the C++ runtime does when std::bad_alloc leaves a static object's
+// constructor.
 constexpr int NO_MEMORY_BELOW = 128 + 6;

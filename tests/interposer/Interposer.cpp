@@ -2,15 +2,19 @@
 // out of something. Armed by the program (Interposer.h) or, for what happens before main, by the variables
 // ORM_FAIL_CALL and ORM_FAIL_AT.
 //
+// With ORM_FAIL_SHOW the stack of that call goes to the standard error output, for addr2line.
+//
 // open, open64, openat and openat64 count as "open", pwrite and writev as "write", and the functions of the
-// malloc family as "malloc". Calls within the C library are not seen.
-// Both names of a function that takes an offset are replaced here, so neither may stand for the other.
+// malloc family as "malloc". Calls within the C library are not seen, and no memory is kept from fontconfig
+// and FreeType, which use some of it without a look at whether there was any. Both names of a function that
+// takes an offset are replaced here, so neither may stand for the other.
 #undef _FILE_OFFSET_BITS
 #include "Interposer.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <execinfo.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <stdarg.h>
@@ -52,11 +56,36 @@ void ReadEnvironment() {
   if (name != nullptr && at != nullptr) InterposerArm(name, static_cast<unsigned>(atoi(at)));
 }
 
+void ShowStack() {
+  void* frames[48];
+  backtrace_symbols_fd(frames, backtrace(frames, 48), STDERR_FILENO);
+}
+
+// Whether the calling thread looks at its stack, for which the C library may need memory.
+constinit thread_local bool isLooking [[gnu::tls_model("initial-exec")]] = false;
+
+bool IsCalledByFontLibrary() {
+  isLooking = true;
+  void* frames[48];
+  const int number = backtrace(frames, 48);
+  bool isFound = false;
+  for (int i = 0; i < number && !isFound; ++i) {
+    Dl_info info;
+    isFound = dladdr(frames[i], &info) != 0 && (strstr(info.dli_fname, "/libfontconfig.") != nullptr ||
+                                                strstr(info.dli_fname, "/libfreetype.") != nullptr);
+  }
+  isLooking = false;
+  return isFound;
+}
+
 // Whether this call is the one that fails.
 bool Fails(Call call) {
   if (!isRead.load(std::memory_order_relaxed)) ReadEnvironment();
-  if (armed.load(std::memory_order_relaxed) != call) return false;
-  return ++count == failAt;
+  if (armed.load(std::memory_order_relaxed) != call || isLooking) return false;
+  if (call == MALLOC && IsCalledByFontLibrary()) return false;
+  if (++count != failAt) return false;
+  if (getenv("ORM_FAIL_SHOW") != nullptr) ShowStack();
+  return true;
 }
 
 template <class Function>
@@ -85,6 +114,7 @@ int OpenFlagsMode(int flags, va_list rest) {
 
 EXPORTED void InterposerArm(const char* name, unsigned at) {
   armed = NONE;
+  IsCalledByFontLibrary();  // the memory that looking takes the first time is taken now
   failAt = at;
   count = 0;
   for (unsigned i = 1; i < sizeof NAMES / sizeof *NAMES; ++i) {

@@ -1,31 +1,21 @@
-// What is done under failing calls, one scenario in a process: scenarios NAME MODE CALL AT. The process runs
-// it
-//
-//   new    armed by the environment, the failing call may come before main; the machine is empty
-//   start  the same, on a machine that is set up
-//   cold   once, as the first thing that it does, with the at-th call failing; then again without a failure
-//   warm   until nothing grows any more, then with a failure, then without, and then nothing may be left over
-//
-// and tells by its exit code what happened. AT 0 makes nothing fail and prints how many calls there are.
-#include <dirent.h>
+#include "Scenarios.h"
+
 #include <ormutil/ClassManager.h>
 #include <ormutil/Error.h>
+#include <ormutil/Event.h>
 #include <ormutil/MemoryProperties.h>
+#include <ormutil/Path.h>
 #include <ormutil/PersistentProperties.h>
 #include <ormutil/Trace.h>
-#include <unistd.h>
+#include <ormutil/UtcTime.h>
+#include <ormutil/Value.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <new>
 #include <string>
+#include <vector>
 
-#include "ExitCodes.h"
-#include "Interposer.h"
-#include "classes/ErrorText.h"
 #include "classes/fixtures/Fixture.h"
 #include "thread/TestRunnable.h"
 
@@ -34,16 +24,6 @@ namespace {
 using orm::FacePtr;
 using orm::GetClassMgr;
 
-// An error of the platform layer's own functions, or a wrong result.
-struct PlatformError {
-  const char* what;
-  DWORD code;
-};
-
-void Check(bool succeeded, const char* what) {
-  if (!succeeded) throw PlatformError{what, GetLastError()};
-}
-
 constinit orm::TraceArea area{"scenario"};
 
 void UseClasses() {
@@ -51,9 +31,14 @@ void UseClasses() {
   std::replace(path.begin(), path.end(), '/', '\\');
   struct Registration {
     explicit Registration(const char* name) : cookie(GetClassMgr()->Register(name)) {}
+    // What a failure leaves registered is found registered the next time.
     ~Registration() {
-      GetClassMgr()->Unregister(cookie);
-      GetClassMgr()->UnloadLibraries(true);
+      try {
+        GetClassMgr()->Unregister(cookie);
+        GetClassMgr()->UnloadLibraries(true);
+      } catch (const std::bad_alloc&) {
+      } catch (const orm::Error&) {
+      }
     }
     const DWORD cookie;
   };
@@ -75,12 +60,73 @@ void WriteLine() {
   orm::TraceWrite(area, orm::TRACE_ERROR, false, "Scenarios.cpp", 1, "a line");
 }
 
+// A thread that says what it waits for, is interrupted there and has data of its own.
 void RunThread() {
-  bool hasRun = false;
-  const auto runnable = test::TestRunnable::Make([&hasRun] { hasRun = true; });
-  runnable->CreateThread(true, true);
-  runnable->Wait();
-  Check(hasRun, "the thread");
+  struct Interrupter : orm::FaceObject<orm::Thread::Interrupter> {
+    void OnInterrupt(const FacePtr<orm::Thread>&) override {}
+  };
+  bool isInterrupted = false;
+  orm::Event ready(orm::Event::MANUAL);
+  orm::Error error;
+  const auto runnable = test::TestRunnable::Make([&] {
+    try {
+      const auto interrupter = FacePtr<Interrupter>::Adopt(new Interrupter);
+      orm::Thread::SetData("scenario", FacePtr<orm::BaseFace>(interrupter.Get()));
+      const auto cookie =
+          orm::Thread::RegisterInterrupter(FacePtr<orm::Thread::Interrupter>(interrupter.Get()));
+      error = test::Caught([&] {
+        ready.Set();
+        orm::Thread::Sleep(INFINITE);
+      });
+      isInterrupted = test::IsInterruption(error);
+    } catch (const std::bad_alloc&) {
+      error = orm::Error(ERROR_NOT_ENOUGH_MEMORY, "");
+    }
+    ready.Set();
+  });
+  {
+    // Whatever fails here, the thread is not left asleep.
+    struct End {
+      ~End() {
+        runnable.Interrupt();
+        if (thread) WaitForSingleObject(thread, INFINITE);
+        CloseHandle(thread);
+      }
+      test::TestRunnable& runnable;
+      const HANDLE thread;
+    };
+    runnable->CreateThread(false, false);
+    const End end{*runnable, runnable->DuplicateThread()};
+    runnable->Start(true);
+    ready.Wait(INFINITE);
+  }
+  if (!isInterrupted) throw orm::Error(error);
+}
+
+// A thread whose beginning fails: its creator gets the error.
+void RunFailingThread() {
+  const orm::Error failure = test::MakeError(1234, "the beginning");
+  const auto runnable = test::TestRunnable::Make([] {}, [&failure] { throw orm::Error(failure); });
+  const orm::Error error = test::Caught([&] { runnable->CreateThread(true, true); });
+  test::Caught([&] { runnable->Wait(); });
+  if (!error.HasCode(1234)) throw orm::Error(error);
+}
+
+void UseMessages() {
+  const DWORD self = GetCurrentThreadId();
+  MSG message{};
+  SetLastError(ERROR_SUCCESS);
+  PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
+  Check(GetLastError() == ERROR_SUCCESS, "the queue");
+  Check(PostThreadMessageA(self, WM_APP, 1, 2), "the message");
+  const UINT_PTR timer = SetTimer(nullptr, 0, 1, nullptr);
+  Check(GetMessageA(&message, nullptr, WM_APP, WM_APP) && message.lParam == 2, "the message's arrival");
+  Check(timer != 0, "the timer");
+  Check(GetMessageA(&message, nullptr, WM_TIMER, WM_TIMER) && message.wParam == timer, "the timer's message");
+  KillTimer(nullptr, timer);
+  orm::Event event(orm::Event::AUTOMATIC, true);
+  bool hasMessage = false;
+  Check(event.MessageWait(hasMessage, INFINITE, QS_ALLINPUT), "the event");
 }
 
 void ExportBag() {
@@ -94,12 +140,36 @@ void ExportBag() {
   Check(copy.EnumProperties().size() == 20, "the copy");
 }
 
+// Each kind of thing that an archive holds, there and back.
+void UseArchive() {
+  const orm::String text(std::string(700, 't').c_str());
+  orm::Error error(5, "the cause");
+  error.AddLayer(6, text, true);
+  error.SetSuggestion("try again");
+  const orm::UtcTime time = orm::UtcTime::FromStringGeneralizedTime("20261125130000.5+0100");
+
+  orm::Binary stream;
+  orm::Archive archive(stream, orm::Archive::MODE_WRITE);
+  archive << 7u << text << error << orm::Value(text) << orm::Value(error.Export()) << orm::Value(time);
+
+  unsigned number = 0;
+  orm::String readText;
+  orm::Error readError;
+  orm::Value values[3];
+  archive.SetStream(stream, orm::Archive::MODE_READ);
+  archive >> number >> readText >> readError >> values[0] >> values[1] >> values[2];
+  Check(number == 7 && readText == text && values[0].GetString() == text, "the text");
+  Check(orm::Error::Import(values[1].GetBinary()).Format() == readError.Format(), "the error");
+  Check(values[2].GetTime().ToStringUTC() == time.ToStringUTC() && archive.IsEof(), "the time");
+}
+
+struct Handle {
+  explicit Handle(HANDLE opened) : value(opened) { Check(opened != nullptr, "a named object"); }
+  ~Handle() { CloseHandle(value); }
+  const HANDLE value;
+};
+
 void UseNames() {
-  struct Handle {
-    explicit Handle(HANDLE opened) : value(opened) { Check(opened != nullptr, "a named object"); }
-    ~Handle() { CloseHandle(value); }
-    const HANDLE value;
-  };
   const Handle mutex(CreateMutexA(nullptr, FALSE, "scenario/mutex"));
   Check(WaitForSingleObject(mutex.value, INFINITE) == WAIT_OBJECT_0, "the wait");
   ReleaseMutex(mutex.value);
@@ -129,133 +199,92 @@ void UseFile() {
   Check(DeleteFileA("C:\\WINDOWS\\TEMP\\SCENARIO.TXT"), "the deletion");
 }
 
-struct Scenario {
-  const char* name;
-  void (*run)();
-} const SCENARIOS[] = {{"classes", UseClasses}, {"bag", UseBag},       {"trace", WriteLine},
-                       {"thread", RunThread},   {"export", ExportBag}, {"names", UseNames},
-                       {"file", UseFile}};
-
-// Whether the code is one that may come of that call's failure.
-bool Fits(const std::string& call, DWORD code) {
-  const struct {
-    const char* call;
-    std::initializer_list<DWORD> codes;
-  } table[] = {
-      {"open", {ERROR_TOO_MANY_OPEN_FILES}},
-      {"mmap", {ERROR_NOT_ENOUGH_MEMORY}},
-      {"write", {ERROR_DISK_FULL, ERROR_CANTWRITE}},
-      {"ftruncate", {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL}},
-      {"dlopen", {ERROR_MOD_NOT_FOUND}},
-      {"pthread_create", {ERROR_NOT_ENOUGH_MEMORY}},
-      {"readdir", {ERROR_GEN_FAILURE}},
-      // A library's own std::bad_alloc, and a library that the loader has no memory for.
-      {"malloc", {ERROR_NOT_ENOUGH_MEMORY, orm::ERROR_GENERAL, ERROR_BAD_EXE_FORMAT}},
-  };
-  for (const auto& row : table) {
-    if (call == row.call) return std::find(row.codes.begin(), row.codes.end(), code) != row.codes.end();
-  }
-  return false;
-}
-
-// Runs it and tells what came of it; WRONG_ERROR when the error does not fit the call.
-ExitCode Attempt(const Scenario& scenario, const std::string& call) {
-  try {
-    scenario.run();
-    return DONE;
-  } catch (const orm::Error& error) {
-    InterposerArm("none", 0);
-    for (unsigned i = 0; i < error.GetLayerCount(); ++i) {
-      if (Fits(call, error.GetCode(i))) return REFUSED;
+// A folder of files, listed by the library, moved and removed while somebody watches.
+void UsePaths() {
+  orm::Path windows, temp, folder;
+  Check(windows.Set("C:\\WINDOWS") && temp.Set(windows, "temp") && folder.Set(temp, "paths"), "the path");
+  struct Folder {
+    // It is there already when its removal failed the time before.
+    explicit Folder(const char* path) : text(path) {
+      Check(CreateDirectoryA(text, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS, "the folder");
     }
-    std::fprintf(stderr, "%s\n", Layers(error).c_str());
-  } catch (const std::bad_alloc&) {
-    InterposerArm("none", 0);
-    if (call == "malloc") return NO_MEMORY;
-    std::fprintf(stderr, "std::bad_alloc\n");
-  } catch (const PlatformError& error) {
-    InterposerArm("none", 0);
-    if (Fits(call, error.code)) return REFUSED;
-    std::fprintf(stderr, "%s: error %u\n", error.what, error.code);
-  }
-  return WRONG_ERROR;
+    ~Folder() {
+      try {
+        RemoveDirectoryA(text);
+      } catch (const std::bad_alloc&) {
+      }
+    }
+    const char* text;
+  } const made(folder.GetText().GetBegin());
+  struct Watch {
+    explicit Watch(const char* path)
+        : handle(FindFirstChangeNotificationA(path, FALSE, FILE_NOTIFY_CHANGE_FILE_NAME)) {
+      Check(handle != INVALID_HANDLE_VALUE, "the watch");
+    }
+    ~Watch() { FindCloseChangeNotification(handle); }
+    const HANDLE handle;
+  } const watch(made.text);
+  Check(folder.GetAttributes() & FILE_ATTRIBUTE_DIRECTORY, "the attributes");
+  std::vector<orm::String> names;
+  temp.Enumerate("p*s", FILE_ATTRIBUTE_DIRECTORY, 0, names);
+  Check(names.size() == 1, "the list");
 }
 
-struct Holdings {
-  long blocks = 0, descriptors = 0, mappings = 0;
-
-  bool IsAtMost(const Holdings& other) const {
-    return blocks <= other.blocks && descriptors <= other.descriptors && mappings <= other.mappings;
-  }
+struct Key {
+  Key() = default;
+  ~Key() { RegCloseKey(value); }
+  Key(const Key&) = delete;
+  HKEY value = nullptr;
 };
 
-Holdings Measure() {
-  Holdings holdings;
-  holdings.blocks = InterposerBlocks();
-  DIR* folder = opendir("/proc/self/fd");
-  while (readdir(folder) != nullptr) ++holdings.descriptors;
-  closedir(folder);
-  std::ifstream maps("/proc/self/maps");
-  for (std::string line; std::getline(maps, line);) holdings.mappings += line.find('/') != std::string::npos;
-  return holdings;
+void CheckCode(LONG code, const char* what) {
+  if (code != ERROR_SUCCESS) throw PlatformError{what, static_cast<DWORD>(code)};
 }
 
-int RunCold(const Scenario& scenario, const std::string& call, unsigned at, unsigned& rCount) {
-  InterposerArm(call.c_str(), at);
-  const ExitCode result = Attempt(scenario, call);
-  rCount = InterposerCount();
-  InterposerArm("none", 0);
-  if (result == WRONG_ERROR) return result;
-  return Attempt(scenario, "") == DONE ? result : NOT_USABLE;
+void UseRegistry() {
+  Key key, child;
+  CheckCode(RegCreateKeyExA(HKEY_CURRENT_USER, "Scenario\\Key", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                            &key.value, nullptr),
+            "the key");
+  CheckCode(
+      RegCreateKeyExA(key.value, "Child", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &child.value, nullptr),
+      "the child");
+  const std::string data(3000, 'd');
+  CheckCode(RegSetValueExA(child.value, "value", 0, REG_BINARY, reinterpret_cast<const BYTE*>(data.data()),
+                           static_cast<DWORD>(data.size())),
+            "the value");
+  char name[32];
+  BYTE read[4000];
+  DWORD length = sizeof name, size = sizeof read;
+  CheckCode(RegEnumValueA(child.value, 0, name, &length, nullptr, nullptr, read, &size),
+            "the list of values");
+  Check(size == data.size() && std::memcmp(read, data.data(), size) == 0, "the data");
+  length = sizeof name;
+  CheckCode(RegEnumKeyExA(key.value, 0, name, &length, nullptr, nullptr, nullptr, nullptr),
+            "the list of keys");
+  CheckCode(RegDeleteValueA(child.value, "value"), "the value's deletion");
+  CheckCode(RegDeleteKeyA(key.value, "Child"), "the child's deletion");
 }
 
-int RunWarm(const Scenario& scenario, const std::string& call, unsigned at, unsigned& rCount) {
-  Holdings steady;
-  unsigned unchanged = 0;
-  std::string blocks;
-  blocks.reserve(200);
-  for (int round = 0; round < 16 && unchanged < 3; ++round) {
-    if (Attempt(scenario, "") != DONE) return NOT_STEADY;
-    const Holdings now = Measure();
-    unchanged = now.IsAtMost(steady) ? unchanged + 1 : 0;
-    steady = now;
-    blocks += std::to_string(now.blocks) + " ";
-  }
-  if (unchanged < 3) {
-    std::fprintf(stderr, "blocks %s\n", blocks.c_str());
-    return NOT_STEADY;
-  }
-  const int result = RunCold(scenario, call, at, rCount);
-  if (result >= WRONG_ERROR) return result;
-  const Holdings now = Measure();
-  if (now.IsAtMost(steady)) return result;
-  std::fprintf(stderr, "blocks %ld to %ld, descriptors %ld to %ld, mappings %ld to %ld\n", steady.blocks,
-               now.blocks, steady.descriptors, now.descriptors, steady.mappings, now.mappings);
-  return LEAKED;
-}
-
-int RunStarted(const Scenario& scenario, unsigned& rCount) {
-  rCount = InterposerCount();
-  InterposerArm("none", 0);
-  return Attempt(scenario, "") == DONE ? DONE : NOT_USABLE;
-}
+constexpr Scenario SCENARIOS[] = {
+    {"classes", UseClasses},
+    {"bag", UseBag},
+    {"trace", WriteLine},
+    {"thread", RunThread},
+    {"beginning", RunFailingThread},
+    {"messages", UseMessages},
+    {"export", ExportBag},
+    {"archive", UseArchive},
+    {"names", UseNames},
+    {"file", UseFile},
+    {"paths", UsePaths},
+    {"registry", UseRegistry},
+    {"font", UseFont},
+    {"bitmap", UseBitmap},
+};
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  alarm(60);  // whoever waits as long waits for ever
-  if (count != 5 || InterposerArm == nullptr) return WRONG_ARGUMENTS;
-  const std::string mode = arguments[2], call = arguments[3];
-  const auto at = static_cast<unsigned>(std::atoi(arguments[4]));
-  for (const Scenario& scenario : SCENARIOS) {
-    if (std::strcmp(scenario.name, arguments[1]) != 0) continue;
-    int result = WRONG_ARGUMENTS;
-    unsigned calls = 0;
-    if (mode == "new" || mode == "start") result = RunStarted(scenario, calls);
-    if (mode == "cold") result = RunCold(scenario, call, at, calls);
-    if (mode == "warm") result = RunWarm(scenario, call, at, calls);
-    if (at == 0) std::printf("%u\n", calls);
-    return result;
-  }
-  return WRONG_ARGUMENTS;
+std::span<const Scenario> GetScenarios() {
+  return SCENARIOS;
 }
