@@ -152,7 +152,6 @@ class ChangeNotification final : public Waitable, private ChangeListener {
 
   // Others may watch the same folder for other kinds of events.
   bool IsWanted(const inotify_event& event) const {
-    if ((event.mask & IN_Q_OVERFLOW) != 0) return true;
     if ((event.mask & nameEvents) != 0) {
       const bool isFolder = (event.mask & IN_ISDIR) != 0;
       return (mFilter & (isFolder ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME)) != 0;

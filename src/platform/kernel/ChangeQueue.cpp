@@ -32,7 +32,7 @@ void ChangeQueue::BeginAnewAfterFork() noexcept {
   if (const int descriptor = mDescriptor.exchange(-1, std::memory_order_relaxed); descriptor >= 0)
     close(descriptor);
   mWatches.clear();
-  for (ChangeListener* listener : mListeners) listener->BeginAnew(*this);
+  BeginAnew();
 }
 
 int ChangeQueue::Open() noexcept {
@@ -98,7 +98,7 @@ bool ChangeQueue::ReadSome() noexcept {
 }
 
 void ChangeQueue::Tell(const inotify_event& event) noexcept try {
-  if ((event.mask & IN_Q_OVERFLOW) != 0) return TellOfLoss();
+  if ((event.mask & IN_Q_OVERFLOW) != 0) return BeginAnew();
   const auto watched = mWatches.find(event.wd);
   if (watched == mWatches.end()) return;
   // A copy: a listener may watch another folder in answer, or the same one by another path.
@@ -106,13 +106,11 @@ void ChangeQueue::Tell(const inotify_event& event) noexcept try {
   if ((event.mask & IN_IGNORED) != 0) mWatches.erase(watched);
   for (const auto& [listener, folder] : listeners) listener->Hear(*this, event, folder);
 } catch (const std::bad_alloc&) {
-  TellOfLoss();
+  BeginAnew();
 }
 
-void ChangeQueue::TellOfLoss() noexcept {
-  inotify_event loss{};
-  loss.mask = IN_Q_OVERFLOW;
-  for (ChangeListener* listener : mListeners) listener->Hear(*this, loss, {});
+void ChangeQueue::BeginAnew() noexcept {
+  for (ChangeListener* listener : mListeners) listener->BeginAnew(*this);
 }
 
 }  // namespace orm::platform

@@ -20,10 +20,11 @@ std::mutex& ChangeLock() noexcept;
 // Who wants to know. All is called under the queue's lock.
 class ChangeListener {
  public:
-  // What happened in or to a folder that it watches, by the path that it gave for it; with an empty path when
-  // events were lost. Of those no one may be lost for want of memory, hence neither function throws.
+  // What happened in or to a folder that it watches, by the path that it gave for it. Nothing may be lost for
+  // want of memory, hence neither function throws.
   virtual void Hear(ChangeQueue& queue, const inotify_event& event, const std::string& folder) noexcept = 0;
-  // Its watches are gone, in a child made by fork: it watches anew, and does not know what it has missed.
+  // Events were lost, or its watches are gone, in a child made by fork: it watches anew, and does not know
+  // what it has missed.
   virtual void BeginAnew(ChangeQueue& queue) noexcept = 0;
 
  protected:
@@ -58,7 +59,7 @@ class ChangeQueue {
   void DropUnheard(int watch) noexcept;
   bool ReadSome() noexcept;
   void Tell(const inotify_event& event) noexcept;
-  void TellOfLoss() noexcept;
+  void BeginAnew() noexcept;
   void BeginAnewAfterFork() noexcept;
 
   std::mutex mLock;
