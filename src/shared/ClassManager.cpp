@@ -25,7 +25,7 @@ constexpr DWORD UNLOAD_INTERVAL = 5000;
 
 // Storage of the one manager, built and closed by the module frame.
 alignas(ClassManagerImpl) constinit unsigned char gsStorage[sizeof(ClassManagerImpl)] = {};
-// Set for as long as the manager may be called, which includes its own constructor and its closing: libraries
+// Set for as long as the manager may be called, which includes its opening and its closing: libraries
 // that are listed there may ask for it.
 constinit std::atomic<ClassManagerImpl*> gspManager = nullptr;
 
@@ -43,8 +43,16 @@ class Running {
 
 }  // namespace
 
-void BuildClassManager() {
-  new (gsStorage) ClassManagerImpl();
+bool BuildClassManager() {
+  auto* const pManager = new (gsStorage) ClassManagerImpl();
+  gspManager = pManager;
+  try {
+    pManager->Open();
+    return true;
+  } catch (...) {
+    // std::bad_alloc, or the Error of a platform call that found no memory.
+    return false;
+  }
 }
 
 void CloseClassManager() {
@@ -73,8 +81,7 @@ ClassManagerImpl* ClassManagerImpl::GetCurrent() {
   return gspManager.load(std::memory_order_acquire);
 }
 
-ClassManagerImpl::ClassManagerImpl() {
-  gspManager = this;
+void ClassManagerImpl::Open() {
   mShared.Open();
   // After the cache, for which the process may have had to wait.
   const DWORD now = GetTickCount();

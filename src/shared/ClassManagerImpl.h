@@ -21,7 +21,7 @@ class PathInfo;
 // the lock is used under it; functions that say "under the lock" expect the caller to hold it.
 class ClassManagerImpl final : public BaseFace, public ClassManager {
  public:
-  ClassManagerImpl();
+  ClassManagerImpl() = default;
   // It closes and is not destroyed: threads may be calling it to the very end of the process. Closed, it
   // holds no memory beyond its own, which goes with the module.
   ~ClassManagerImpl() = delete;
@@ -32,6 +32,9 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   // takes the lock.
   static ClassManagerImpl* GetCurrent();
 
+  // Opens the shared cache and registers what is there from the beginning, which may call the manager. Throws
+  // when there is no memory; what has been registered by then goes with Close.
+  void Open();
   // Unloads and releases everything. Whoever calls the manager meanwhile waits from some point on for ever.
   void Close();
 
@@ -105,8 +108,8 @@ class ClassManagerImpl final : public BaseFace, public ClassManager {
   DWORD mCookie = 0;  // the last one handed out
   bool mUnloading = false;
   bool mSynchronizing = false;  // a component's code may call back into the manager while it is listed
-  DWORD mLastSynchronization;
-  DWORD mLastUnload;
+  DWORD mLastSynchronization = 0;
+  DWORD mLastUnload = 0;
   SystemDirectory mSystemDirectory;
 };
 

@@ -12,7 +12,8 @@ void UnlockTracedObjects();
 void BuildEmptyString();  // BaseString.cpp: the block that all empty strings share
 void ReleaseEmptyString();
 
-void BuildClassManager();  // ClassManager.cpp
+// Whether it found what it needs, memory above all; it is to be closed in any case.
+bool BuildClassManager();  // ClassManager.cpp
 void CloseClassManager();
 void LockClassManager();
 void UnlockClassManager();

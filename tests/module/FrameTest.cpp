@@ -3,6 +3,8 @@
 #include <ormutil/Module.h>
 #include <win32/debugwatch.h>
 
+#include <csignal>
+
 #include "support/Child.h"
 #include "support/TraceConfig.h"
 
@@ -60,6 +62,23 @@ TEST(Frame, IsNotLoadedWithoutAThreadSlot) {
           "dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH",
           "thread|e|Thread|34|failed to alloc tls index, error " + std::to_string(ERROR_NO_MORE_ITEMS),
           "dllmain|d|OrmUtil|27|OrmUtil: PROCESS_ATTACH", "dllmain|d|OrmUtil|32|OrmUtil: PROCESS_DETACH"}));
+}
+
+// Wherever the class manager finds none, the load is refused, and the next one succeeds. Where the platform
+// finds none the process ends.
+TEST(Frame, IsNotLoadedWithoutMemory) {
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  const std::string refused = "failed " + std::to_string(ERROR_DLL_INIT_FAILED) + "\n";
+  int refusals = 0;
+  for (int at = 1;; at += 3) {
+    const ChildResult result =
+        RunProgram({Sibling("module_loader"), "nomemory", ORMUTIL_PATH, std::to_string(at)});
+    if (result.output == "enough 0\n") break;
+    if (result.status == 128 + SIGABRT) continue;
+    EXPECT_EQ(result.status, 0) << at;
+    refusals += result.output == refused;
+  }
+  EXPECT_GT(refusals, 3);
 }
 
 TEST(Frame, RegistersItsAreasWithTheLetterN) {

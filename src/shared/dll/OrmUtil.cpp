@@ -35,11 +35,12 @@ class ModuleObject {
 constinit ModuleObject _Module;
 
 // The library group: what other parts need before they can be built. The class manager's start already reads
-// the registry and may load component libraries; its first trace line builds the trace facility.
-void BuildLibraryGroup() {
+// the registry and may load component libraries; its first trace line builds the trace facility. False when
+// there is no memory for it.
+bool BuildLibraryGroup() {
   BuildTracedObjects();
   BuildEmptyString();
-  BuildClassManager();
+  return BuildClassManager();
 }
 
 // The ordinary group: the trace facility, then file by file the trace area and the file's other objects.
@@ -80,12 +81,13 @@ void UnlockAfterFork() {
 // What registry, named objects and trace facility allocate before the module is ready.
 constexpr SIZE_T HEAP_OF_START = 0x14000;
 
-void Start() {
+// Whether the module can be used. Stop is called in any case.
+bool Start() {
   OrmPopulateHeap(HEAP_OF_START);
   TraceFacilityOwnTearDown();
-  BuildLibraryGroup();
+  const bool isUsable = BuildLibraryGroup();
   BuildOrdinaryGroup();
-  platform::CallAroundFork(LockForFork, UnlockAfterFork);
+  return platform::CallAroundFork(LockForFork, UnlockAfterFork) && isUsable;
 }
 
 // The trace facility goes first: whatever is traced after it reaches the debugger only. The leak report is
@@ -126,12 +128,16 @@ namespace {
 
 constinit bool gsStarted = false;
 
+// The entry point of a module that cannot be used.
+BOOL WINAPI RefuseAttach(HINSTANCE, DWORD, LPVOID) {
+  return false;
+}
+
 // The loader's two calls. When the attach fails the parts are torn down at once and the platform refuses the
 // load.
 [[gnu::constructor]] void OnLoad() {
-  Start();
-  gsStarted = true;
-  if (OrmAttachModule(&gsStarted, DllMain)) return;
+  gsStarted = Start();
+  if (OrmAttachModule(&gsStarted, gsStarted ? DllMain : RefuseAttach)) return;
   gsStarted = false;
   Stop();
 }
