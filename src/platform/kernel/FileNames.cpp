@@ -44,7 +44,13 @@ std::string TargetOf(const std::string& from, const std::string& to) {
 int RenameToFreeName(const char* from, const char* to) {
   if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL) return -1;
-  if (link(from, to) == 0) return unlink(from);
+  if (link(from, to) == 0) {
+    if (unlink(from) == 0) return 0;
+    const int error = errno;
+    unlink(to);
+    errno = error;
+    return -1;
+  }
   if (errno == EEXIST) return -1;
   struct stat status {};
   if (lstat(to, &status) != 0) return rename(from, to);
