@@ -144,6 +144,12 @@ TEST(DrawCommand, AnOldPictureStaysUntilTheNewOneIsWritten) {
   EXPECT_EQ(RunOrm({"draw", "sheet", "-o", link}).code, 0);
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(ReadFileBytes(old), before) << "through the link";
+  const fs::path second = TestFile("second.png");
+  fs::create_hard_link(old, second);
+  EXPECT_EQ(RunOrm(command).code, 0);
+  EXPECT_EQ(ReadFileBytes(second), ReadFileBytes(old)) << "under both names";
+  const std::string longest = TestFile(std::string(251, 'x') + ".png");
+  for (int time = 0; time < 2; ++time) EXPECT_EQ(RunOrm({"draw", "sheet", "-o", longest}).code, 0);
 }
 
 TEST(DrawCommand, SaysWhatIsWrong) {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -47,14 +48,18 @@ bool Write(const char* path, const std::vector<std::uint8_t>& bytes) {
   return done != 0;
 }
 
-// Whether there is a file that another one can stand in for: not for a link or a device, nor in a folder that
-// takes no new files.
+// Whether there is a file that another one can stand in for: nothing may be lost but its content. So it is no
+// link or device, has no other name or owner, may be written, and its folder takes a file of a longer name.
 bool IsReplaceable(const char* path, mode_t& mode) {
+  constexpr std::size_t longestName = NAME_MAX - sizeof ".2147483647.new";
   const std::string onDisk = orm::platform::UnixPath(path);
+  const std::size_t name = onDisk.rfind('/') + 1;
   struct stat status {};
-  if (onDisk.empty() || lstat(onDisk.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (onDisk.empty() || lstat(onDisk.c_str(), &status) != 0) return false;
   mode = status.st_mode & 07777;
-  return access(onDisk.substr(0, onDisk.rfind('/') + 1).c_str(), W_OK) == 0;
+  return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid() &&
+         access(onDisk.c_str(), W_OK) == 0 && access(onDisk.substr(0, name).c_str(), W_OK) == 0 &&
+         onDisk.size() - name <= longestName;
 }
 
 // The old picture is gone only when the new one is complete.
