@@ -15,3 +15,6 @@ enum ExitCode : int {
 // std::terminate, which is what the C++ runtime does when std::bad_alloc leaves a static object's
 // constructor.
 constexpr int NO_MEMORY_BELOW = 128 + 6;
+// Nor does it return when the library could not start: what the layer ends a program with, beside its
+// message.
+constexpr int CANNOT_START = 1;

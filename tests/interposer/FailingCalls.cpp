@@ -130,11 +130,12 @@ const char* NameOf(int code) {
 bool IsGood(const Case& c, int code) {
   if (code == DONE || code == REFUSED || code == NO_MEMORY) return true;
   if (c.call != "malloc") return false;
-  // Before main nobody can be told: the process ends with the C++ runtime's message and, on an empty machine,
-  // where nobody has said yet what is to become of failed assertions, by one of those. Of libraries that were
-  // loaded once the loader keeps some blocks.
+  // Before main nobody can be told: the process ends with a message, the layer's or the C++ runtime's, and on
+  // an empty machine, where nobody has said yet what is to become of failed assertions, by one of those. Of
+  // libraries that were loaded once the loader keeps some blocks.
   const bool isStart = c.mode == "new" || c.mode == "start";
-  if (isStart) return code == NO_MEMORY_BELOW || (c.mode == "new" && code == 128 + SIGTRAP);
+  if (isStart)
+    return code == NO_MEMORY_BELOW || code == CANNOT_START || (c.mode == "new" && code == 128 + SIGTRAP);
   return c.scenario == "classes" && code == LEAKED;
 }
 
@@ -158,7 +159,7 @@ class Sweep {
     if (calls == 0) return;
     std::printf("%-30s %5u calls, %4u tried: %u succeeded, %u refused, %u without memory, %u ended by it\n",
                 c.GetName().c_str(), calls, tries, outcomes[DONE], outcomes[REFUSED], outcomes[NO_MEMORY],
-                outcomes[NO_MEMORY_BELOW] + outcomes[128 + SIGTRAP]);
+                outcomes[NO_MEMORY_BELOW] + outcomes[CANNOT_START] + outcomes[128 + SIGTRAP]);
     if (outcomes[LEAKED]) std::printf("    %u leave something\n", outcomes[LEAKED]);
   }
   unsigned GetCount() const { return mCount; }
