@@ -73,6 +73,27 @@ TEST(Values, KeepEveryTypeNameAndSpelling) {
   EXPECT_EQ(ValueNames(key).size(), std::size(names) - 2);
 }
 
+TEST(Values, OnlyTheCaseOfLettersDoesNotMatter) {
+  Key key(HKEY_CURRENT_USER, "K");
+  const std::string around = "@AMZ[`amz{\x7F\x01";
+  for (std::size_t size = 1; size <= 20; ++size) {
+    std::string name, swapped, other;
+    for (std::size_t i = 0; i < size; ++i) {
+      const char c = around[(i * 5 + size) % around.size()];
+      const bool isLetter = std::isalpha(static_cast<unsigned char>(c)) != 0;
+      name.push_back(c);
+      swapped.push_back(static_cast<char>(isLetter ? c ^ 0x20 : c));
+      other.push_back(static_cast<char>(isLetter ? c : c ^ 0x20));
+    }
+    ASSERT_EQ(SetBytes(key, name, REG_BINARY, name), 0);
+    std::string data;
+    EXPECT_EQ(GetBytes(key, swapped, &data, nullptr), 0) << name;
+    EXPECT_EQ(data, name);
+    EXPECT_EQ(GetBytes(key, other, &data, nullptr), other == name ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND)
+        << name;
+  }
+}
+
 TEST(Values, LongNamesThatBeginAlikeAreToldApart) {
   Key key(HKEY_CURRENT_USER, "K");
   for (const std::size_t length : {479u, 480u, 481u, 500u, 511u, 512u, 16383u}) {

@@ -62,7 +62,10 @@ class Hive {
   DWORD EndBatch(bool commit);
   // Ends all that the calling thread has begun.
   static void AbortBatches();
-  [[nodiscard]] bool InBatch() const { return mBatchOwner.load(std::memory_order_relaxed) == ThisThread(); }
+  [[nodiscard]] bool InBatch() const {
+    const void* owner = mBatchOwner.load(std::memory_order_relaxed);
+    return owner != nullptr && owner == ThisThread();
+  }
 
   DWORD Flush();
 

@@ -38,8 +38,8 @@ KeySlot* SlotOf(HKEY handle) {
   return table.chunks[index / chunkSize].load(std::memory_order_relaxed) + index % chunkSize;
 }
 
-bool IsTenant(const KeySlot& slot, HKEY handle) {
-  return slot.isUsed && slot.generation == reinterpret_cast<std::uintptr_t>(handle) >> 24;
+bool IsTenant(std::uint64_t tenant, HKEY handle) {
+  return tenant != 0 && tenant == reinterpret_cast<std::uintptr_t>(handle) >> 24;
 }
 
 bool AddChunk(Table* table) {
@@ -64,9 +64,12 @@ HKEY AddKey(const OpenKey& key) {
   table.free.pop_back();
   KeySlot& slot = table.chunks[index / chunkSize].load(std::memory_order_relaxed)[index % chunkSize];
   const std::lock_guard slotLock(slot.lock);
-  slot.key = key;
-  slot.isUsed = true;
-  ++slot.generation;
+  slot.hive.store(key.hive, std::memory_order_release);
+  slot.id.store(key.id, std::memory_order_release);
+  slot.access.store(key.access, std::memory_order_release);
+  slot.habit.Forget();
+  if (++slot.generation == 0) ++slot.generation;
+  slot.tenant.store(slot.generation, std::memory_order_release);
   return MakeHandle(index, slot.generation);
 }
 
@@ -76,8 +79,8 @@ DWORD RemoveKey(HKEY handle) {
   if (slot == nullptr) return ERROR_INVALID_HANDLE;
   {
     const std::lock_guard lock(slot->lock);
-    if (!IsTenant(*slot, handle)) return ERROR_INVALID_HANDLE;
-    slot->isUsed = false;
+    if (!IsTenant(slot->tenant.load(std::memory_order_relaxed), handle)) return ERROR_INVALID_HANDLE;
+    slot->tenant.store(0, std::memory_order_relaxed);
     slot->memory.reset();
   }
   Table& table = TheTable();
@@ -87,23 +90,31 @@ DWORD RemoveKey(HKEY handle) {
   return ERROR_SUCCESS;
 }
 
-LockedKey::LockedKey(HKEY handle) : mSlot(SlotOf(handle)) {
+LockedKey::LockedKey(HKEY handle) : LockedKey(SlotOf(handle), handle) {}
+
+LockedKey::LockedKey(KeySlot* slot, HKEY handle) : mSlot(slot) {
   if (mSlot == nullptr) return;
   mSlot->lock.lock();
-  if (IsTenant(*mSlot, handle)) return;
+  if (IsTenant(mSlot->tenant.load(std::memory_order_relaxed), handle)) return;
   mSlot->lock.unlock();
   mSlot = nullptr;
 }
 
-DWORD FindKey(HKEY handle, OpenKey* key) {
+DWORD FindKey(HKEY handle, OpenKey* key, KeySlot** slot) {
+  if (slot != nullptr) *slot = nullptr;
   if (handle == HKEY_CURRENT_USER || handle == HKEY_LOCAL_MACHINE) {
     const bool isUser = handle == HKEY_CURRENT_USER;
     *key = {Hive::Get(isUser ? Hive::Kind::User : Hive::Kind::Machine), rootKey, KEY_ALL_ACCESS};
     return ERROR_SUCCESS;
   }
-  const LockedKey slot(handle);
-  if (!slot) return ERROR_INVALID_HANDLE;
-  *key = slot->key;
+  KeySlot* const found = SlotOf(handle);
+  if (found == nullptr) return ERROR_INVALID_HANDLE;
+  const std::uint64_t tenant = found->tenant.load(std::memory_order_acquire);
+  *key = {found->hive.load(std::memory_order_acquire), found->id.load(std::memory_order_acquire),
+          found->access.load(std::memory_order_acquire)};
+  if (!IsTenant(tenant, handle) || found->tenant.load(std::memory_order_relaxed) != tenant)
+    return ERROR_INVALID_HANDLE;
+  if (slot != nullptr) *slot = found;
   return ERROR_SUCCESS;
 }
 

@@ -76,17 +76,65 @@ bool NameOf(RecordKind kind, const MDB_val& record, std::string_view* name) {
   return isSound;
 }
 
-// Finds the record of a name. *key is its key, or the key that a new one has to get.
+// Folds words of eight letters, or fewer: those from A to Z get the bit that makes them small. False when a
+// byte is not ASCII.
+template <class Word>
+bool FoldWord(const char* from, char* to) {
+  constexpr Word each = static_cast<Word>(0x0101010101010101);
+  Word letters;
+  std::memcpy(&letters, from, sizeof letters);
+  if ((letters & each * 0x80) != 0) return false;
+  const Word isFromA = letters + each * (0x80 - 'A');
+  const Word isBeyondZ = letters + each * (0x80 - 'Z' - 1);
+  letters |= (isFromA & ~isBeyondZ & each * 0x80) >> 2;
+  std::memcpy(to, &letters, sizeof letters);
+  return true;
+}
+
+// The last word overlaps the one before it.
+template <class Word>
+bool FoldWords(std::string_view name, char* to) {
+  std::size_t at = 0;
+  for (; at + sizeof(Word) < name.size(); at += sizeof(Word)) {
+    if (!FoldWord<Word>(name.data() + at, to + at)) return false;
+  }
+  at = name.size() - sizeof(Word);
+  return FoldWord<Word>(name.data() + at, to + at);
+}
+
+// Writes the folded name, which is as long as the name. False, and anything written, when that is not ASCII:
+// letters beyond it must be folded and trail bytes must not, which the code page knows.
+bool FoldAscii(std::string_view name, char* to) {
+  if (name.size() >= sizeof(std::uint64_t)) return FoldWords<std::uint64_t>(name, to);
+  if (name.size() >= sizeof(std::uint32_t)) return FoldWords<std::uint32_t>(name, to);
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    if (!FoldWord<std::uint8_t>(name.data() + i, to + i)) return false;
+  }
+  return true;
+}
+
+// Leaves a cursor, if any, at the record.
+DWORD Find(MDB_txn* txn, const RecordKey& key, MDB_val* record, MDB_cursor* cursor = nullptr) {
+  MDB_val at = key.Val();
+  const int result =
+      cursor == nullptr ? mdb_get(txn, records, &at, record) : mdb_cursor_get(cursor, &at, record, MDB_SET);
+  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+// Finds the record of a name. *key is its key, or the key that a new one has to get. A cursor, if any, is
+// left at the record when the whole name is in the key.
 DWORD Locate(MDB_txn* txn, RecordKind kind, std::uint64_t owner, std::string_view name, RecordKey* key,
-             MDB_val* record) {
+             MDB_val* record, MDB_cursor* cursor = nullptr) {
+  key->Begin(kind, owner);
+  if (name.size() <= longestInKey && FoldAscii(name, reinterpret_cast<char*>(&key->bytes[key->size]))) {
+    key->size = static_cast<std::uint16_t>(key->size + name.size());
+    return Find(txn, *key, record, cursor);
+  }
   const FoldedName folded(name);
   const std::string_view text = folded.View();
-  *key = PrefixOf(kind, owner);
   if (text.size() <= longestInKey) {
     key->Append(text);
-    MDB_val at = key->Val();
-    const int result = mdb_get(txn, records, &at, record);
-    return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+    return Find(txn, *key, record, cursor);
   }
   key->Append(text.substr(0, longestInKey));
   std::string hash;
@@ -131,21 +179,40 @@ DWORD Drop(MDB_txn* txn, const RecordKey& key) {
   return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
 }
 
-DWORD PutInfo(MDB_txn* txn, std::uint64_t key, std::uint64_t parent, std::string_view className) {
+// Puts a record in the place of the one that the cursor has found, which spares a second walk down the tree.
+DWORD Replace(MDB_cursor* cursor, const RecordKey& key, std::string_view content) {
+  MDB_val at = key.Val();
+  MDB_val record = ValOf(content);
+  const int result = mdb_cursor_put(cursor, &at, &record, MDB_CURRENT);
+  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
+}
+
+std::string ContentOf(const InfoRecord& info) {
   std::string content;
-  AppendNumber(&content, parent);
-  AppendNumber(&content, Now());
+  AppendNumber(&content, info.parent);
+  AppendNumber(&content, info.lastWrite);
   AppendNumber(&content, std::uint32_t{0});
-  content += className;
-  return Put(txn, PrefixOf(RecordKind::Info, key), content);
+  content += info.className;
+  return content;
+}
+
+DWORD PutInfo(MDB_txn* txn, std::uint64_t key, std::uint64_t parent, std::string_view className) {
+  return Put(txn, PrefixOf(RecordKind::Info, key), ContentOf({parent, Now(), className}));
 }
 
 // Notes that a key was written.
 DWORD Touch(MDB_txn* txn, std::uint64_t key) {
+  CursorPtr cursor(nullptr, mdb_cursor_close);
+  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  const RecordKey at = PrefixOf(RecordKind::Info, key);
+  MDB_val record{};
+  const DWORD error = Find(txn, at, &record, cursor.get());
+  if (error == ERROR_FILE_NOT_FOUND) return key == rootKey ? PutInfo(txn, key, noKey, {}) : ERROR_KEY_DELETED;
+  if (error != ERROR_SUCCESS) return error;
   InfoRecord info;
-  const DWORD error = GetInfo(txn, key, &info);
-  if (error != ERROR_SUCCESS) return error == ERROR_FILE_NOT_FOUND ? ERROR_KEY_DELETED : error;
-  return PutInfo(txn, key, info.parent, std::string(info.className));
+  if (!Parse(record, &info)) return ERROR_BADDB;
+  info.lastWrite = Now();
+  return Replace(cursor.get(), at, ContentOf(info));
 }
 
 // At least the time: after a store was put back from an older copy, or was lost, what still refers to a key
@@ -179,6 +246,13 @@ bool RecordKey::Begins(const MDB_val& other) const {
   return other.mv_size >= size && std::memcmp(other.mv_data, bytes.data(), size) == 0;
 }
 
+void RecordKey::Begin(RecordKind kind, std::uint64_t key) {
+  bytes[0] = static_cast<unsigned char>(kind);
+  const std::uint64_t bigEndian = __builtin_bswap64(key);
+  std::memcpy(&bytes[1], &bigEndian, sizeof bigEndian);
+  size = 1 + sizeof bigEndian;
+}
+
 void RecordKey::Append(std::string_view text) {
   const std::size_t count = std::min(text.size(), bytes.size() - size);
   std::memcpy(bytes.data() + size, text.data(), count);
@@ -188,24 +262,14 @@ void RecordKey::Append(std::string_view text) {
 FoldedName::FoldedName(std::string_view name) : mSize(name.size()) {
   const bool isShort = name.size() <= mShort.size();
   if (!isShort) mLong = name;
-  char* text = isShort ? mShort.data() : mLong.data();
-  unsigned char high = 0;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    const char c = name[i];
-    high = static_cast<unsigned char>(high | static_cast<unsigned char>(c));
-    text[i] = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-  }
-  if (high < 0x80) return;
-  // Trail bytes must not be folded, and letters beyond ASCII must be: the code page knows both.
+  if (FoldAscii(name, isShort ? mShort.data() : mLong.data())) return;
   mLong = name;
   _mbslwr(reinterpret_cast<unsigned char*>(mLong.data()));
 }
 
 RecordKey PrefixOf(RecordKind kind, std::uint64_t key) {
   RecordKey result;
-  result.bytes[0] = static_cast<unsigned char>(kind);
-  for (std::size_t i = 0; i < 8; ++i) result.bytes[1 + i] = static_cast<unsigned char>(key >> (56 - 8 * i));
-  result.size = 9;
+  result.Begin(kind, key);
   return result;
 }
 
@@ -337,9 +401,11 @@ DWORD PutSubKey(MDB_txn* txn, std::uint64_t key, const SubKeyRecord& subKey) {
 }
 
 DWORD PutValue(MDB_txn* txn, std::uint64_t key, const ValueRecord& value) {
+  CursorPtr cursor(nullptr, mdb_cursor_close);
+  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
   RecordKey at;
   MDB_val old{};
-  const DWORD error = Locate(txn, RecordKind::Value, key, value.name, &at, &old);
+  const DWORD error = Locate(txn, RecordKind::Value, key, value.name, &at, &old, cursor.get());
   if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND) return error;
   // A name keeps the spelling that it was made with.
   ValueRecord before;
@@ -351,8 +417,10 @@ DWORD PutValue(MDB_txn* txn, std::uint64_t key, const ValueRecord& value) {
   AppendNumber(&content, static_cast<std::uint16_t>(name.size()));
   content += name;
   content += value.data;
-  if (const DWORD alive = Touch(txn, key); alive != ERROR_SUCCESS) return alive;
-  return Put(txn, at, content);
+  const bool isAtCursor =
+      error == ERROR_SUCCESS && at.size <= PrefixOf(RecordKind::Value, key).size + longestInKey;
+  const DWORD put = isAtCursor ? Replace(cursor.get(), at, content) : Put(txn, at, content);
+  return put == ERROR_SUCCESS ? Touch(txn, key) : put;
 }
 
 DWORD DropSubKey(MDB_txn* txn, std::uint64_t key, std::string_view name) {

@@ -22,23 +22,40 @@ std::string_view NameOrDefault(const char* name) {
   return name == nullptr ? std::string_view() : name;
 }
 
-// The value as this handle saw it last, when nothing has been committed since; null otherwise.
-const ValueMemory::Value* Remembered(const LockedKey& slot, std::string_view name) {
-  const volatile std::uint64_t* word = slot->key.hive->CommitWord();
-  if (slot->memory == nullptr || word == nullptr || slot->key.hive->InBatch()) return nullptr;
-  return slot->memory->values.Find(name, *word);
+// What the memory of a handle needs to be asked.
+struct MemoryOf {
+  HKEY key;
+  KeySlot* slot;
+};
+
+// Delivers the value as this handle saw it last, when nothing has been committed since; false otherwise.
+bool DeliverRemembered(const MemoryOf& memory, const Hive& hive, std::string_view name, DWORD* type,
+                       BYTE* data, DWORD* size, DWORD* result) {
+  const volatile std::uint64_t* word = hive.CommitWord();
+  if (word == nullptr) return false;
+  const LockedKey slot(memory.slot, memory.key);
+  if (!slot || slot->memory == nullptr) return false;
+  const ValueMemory::Value* value = slot->memory->values.Find(name, *word);
+  if (value == nullptr) {
+    slot->habit.Missed();
+    return false;
+  }
+  slot->habit.Hit();
+  *result = DeliverValue(value->type, value->Data(), type, data, size);
+  return true;
 }
 
-void Remember(HKEY key, const ValueMemory::Value& value) {
+void Remember(const MemoryOf& memory, const ValueMemory::Value& value) {
   try {
-    if (const LockedKey slot(key); slot) slot.Memory().values.Store(value);
+    if (const LockedKey slot(memory.slot, memory.key); slot) slot.Memory().values.Store(value);
   } catch (const std::bad_alloc&) {  // the store is asked again next time
   }
 }
 
-DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
-  ValueMemory::Value fresh;
-  const DWORD result = open.hive->Read([&](MDB_txn* txn) -> DWORD {
+// Asks the store, and fills in *fresh, if any, with what may be remembered of its answer.
+DWORD QueryStore(const OpenKey& open, std::string_view name, ValueMemory::Value* fresh, DWORD* type,
+                 BYTE* data, DWORD* size) {
+  return open.hive->Read([&](MDB_txn* txn) -> DWORD {
     ValueRecord value;
     const DWORD error = GetValue(txn, open.id, name, &value);
     if (error == ERROR_FILE_NOT_FOUND) {
@@ -46,25 +63,29 @@ DWORD QueryStore(HKEY key, const OpenKey& open, std::string_view name, DWORD* ty
       return alive == ERROR_SUCCESS ? ERROR_FILE_NOT_FOUND : alive;
     }
     if (error != ERROR_SUCCESS) return error;
-    if (!open.hive->InBatch()) fresh = {mdb_txn_id(txn), name, value.type, value.data};
+    if (fresh != nullptr) *fresh = {mdb_txn_id(txn), name, value.type, value.data};
     return DeliverValue(value.type, value.data, type, data, size);
   });
-  if (fresh.txn != ValueMemory::noTransaction) Remember(key, fresh);
+}
+
+DWORD QueryMemory(const MemoryOf& memory, const OpenKey& open, std::string_view name, DWORD* type, BYTE* data,
+                  DWORD* size) {
+  DWORD result = ERROR_SUCCESS;
+  if (DeliverRemembered(memory, *open.hive, name, type, data, size, &result)) return result;
+  ValueMemory::Value fresh;
+  result = QueryStore(open, name, &fresh, type, data, size);
+  if (fresh.txn != ValueMemory::noTransaction) Remember(memory, fresh);
   return result;
 }
 
 DWORD Query(HKEY key, std::string_view name, DWORD* type, BYTE* data, DWORD* size) {
   OpenKey open;
-  if (const LockedKey slot(key); slot) {
-    if ((slot->key.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
-    if (const ValueMemory::Value* value = Remembered(slot, name)) {
-      return DeliverValue(value->type, value->Data(), type, data, size);
-    }
-    open = slot->key;
-  } else if (const DWORD error = FindKey(key, &open); error != ERROR_SUCCESS) {
-    return error;
-  }
-  return QueryStore(key, open, name, type, data, size);
+  KeySlot* slot = nullptr;
+  if (const DWORD error = FindKey(key, &open, &slot); error != ERROR_SUCCESS) return error;
+  if ((open.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
+  const bool hasMemory = slot != nullptr && !open.hive->InBatch() && slot->habit.IsWorthAsking();
+  return hasMemory ? QueryMemory({key, slot}, open, name, type, data, size)
+                   : QueryStore(open, name, nullptr, type, data, size);
 }
 
 // A value that is set to what it is already stays untouched: nobody waits for a writer, and nobody who

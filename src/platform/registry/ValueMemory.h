@@ -2,7 +2,9 @@
 // store since the transaction in which they were read.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -52,6 +54,35 @@ class ValueMemory {
 
   std::vector<Value> mValues;  // a power of two, and window - 1 more
   std::size_t mMask = 0;
+};
+
+// Whether a memory is worth asking. Who reads more values in turn than there is room for finds none of them,
+// and pays for looking and for storing each time. After many misses one question in eight goes to the memory,
+// so that better times are noticed. Threads may use it at once: what they lose of each other's counting does
+// not matter.
+class MemoryHabit {
+ public:
+  bool IsWorthAsking() {
+    const unsigned misses = mMisses.load(std::memory_order_relaxed);
+    if (misses < many) return true;
+    mMisses.store(misses < many + askEvery ? misses + 1 : many, std::memory_order_relaxed);
+    return misses == many;
+  }
+  void Missed() {
+    const unsigned misses = mMisses.load(std::memory_order_relaxed);
+    if (misses < many) mMisses.store(misses + 1, std::memory_order_relaxed);
+  }
+  void Hit() {
+    const unsigned misses = mMisses.load(std::memory_order_relaxed);
+    if (misses != 0)
+      mMisses.store(misses < hitWeight ? 0 : std::min(misses, many) - hitWeight, std::memory_order_relaxed);
+  }
+  void Forget() { mMisses.store(0, std::memory_order_relaxed); }
+
+ private:
+  static constexpr unsigned many = 256, askEvery = 13, hitWeight = 3;
+
+  std::atomic<unsigned> mMisses{0};
 };
 
 }  // namespace orm::platform
