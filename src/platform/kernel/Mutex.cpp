@@ -10,6 +10,12 @@
 
 namespace orm::platform {
 
+Acquired OwnableMutex::TryOwn(ThreadRecord& thread) noexcept {
+  WaitNode request;
+  request.thread = &thread;
+  return TryAcquire(request);
+}
+
 Acquired Mutex::Own(const ThreadRecord* thread) noexcept {
   mOwner.store(thread, std::memory_order_relaxed);
   mCount = 1;
@@ -80,14 +86,25 @@ HANDLE HandleOf(const Ref<OwnableMutex>& mutex, ThreadRecord* owner) {
 
 HANDLE MakeUnnamed(ThreadRecord* owner) {
   const auto mutex = MakeRef<Mutex>();
-  if (owner != nullptr) {
-    WaitNode request;
-    request.thread = owner;
-    mutex->TryAcquire(request);
-  }
+  if (owner != nullptr) mutex->TryOwn(*owner);
   const HANDLE handle = HandleOf(mutex, owner);
   if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
   return handle;
+}
+
+// Not of the warm mutex. What the thread owns is kept alive by its record, so the handle is only compared.
+[[gnu::noinline]] BOOL ReleaseOwned(ThreadRecord& thread, HANDLE handle) {
+  const KernelObject* const object = PeekHandle(handle);
+  auto& owned = thread.ownedMutexes;
+  for (auto entry = owned.end(); object != nullptr && entry != owned.begin();) {
+    --entry;
+    if (entry->get() != object) continue;
+    if (static_cast<OwnableMutex*>(entry->get())->ReleaseOnce()) owned.erase(entry);
+    return TRUE;
+  }
+  const HandlePin pin(handle);
+  if (pin) tlsLastError = OwnableMutex::IsMutex(*pin.get()) ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE;
+  return FALSE;
 }
 
 }  // namespace
@@ -125,21 +142,8 @@ HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept try {
 }
 
 BOOL ReleaseMutex(HANDLE handle) noexcept {
-  // What the thread owns is kept alive by its record, so the handle is only compared.
   ThreadRecord& thread = CurrentThread();
-  if (thread.ownsWarmMutex && IsWarm(thread, handle)) {
-    thread.ownsWarmMutex = !static_cast<OwnableMutex*>(thread.warmMutex.get())->ReleaseOnce();
-    return TRUE;
-  }
-  const KernelObject* const object = PeekHandle(handle);
-  auto& owned = thread.ownedMutexes;
-  for (auto entry = owned.end(); object != nullptr && entry != owned.begin();) {
-    --entry;
-    if (entry->get() != object) continue;
-    if (static_cast<OwnableMutex*>(entry->get())->ReleaseOnce()) owned.erase(entry);
-    return TRUE;
-  }
-  const HandlePin pin(handle);
-  if (pin) tlsLastError = OwnableMutex::IsMutex(*pin.get()) ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE;
-  return FALSE;
+  if (!thread.ownsWarmMutex || !IsWarm(thread, handle)) return ReleaseOwned(thread, handle);
+  thread.ownsWarmMutex = !static_cast<OwnableMutex*>(thread.warmMutex.get())->ReleaseOnce();
+  return TRUE;
 }

@@ -7,6 +7,8 @@ namespace orm::platform {
 
 class OwnableMutex : public Waitable {
  public:
+  // TryAcquire for the calling thread.
+  virtual Acquired TryOwn(ThreadRecord& thread) noexcept;
   // Gives up one level of ownership; true when that was the last. Only the owner calls it.
   virtual bool ReleaseOnce() noexcept = 0;
   // Gives the mutex up altogether because its owner ends.

@@ -173,8 +173,8 @@ void NamedMutex::Own(const ThreadRecord& thread) noexcept {
   mCount = 1;
 }
 
-Acquired NamedMutex::TryAcquire(const WaitNode& request) noexcept {
-  if (mOwner.load(std::memory_order_relaxed) == request.thread) {
+Acquired NamedMutex::TryOwn(ThreadRecord& thread) noexcept {
+  if (mOwner.load(std::memory_order_relaxed) == &thread) {
     ++mCount;
     return Acquired::kYes;
   }
@@ -183,7 +183,7 @@ Acquired NamedMutex::TryAcquire(const WaitNode& request) noexcept {
   if (code == EOWNERDEAD) pthread_mutex_consistent(&mShared->mutex);
   const bool released = mShared->abandoned.load(std::memory_order_relaxed) != 0;
   if (released) mShared->abandoned.store(0, std::memory_order_relaxed);
-  Own(*request.thread);
+  Own(thread);
   return code == EOWNERDEAD || released ? Acquired::kAbandoned : Acquired::kOwned;
 }
 

@@ -25,7 +25,8 @@ class NamedMutex final : public OwnableMutex {
   bool OnHandleOpened() noexcept override;
   void OnHandleClosed() noexcept override;
 
-  Acquired TryAcquire(const WaitNode& request) noexcept override;
+  Acquired TryAcquire(const WaitNode& request) noexcept override { return TryOwn(*request.thread); }
+  Acquired TryOwn(ThreadRecord& thread) noexcept override;
   bool ReleaseOnce() noexcept override;
   void Abandon() noexcept override;
 

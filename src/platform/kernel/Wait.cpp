@@ -23,6 +23,26 @@ bool IsAnyUnknown(std::span<const HANDLE> handles) noexcept {
   return false;
 }
 
+// Apart, so that the warm mutex's way needs no room for what is here.
+[[gnu::noinline]] DWORD WaitForAny(ThreadRecord& thread, HANDLE object, DWORD milliseconds) noexcept {
+  WaitNode node;
+  node.thread = &thread;
+  HandlePin pin(object);
+  if (!pin) return WAIT_FAILED;
+  if (!pin.get()->IsWaitable()) {
+    tlsLastError = ERROR_INVALID_HANDLE;
+    return WAIT_FAILED;
+  }
+  if (thread.ownsWarmMutex && !MakeOwnershipRoom(thread, 1)) return WAIT_FAILED;
+  node.object = static_cast<Waitable*>(pin.get());
+  WaitResult result{0, node.object->TryAcquire(node)};
+  if (result.outcome == Acquired::kNo && milliseconds != 0) {
+    result = WaitOperation({&node, 1}).WaitForOne(Deadline(milliseconds));
+  }
+  if (result.outcome >= Acquired::kOwned) RecordOwnership(thread, std::move(pin), object);
+  return ToWaitCode(result);
+}
+
 }  // namespace
 
 bool WaitHandles::Add(HANDLE handle) noexcept {
@@ -102,27 +122,11 @@ using namespace orm::platform;
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
   ThreadRecord& thread = CurrentThread();
-  WaitNode node;
-  node.thread = &thread;
-  if (IsWarm(thread, object)) {
-    const Acquired outcome = static_cast<Waitable*>(thread.warmMutex.get())->TryAcquire(node);
-    if (outcome >= Acquired::kOwned) thread.ownsWarmMutex = true;
-    if (outcome != Acquired::kNo) return ToWaitCode({0, outcome});
-  }
-  HandlePin pin(object);
-  if (!pin) return WAIT_FAILED;
-  if (!pin.get()->IsWaitable()) {
-    tlsLastError = ERROR_INVALID_HANDLE;
-    return WAIT_FAILED;
-  }
-  if (thread.ownsWarmMutex && !MakeOwnershipRoom(thread, 1)) return WAIT_FAILED;
-  node.object = static_cast<Waitable*>(pin.get());
-  WaitResult result{0, node.object->TryAcquire(node)};
-  if (result.outcome == Acquired::kNo && milliseconds != 0) {
-    result = WaitOperation({&node, 1}).WaitForOne(Deadline(milliseconds));
-  }
-  if (result.outcome >= Acquired::kOwned) RecordOwnership(thread, std::move(pin), object);
-  return ToWaitCode(result);
+  if (!IsWarm(thread, object)) return WaitForAny(thread, object, milliseconds);
+  const Acquired outcome = static_cast<OwnableMutex*>(thread.warmMutex.get())->TryOwn(thread);
+  if (outcome == Acquired::kNo) return WaitForAny(thread, object, milliseconds);
+  if (outcome >= Acquired::kOwned) thread.ownsWarmMutex = true;
+  return ToWaitCode({0, outcome});
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DWORD milliseconds) noexcept {
