@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "ClassCacheBlock.h"
 #include "harness/Partner.h"
 #include "harness/Rooms.h"
 #include "support/TraceConfig.h"
@@ -199,6 +200,50 @@ void AddClassGrowths(bench::Table& table) {
                           .operation = "object, of whichever thread"});
 }
 
+// A shared cache's block with this many records, each of a library of a few classes. The block has room for
+// 256.
+class CacheRecords {
+ public:
+  explicit CacheRecords(size_t count) {
+    mBlock.Initialize();
+    for (size_t i = 0; i < count; ++i) {
+      mKeys.emplace_back(("z:\\components\\lib" + std::to_string(i) + ".dll").c_str());
+      mBlock.Store(mKeys.back(), i, mPayload, i);
+    }
+  }
+  void Find(size_t n) const {
+    while (n-- != 0) bench::Keep(mBlock.Find(mKeys[n * 7 % mKeys.size()]).found);
+  }
+  void Store(size_t n) const {
+    while (n-- != 0) mBlock.Store(mKeys[n * 7 % mKeys.size()], n, mPayload, n);
+  }
+
+ private:
+  struct alignas(16) Memory {
+    BYTE bytes[orm::CacheBlock::SIZE];
+  };
+  const std::unique_ptr<Memory> mMemory = std::make_unique<Memory>();
+  const orm::CacheBlock mBlock{mMemory->bytes};
+  const orm::Binary mPayload{std::string(150, 'p').data(), 150};
+  std::vector<orm::CacheKey> mKeys;
+};
+
+void AddCacheGrowths(bench::Table& table) {
+  const auto add = [&table](const char* name, void (CacheRecords::*work)(size_t) const) {
+    table.Add(bench::Growth{.name = name,
+                            .unit = "cache records",
+                            .sizes = {1, 4, 16, 64, 256},
+                            .prepare = [work](size_t size) -> bench::Operation {
+                              return [records = std::make_shared<CacheRecords>(size), work](size_t n) {
+                                ((*records).*work)(n);
+                              };
+                            },
+                            .operation = "record"});
+  };
+  add("class cache: find a record", &CacheRecords::Find);
+  add("class cache: store a record again", &CacheRecords::Store);
+}
+
 void AddLibraryGrowths(bench::Table& table) {
   table.Add(bench::Growth{.name = "register a folder of libraries that the shared cache knows",
                           .unit = "libraries",
@@ -242,6 +287,7 @@ void AddClassRows(bench::Table& table) {
                        .note = "the peer is the limit: the least that finding changed files can cost"});
   AddClassGrowths(table);
   AddLibraryGrowths(table);
+  AddCacheGrowths(table);
 }
 
 bool RunClassPartner(const std::string& kind) {
