@@ -64,7 +64,7 @@ bool IsReplaceable(const char* path, mode_t& mode) {
 
 // The old picture is gone only when the new one is complete.
 bool Replace(const char* path, mode_t mode, const std::vector<std::uint8_t>& bytes) {
-  const std::string beside = path + ("." + std::to_string(getpid()) + ".new");
+  const std::string beside = std::string(path) + '.' + std::to_string(getpid()) + ".new";
   if (Write(beside.c_str(), bytes)) {
     chmod(orm::platform::UnixPath(beside.c_str()).c_str(), mode);
     if (MoveFileExA(beside.c_str(), path, MOVEFILE_REPLACE_EXISTING)) return true;
