@@ -88,6 +88,7 @@ DWORD FormatMessageOf(DWORD flags, LPCVOID source, DWORD messageId, DWORD langua
     error = Format(flags, text, arguments, sink);
     length = static_cast<DWORD>(sink.Size());
   }
+  // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): it forgets that a sink into a buffer owns nothing
   if (error != ERROR_SUCCESS) {
     if (!allocate) buffer[0] = 0;  // half a message is none
     return Fail(error);

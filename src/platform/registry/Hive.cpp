@@ -75,7 +75,8 @@ bool IsEmpty(int file) {
 // A store begins with two heads, which are written in one step: a disk that has room for one of them only
 // would leave what is no store. Not every file system can be asked for the room.
 bool HasRoomForHeads(int file) {
-  return fallocate(file, FALLOC_FL_KEEP_SIZE, 0, 2 * 4096) == 0 || (errno != ENOSPC && errno != EDQUOT);
+  return fallocate(file, FALLOC_FL_KEEP_SIZE, 0, off_t{2} * 4096) == 0 ||
+         (errno != ENOSPC && errno != EDQUOT);
 }
 
 // Gives all of the lock file its place on the disk: running out of that later would be a signal, not an

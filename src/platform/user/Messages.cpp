@@ -48,7 +48,7 @@ std::shared_ptr<SentMessage> Send(const Window& window, UINT message, WPARAM fir
     try {
   MessageQueue::Current();
   const auto target = MessageQueue::OfThread(window.threadId);
-  const auto sent = std::make_shared<SentMessage>();
+  auto sent = std::make_shared<SentMessage>();
   if (sent->done == nullptr) return nullptr;
   sent->window = window.handle;
   sent->message = message;
