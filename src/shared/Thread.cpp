@@ -85,13 +85,13 @@ class ThreadImpl final : public FaceObject<Thread> {
     result->mId = GetCurrentThreadId();
     result->mhInterrupt = CreateEventA(nullptr, true, false, nullptr);
     ORM_ASSERT(result->mhInterrupt != nullptr, "result->mhInterrupt != 0", FILE_NAME, 83);
-    if (!result->mhInterrupt) return result;  // not kept, so that the next call makes a whole one
     const bool duplicated = DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(),
                                             &result->mhThread, 0, false, DUPLICATE_SAME_ACCESS);
     ORM_ASSERT(duplicated,
                "::DuplicateHandle(::GetCurrentProcess(), ::GetCurrentThread(), ::GetCurrentProcess(), "
                "&result->mhThread, 0, false, 0x00000002)",
                FILE_NAME, 86);
+    if (!result->mhInterrupt) return result;  // not kept, so that the next call makes a whole one
     const bool stored = TlsSetValue(gTlsIndex, result.AddRef());
     if (!stored && HoldAfterDetach()) gLateThread = result.Get();
     ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, result.AddRef())", FILE_NAME, 91);

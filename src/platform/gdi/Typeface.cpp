@@ -25,13 +25,13 @@ std::string PathOfTextLibrary() {
 // Loaded once and kept: fonts may be used until the very end of the process. Null when it cannot be had,
 // which the next font may find different. Two threads that load it get the same one.
 const TextLibrary* TheTextLibrary() {
-  static constinit std::atomic<const TextLibrary*> loaded{nullptr};
-  if (const TextLibrary* const library = loaded.load(std::memory_order_acquire)) return library;
-  void* const image = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!image) return nullptr;
-  const auto* const library = static_cast<const TextLibrary*>(dlsym(image, "OrmTextLibrary"));
-  loaded.store(library, std::memory_order_release);
-  return library;
+  static constinit std::atomic<void*> kept{nullptr};
+  void* library = kept.load(std::memory_order_acquire);
+  if (!library) {
+    library = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+    kept.store(library, std::memory_order_release);
+  }
+  return library ? static_cast<const TextLibrary*>(dlsym(library, "OrmTextLibrary")) : nullptr;
 }
 
 }  // namespace

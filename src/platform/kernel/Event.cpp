@@ -44,17 +44,16 @@ class Event final : public Waitable {
 
 using namespace orm::platform;
 
-HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, const char* name) noexcept
-    try {
-  if (name != nullptr && *name != '\0') {
-    tlsLastError = ERROR_NOT_SUPPORTED;
-    return nullptr;
-  }
-  const HANDLE handle = AllocateHandle(MakeRef<Event>(manualReset != FALSE, initialState != FALSE));
-  if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
-  return handle;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, const char* name) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    if (name != nullptr && *name != '\0') {
+      tlsLastError = ERROR_NOT_SUPPORTED;
+      return nullptr;
+    }
+    const HANDLE handle = AllocateHandle(MakeRef<Event>(manualReset != FALSE, initialState != FALSE));
+    if (handle != nullptr) tlsLastError = ERROR_SUCCESS;
+    return handle;
+  });
 }
 
 BOOL SetEvent(HANDLE handle) noexcept {

@@ -300,21 +300,22 @@ std::mutex& LoadedModulesLock() noexcept {
 
 using namespace orm::platform;
 
-HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept try {
-  if (name == nullptr || *name == '\0' || file != nullptr || (flags & ~LOAD_WITH_ALTERED_SEARCH_PATH) != 0) {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return nullptr;
-  }
-  if (const HMODULE own = PlatformModule(name)) return own;
-  DWORD error = ERROR_SUCCESS;
-  const std::string path = LibraryPath(name, &error);
-  if (path.empty()) {
-    tlsLastError = ErrorOfNoLibrary(error);
-    return nullptr;
-  }
-  return Load(path);
-} catch (const std::bad_alloc&) {
-  return NoMemory<HMODULE>(nullptr);
+HMODULE LoadLibraryExA(const char* name, HANDLE file, DWORD flags) noexcept {
+  return OrNoMemory<HMODULE>(nullptr, [&]() -> HMODULE {
+    if (name == nullptr || *name == '\0' || file != nullptr ||
+        (flags & ~LOAD_WITH_ALTERED_SEARCH_PATH) != 0) {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return nullptr;
+    }
+    if (const HMODULE own = PlatformModule(name)) return own;
+    DWORD error = ERROR_SUCCESS;
+    const std::string path = LibraryPath(name, &error);
+    if (path.empty()) {
+      tlsLastError = ErrorOfNoLibrary(error);
+      return nullptr;
+    }
+    return Load(path);
+  });
 }
 
 HMODULE LoadLibraryA(const char* name) noexcept {
@@ -341,38 +342,38 @@ BOOL FreeLibrary(HMODULE module) noexcept {
   return FALSE;
 }
 
-FARPROC GetProcAddress(HMODULE module, const char* name) noexcept try {
-  const LoaderHandle handle = HandleOfImage(module == nullptr ? ProgramModule() : module);
-  if (!handle) {
-    tlsLastError = ERROR_MOD_NOT_FOUND;
-    return nullptr;
-  }
-  // The loader also looks in the libraries that the module uses; those exports are not the module's.
-  void* const address = name != nullptr ? dlsym(handle.get(), name) : nullptr;
-  if (address == nullptr || BaseOf(address) != BaseOfHandle(handle.get())) {
-    tlsLastError = ERROR_PROC_NOT_FOUND;
-    return nullptr;
-  }
-  return reinterpret_cast<FARPROC>(address);
-} catch (const std::bad_alloc&) {
-  return NoMemory<FARPROC>(nullptr);
+FARPROC GetProcAddress(HMODULE module, const char* name) noexcept {
+  return OrNoMemory<FARPROC>(nullptr, [&]() -> FARPROC {
+    const LoaderHandle handle = HandleOfImage(module == nullptr ? ProgramModule() : module);
+    if (!handle) {
+      tlsLastError = ERROR_MOD_NOT_FOUND;
+      return nullptr;
+    }
+    // The loader also looks in the libraries that the module uses; those exports are not the module's.
+    void* const address = name != nullptr ? dlsym(handle.get(), name) : nullptr;
+    if (address == nullptr || BaseOf(address) != BaseOfHandle(handle.get())) {
+      tlsLastError = ERROR_PROC_NOT_FOUND;
+      return nullptr;
+    }
+    return reinterpret_cast<FARPROC>(address);
+  });
 }
 
-HMODULE GetModuleHandleA(const char* name) noexcept try {
-  if (name == nullptr) return ProgramModule();
-  HMODULE module = PlatformModule(name);
-  if (module == nullptr) {
-    FindByName find{Utf8FromAnsi(name), {}};
-    if (HasFolder(name)) find.path = UnixPath(name);
-    dl_iterate_phdr(&VisitImage, &find);
-    module = find.found;
-    if (module == nullptr && CompareNames(FileNameOf(ProgramPath().c_str()), find.name) == 0)
-      module = ProgramModule();
-  }
-  if (module == nullptr) tlsLastError = ERROR_MOD_NOT_FOUND;
-  return module;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HMODULE>(nullptr);
+HMODULE GetModuleHandleA(const char* name) noexcept {
+  return OrNoMemory<HMODULE>(nullptr, [&]() -> HMODULE {
+    if (name == nullptr) return ProgramModule();
+    HMODULE module = PlatformModule(name);
+    if (module == nullptr) {
+      FindByName find{Utf8FromAnsi(name), {}};
+      if (HasFolder(name)) find.path = UnixPath(name);
+      dl_iterate_phdr(&VisitImage, &find);
+      module = find.found;
+      if (module == nullptr && CompareNames(FileNameOf(ProgramPath().c_str()), find.name) == 0)
+        module = ProgramModule();
+    }
+    if (module == nullptr) tlsLastError = ERROR_MOD_NOT_FOUND;
+    return module;
+  });
 }
 
 BOOL GetModuleHandleExA(DWORD flags, const char* address, HMODULE* module) noexcept {

@@ -112,33 +112,33 @@ HANDLE MakeUnnamed(ThreadRecord* owner) {
 
 using namespace orm::platform;
 
-HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept try {
-  ThreadRecord* const owner = initialOwner != FALSE ? &CurrentThread() : nullptr;
-  if (owner != nullptr && !MakeOwnershipRoom(*owner, 1)) return nullptr;
-  if (name == nullptr || *name == '\0') return MakeUnnamed(owner);
-  bool existed = false;
-  const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, owner, existed);
-  if (!mutex) return nullptr;
-  const HANDLE handle = HandleOf(mutex, existed ? nullptr : owner);
-  mutex->OnHandleClosed();  // the hold that Create has taken
-  if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
-  return handle;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    ThreadRecord* const owner = initialOwner != FALSE ? &CurrentThread() : nullptr;
+    if (owner != nullptr && !MakeOwnershipRoom(*owner, 1)) return nullptr;
+    if (name == nullptr || *name == '\0') return MakeUnnamed(owner);
+    bool existed = false;
+    const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, owner, existed);
+    if (!mutex) return nullptr;
+    const HANDLE handle = HandleOf(mutex, existed ? nullptr : owner);
+    mutex->OnHandleClosed();  // the hold that Create has taken
+    if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
+    return handle;
+  });
 }
 
-HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept try {
-  if (name == nullptr || *name == '\0') {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return nullptr;
-  }
-  const Ref<NamedMutex> mutex = NamedMutex::Open(name);
-  if (!mutex) return nullptr;
-  const HANDLE handle = AllocateHandle(mutex);
-  mutex->OnHandleClosed();
-  return handle;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    if (name == nullptr || *name == '\0') {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return nullptr;
+    }
+    const Ref<NamedMutex> mutex = NamedMutex::Open(name);
+    if (!mutex) return nullptr;
+    const HANDLE handle = AllocateHandle(mutex);
+    mutex->OnHandleClosed();
+    return handle;
+  });
 }
 
 BOOL ReleaseMutex(HANDLE handle) noexcept {

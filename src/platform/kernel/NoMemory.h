@@ -1,14 +1,8 @@
-// The layer's calls have callers in C: no exception leaves them. One that needs memory is a function try
-// block
-//
-//   HANDLE MakeSomething() noexcept try {
-//     ...
-//   } catch (const std::bad_alloc&) {
-//     return NoMemory<HANDLE>(nullptr);
-//   }
+// The layer's calls have callers in C: no exception leaves them.
 #pragma once
 
 #include <new>
+#include <utility>
 
 #include "kernel/ThreadRecord.h"
 #include "win32/errors.h"
@@ -20,6 +14,16 @@ template <class Result>
 Result NoMemory(Result failure) noexcept {
   tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
   return failure;
+}
+
+// What `body()` returns; `failure` when it lacks memory.
+template <class Result, class Body>
+Result OrNoMemory(Result failure, Body&& body) noexcept {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return NoMemory(std::move(failure));
+  }
 }
 
 }  // namespace orm::platform

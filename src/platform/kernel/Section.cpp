@@ -255,59 +255,58 @@ DWORD Prepare(int descriptor, DWORD protection, uint64_t size, Section::Request&
 using namespace orm::platform;
 
 HANDLE CreateFileMappingA(HANDLE file, SECURITY_ATTRIBUTES* security, DWORD protection, DWORD sizeHigh,
-                          DWORD sizeLow, const char* name) noexcept try {
-  HandlePin pin;
-  int descriptor = -1;
-  if (file != INVALID_HANDLE_VALUE) {
-    pin = HandlePin(file);
-    if (!pin) return nullptr;
-    descriptor = pin.get()->FileDescriptor();
-    if (descriptor < 0) {
-      tlsLastError = ERROR_INVALID_HANDLE;
+                          DWORD sizeLow, const char* name) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    HandlePin pin;
+    int descriptor = -1;
+    if (file != INVALID_HANDLE_VALUE) {
+      pin = HandlePin(file);
+      if (!pin) return nullptr;
+      descriptor = pin.get()->FileDescriptor();
+      if (descriptor < 0) {
+        tlsLastError = ERROR_INVALID_HANDLE;
+        return nullptr;
+      }
+    }
+    Section::Request request;
+    DWORD error = Prepare(descriptor, protection, uint64_t{sizeHigh} << 32 | sizeLow, request);
+    const auto section = MakeRef<Section>();
+    bool existed = false;
+    if (error == ERROR_SUCCESS) {
+      const bool named = name != nullptr && *name != '\0';
+      error = named ? section->MakeNamed(name, security, request, existed) : section->MakeUnnamed(request);
+    }
+    if (error != ERROR_SUCCESS) {
+      tlsLastError = error;
       return nullptr;
     }
-  }
-  Section::Request request;
-  DWORD error = Prepare(descriptor, protection, uint64_t{sizeHigh} << 32 | sizeLow, request);
-  const auto section = MakeRef<Section>();
-  bool existed = false;
-  if (error == ERROR_SUCCESS) {
-    const bool named = name != nullptr && *name != '\0';
-    error = named ? section->MakeNamed(name, security, request, existed) : section->MakeUnnamed(request);
-  }
-  if (error != ERROR_SUCCESS) {
-    tlsLastError = error;
-    return nullptr;
-  }
-  const HANDLE handle = AllocateHandle(section);
-  if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
-  return handle;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+    const HANDLE handle = AllocateHandle(section);
+    if (handle != nullptr) tlsLastError = existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS;
+    return handle;
+  });
 }
 
-HANDLE OpenFileMappingA(DWORD, BOOL, const char* name) noexcept try {
-  if (name == nullptr || *name == '\0') {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return nullptr;
-  }
-  const auto section = MakeRef<Section>();
-  if (const DWORD error = section->OpenNamed(name); error != ERROR_SUCCESS) {
-    tlsLastError = error;
-    return nullptr;
-  }
-  return AllocateHandle(section);
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+HANDLE OpenFileMappingA(DWORD, BOOL, const char* name) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    if (name == nullptr || *name == '\0') {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return nullptr;
+    }
+    const auto section = MakeRef<Section>();
+    if (const DWORD error = section->OpenNamed(name); error != ERROR_SUCCESS) {
+      tlsLastError = error;
+      return nullptr;
+    }
+    return AllocateHandle(section);
+  });
 }
 
-void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes) noexcept
-    try {
-  const HandlePin pin(mapping);
-  auto* const section = PinnedAs<Section>(pin);
-  return section != nullptr ? section->Map(access, uint64_t{offsetHigh} << 32 | offsetLow, bytes) : nullptr;
-} catch (const std::bad_alloc&) {
-  return NoMemory<void*>(nullptr);
+void* MapViewOfFile(HANDLE mapping, DWORD access, DWORD offsetHigh, DWORD offsetLow, SIZE_T bytes) noexcept {
+  return OrNoMemory<void*>(nullptr, [&]() -> void* {
+    const HandlePin pin(mapping);
+    auto* const section = PinnedAs<Section>(pin);
+    return section != nullptr ? section->Map(access, uint64_t{offsetHigh} << 32 | offsetLow, bytes) : nullptr;
+  });
 }
 
 BOOL OrmIsMappingWhole(HANDLE mapping) noexcept {

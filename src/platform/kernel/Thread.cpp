@@ -80,18 +80,18 @@ ThreadObject::ThreadObject() noexcept
       mGate(kRunning),
       mNativeId(static_cast<int>(syscall(SYS_gettid))) {}
 
-bool ThreadObject::Start(SIZE_T stackSize) noexcept try {
-  const ThreadAttributes attributes(stackSize);
-  // Made here, where a lack of memory has a caller to be told.
-  auto record = std::make_unique<ThreadRecord>(Ref<ThreadObject>(this));
-  pthread_t thread;
-  if (pthread_create(&thread, attributes.get(), &Main, record.get()) == 0) {
-    static_cast<void>(record.release());  // the new thread's
-    return true;
-  }
-  return NoMemory(false);
-} catch (const std::bad_alloc&) {
-  return NoMemory(false);
+bool ThreadObject::Start(SIZE_T stackSize) noexcept {
+  return OrNoMemory(false, [&]() -> bool {
+    const ThreadAttributes attributes(stackSize);
+    // Made here, where a lack of memory has a caller to be told.
+    auto record = std::make_unique<ThreadRecord>(Ref<ThreadObject>(this));
+    pthread_t thread;
+    if (pthread_create(&thread, attributes.get(), &Main, record.get()) == 0) {
+      static_cast<void>(record.release());  // the new thread's
+      return true;
+    }
+    return NoMemory(false);
+  });
 }
 
 void* ThreadObject::Main(void* record) noexcept {
@@ -175,26 +175,25 @@ void ThreadObject::ApplyPriority(int nativeId) const noexcept {
 
 namespace {
 
-HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags, DWORD* threadId) noexcept
-    try {
-  if ((body.routine == nullptr && body.runtimeRoutine == nullptr) || (flags & ~CREATE_SUSPENDED) != 0) {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return nullptr;
-  }
-  const auto thread = MakeRef<ThreadObject>(body);
-  const HANDLE handle = AllocateHandle(thread);
-  if (handle == nullptr) return nullptr;
-  if (!thread->Start(stackSize)) {
-    const DWORD error = tlsLastError;
-    ReleaseHandle(handle);
-    tlsLastError = error;
-    return nullptr;
-  }
-  if (threadId != nullptr) *threadId = thread->Id();
-  if ((flags & CREATE_SUSPENDED) == 0) thread->Resume();
-  return handle;
-} catch (const std::bad_alloc&) {
-  return NoMemory<HANDLE>(nullptr);
+HANDLE StartThread(const ThreadObject::Body& body, SIZE_T stackSize, DWORD flags, DWORD* threadId) noexcept {
+  return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
+    if ((body.routine == nullptr && body.runtimeRoutine == nullptr) || (flags & ~CREATE_SUSPENDED) != 0) {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return nullptr;
+    }
+    const auto thread = MakeRef<ThreadObject>(body);
+    const HANDLE handle = AllocateHandle(thread);
+    if (handle == nullptr) return nullptr;
+    if (!thread->Start(stackSize)) {
+      const DWORD error = tlsLastError;
+      ReleaseHandle(handle);
+      tlsLastError = error;
+      return nullptr;
+    }
+    if (threadId != nullptr) *threadId = thread->Id();
+    if ((flags & CREATE_SUSPENDED) == 0) thread->Resume();
+    return handle;
+  });
 }
 
 }  // namespace

@@ -108,13 +108,13 @@ bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {
   return false;
 }
 
-bool MakeOwnershipRoom(ThreadRecord& thread, size_t mutexes) noexcept try {
-  auto& owned = thread.ownedMutexes;
-  const size_t needed = owned.size() + mutexes - (thread.ownsWarmMutex ? 0 : 1);
-  if (needed > owned.capacity()) owned.reserve(std::max(needed, 2 * owned.capacity()));
-  return true;
-} catch (const std::bad_alloc&) {
-  return NoMemory(false);
+bool MakeOwnershipRoom(ThreadRecord& thread, size_t mutexes) noexcept {
+  return OrNoMemory(false, [&]() -> bool {
+    auto& owned = thread.ownedMutexes;
+    const size_t needed = owned.size() + mutexes - (thread.ownsWarmMutex ? 0 : 1);
+    if (needed > owned.capacity()) owned.reserve(std::max(needed, 2 * owned.capacity()));
+    return true;
+  });
 }
 
 void RecordOwnership(ThreadRecord& thread, HandlePin&& mutex, HANDLE handle) {

@@ -126,14 +126,14 @@ int Ask(const Terminal& terminal, const char* text, const char* caption, UINT st
 
 using namespace orm::platform;
 
-int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcept try {
-  // One question at a time, whichever threads ask.
-  static constinit std::mutex asking;
-  const std::lock_guard lock(asking);
-  const Terminal terminal;
-  const int answer = terminal.CanAsk() ? Ask(terminal, text, caption, style) : 0;
-  if (answer == 0) tlsLastError = ERROR_GEN_FAILURE;
-  return answer;
-} catch (const std::bad_alloc&) {
-  return NoMemory(0);
+int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    // One question at a time, whichever threads ask.
+    static constinit std::mutex asking;
+    const std::lock_guard lock(asking);
+    const Terminal terminal;
+    const int answer = terminal.CanAsk() ? Ask(terminal, text, caption, style) : 0;
+    if (answer == 0) tlsLastError = ERROR_GEN_FAILURE;
+    return answer;
+  });
 }

@@ -44,21 +44,20 @@ std::optional<MSG> Find(MessageQueue& queue, const MessageFilter& filter, bool r
 }
 
 // Null, with the last error, when it cannot be sent. The calling thread has a queue afterwards.
-std::shared_ptr<SentMessage> Send(const Window& window, UINT message, WPARAM first, LPARAM second) noexcept
-    try {
-  MessageQueue::Current();
-  const auto target = MessageQueue::OfThread(window.threadId);
-  auto sent = std::make_shared<SentMessage>();
-  if (sent->done == nullptr) return nullptr;
-  sent->window = window.handle;
-  sent->message = message;
-  sent->first = first;
-  sent->second = second;
-  if (target && target->Send(sent)) return sent;
-  tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
-  return nullptr;
-} catch (const std::bad_alloc&) {
-  return NoMemory<std::shared_ptr<SentMessage>>(nullptr);
+std::shared_ptr<SentMessage> Send(const Window& window, UINT message, WPARAM first, LPARAM second) noexcept {
+  return OrNoMemory<std::shared_ptr<SentMessage>>(nullptr, [&]() -> std::shared_ptr<SentMessage> {
+    MessageQueue::Current();
+    const auto target = MessageQueue::OfThread(window.threadId);
+    auto sent = std::make_shared<SentMessage>();
+    if (sent->done == nullptr) return nullptr;
+    sent->window = window.handle;
+    sent->message = message;
+    sent->first = first;
+    sent->second = second;
+    if (target && target->Send(sent)) return sent;
+    tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
+    return nullptr;
+  });
 }
 
 std::optional<MSG> Peek(HWND window, UINT first, UINT last, UINT remove) {
@@ -112,34 +111,34 @@ bool Inject(const Ref<MessageQueue>& queue, const MSG& message, DWORD missing) {
 
 using namespace orm::platform;
 
-BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept try {
-  return PostTo(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
-                ERROR_INVALID_THREAD_ID);
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    return PostTo(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
+                  ERROR_INVALID_THREAD_ID);
+  });
 }
 
-BOOL PostMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept try {
-  if (handle == nullptr) MessageQueue::Current();
-  const DWORD threadId = handle == nullptr ? GetCurrentThreadId() : FindWindowByHandle(handle).threadId;
-  return PostTo(MessageQueue::OfThread(threadId), MakeMessage(handle, message, first, second),
-                ERROR_INVALID_WINDOW_HANDLE);
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL PostMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    if (handle == nullptr) MessageQueue::Current();
+    const DWORD threadId = handle == nullptr ? GetCurrentThreadId() : FindWindowByHandle(handle).threadId;
+    return PostTo(MessageQueue::OfThread(threadId), MakeMessage(handle, message, first, second),
+                  ERROR_INVALID_WINDOW_HANDLE);
+  });
 }
 
-BOOL OrmInjectInput(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept try {
-  return Inject(MessageQueue::OfThread(FindWindowByHandle(handle).threadId),
-                MakeMessage(handle, message, first, second), ERROR_INVALID_WINDOW_HANDLE);
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL OrmInjectInput(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    return Inject(MessageQueue::OfThread(FindWindowByHandle(handle).threadId),
+                  MakeMessage(handle, message, first, second), ERROR_INVALID_WINDOW_HANDLE);
+  });
 }
 
-BOOL OrmInjectThreadInput(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept try {
-  return Inject(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
-                ERROR_INVALID_THREAD_ID);
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL OrmInjectThreadInput(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    return Inject(MessageQueue::OfThread(threadId), MakeMessage(nullptr, message, first, second),
+                  ERROR_INVALID_THREAD_ID);
+  });
 }
 
 LRESULT SendMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noexcept {
@@ -157,25 +156,25 @@ LRESULT SendMessageA(HWND handle, UINT message, WPARAM first, LPARAM second) noe
   return sent->result;
 }
 
-BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove) noexcept try {
-  const auto found = Peek(window, first, last, remove);
-  if (found) *message = *found;
-  return found.has_value();
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT last, UINT remove) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto found = Peek(window, first, last, remove);
+    if (found) *message = *found;
+    return found.has_value();
+  });
 }
 
-BOOL GetMessageA(MSG* message, HWND window, UINT first, UINT last) noexcept try {
-  if (window != nullptr && window != MessageFilter::kThreadMessages && !IsWindow(window)) return -1;
-  auto found = Peek(window, first, last, PM_REMOVE);
-  while (!found) {
-    if (WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) == WAIT_FAILED) return -1;
-    found = Peek(window, first, last, PM_REMOVE);
-  }
-  *message = *found;
-  return message->message != WM_QUIT;
-} catch (const std::bad_alloc&) {
-  return NoMemory<BOOL>(-1);
+BOOL GetMessageA(MSG* message, HWND window, UINT first, UINT last) noexcept {
+  return OrNoMemory<BOOL>(-1, [&]() -> BOOL {
+    if (window != nullptr && window != MessageFilter::kThreadMessages && !IsWindow(window)) return -1;
+    auto found = Peek(window, first, last, PM_REMOVE);
+    while (!found) {
+      if (WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) == WAIT_FAILED) return -1;
+      found = Peek(window, first, last, PM_REMOVE);
+    }
+    *message = *found;
+    return message->message != WM_QUIT;
+  });
 }
 
 BOOL TranslateMessage(const MSG*) noexcept {
@@ -197,30 +196,29 @@ void PostQuitMessage(int exitCode) noexcept {
   MessageQueue::Current().PostQuit(exitCode);
 }
 
-BOOL WaitMessage() noexcept try {
-  return WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) != WAIT_FAILED;
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL WaitMessage() noexcept {
+  return OrNoMemory(FALSE,
+                    [&]() -> BOOL { return WaitWithQueue({}, INFINITE, QS_ALLINPUT, true) != WAIT_FAILED; });
 }
 
-DWORD GetQueueStatus(UINT flags) noexcept try {
-  MessageQueue& queue = MessageQueue::Current();
-  queue.CheckTimers();
-  const UINT pending = queue.Pending() & flags;
-  return static_cast<DWORD>(pending << 16 | queue.TakeNew(flags));
-} catch (const std::bad_alloc&) {
-  return NoMemory<DWORD>(0);
+DWORD GetQueueStatus(UINT flags) noexcept {
+  return OrNoMemory<DWORD>(0, [&]() -> DWORD {
+    MessageQueue& queue = MessageQueue::Current();
+    queue.CheckTimers();
+    const UINT pending = queue.Pending() & flags;
+    return static_cast<DWORD>(pending << 16 | queue.TakeNew(flags));
+  });
 }
 
 DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* objects, DWORD milliseconds, DWORD wakeMask,
-                                  DWORD flags) noexcept try {
-  if (count >= MAXIMUM_WAIT_OBJECTS || (count != 0 && objects == nullptr) || (flags & MWMO_WAITALL) != 0) {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return WAIT_FAILED;
-  }
-  return WaitWithQueue({objects, count}, milliseconds, wakeMask, (flags & MWMO_INPUTAVAILABLE) == 0);
-} catch (const std::bad_alloc&) {
-  return NoMemory(WAIT_FAILED);
+                                  DWORD flags) noexcept {
+  return OrNoMemory(WAIT_FAILED, [&]() -> DWORD {
+    if (count >= MAXIMUM_WAIT_OBJECTS || (count != 0 && objects == nullptr) || (flags & MWMO_WAITALL) != 0) {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return WAIT_FAILED;
+    }
+    return WaitWithQueue({objects, count}, milliseconds, wakeMask, (flags & MWMO_INPUTAVAILABLE) == 0);
+  });
 }
 
 DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DWORD milliseconds,
@@ -232,20 +230,20 @@ DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL all, DW
   return MsgWaitForMultipleObjectsEx(count, objects, milliseconds, wakeMask, 0);
 }
 
-UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure) noexcept try {
-  if (window != nullptr && FindWindowByHandle(window).threadId != GetCurrentThreadId()) {
-    tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
-    return 0;
-  }
-  return MessageQueue::Current().SetTimer(window, id, milliseconds, procedure);
-} catch (const std::bad_alloc&) {
-  return NoMemory<UINT_PTR>(0);
+UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT milliseconds, TIMERPROC procedure) noexcept {
+  return OrNoMemory<UINT_PTR>(0, [&]() -> UINT_PTR {
+    if (window != nullptr && FindWindowByHandle(window).threadId != GetCurrentThreadId()) {
+      tlsLastError = ERROR_INVALID_WINDOW_HANDLE;
+      return 0;
+    }
+    return MessageQueue::Current().SetTimer(window, id, milliseconds, procedure);
+  });
 }
 
-BOOL KillTimer(HWND window, UINT_PTR id) noexcept try {
-  if (MessageQueue::Current().KillTimer(window, id)) return TRUE;
-  tlsLastError = ERROR_INVALID_PARAMETER;
-  return FALSE;
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL KillTimer(HWND window, UINT_PTR id) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    if (MessageQueue::Current().KillTimer(window, id)) return TRUE;
+    tlsLastError = ERROR_INVALID_PARAMETER;
+    return FALSE;
+  });
 }

@@ -137,25 +137,26 @@ void Destroy(const Window& window) {
 }
 
 // A window of the calling thread, in the table. An empty handle, with the last error, when it cannot be made.
-Window AddWindow(const char* className, const RECT& place, HWND parent) noexcept try {
-  MessageQueue::Current();
-  Tables& tables = Get();
-  const std::lock_guard lock(tables.lock);
-  const auto found = className != nullptr ? tables.classes.find(className) : tables.classes.end();
-  if (found == tables.classes.end() || (parent != nullptr && !tables.windows.contains(parent))) {
-    tlsLastError = found == tables.classes.end() ? ERROR_CANNOT_FIND_WND_CLASS : ERROR_INVALID_WINDOW_HANDLE;
-    return {};
-  }
-  Window window;
-  window.handle = reinterpret_cast<HWND>(tables.lastHandle += 2);
-  window.threadId = GetCurrentThreadId();
-  window.procedure = found->second;
-  window.parent = parent;
-  window.place = place;
-  tables.windows.emplace(window.handle, window);
-  return window;
-} catch (const std::bad_alloc&) {
-  return NoMemory(Window());
+Window AddWindow(const char* className, const RECT& place, HWND parent) noexcept {
+  return OrNoMemory(Window(), [&]() -> Window {
+    MessageQueue::Current();
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    const auto found = className != nullptr ? tables.classes.find(className) : tables.classes.end();
+    if (found == tables.classes.end() || (parent != nullptr && !tables.windows.contains(parent))) {
+      tlsLastError =
+          found == tables.classes.end() ? ERROR_CANNOT_FIND_WND_CLASS : ERROR_INVALID_WINDOW_HANDLE;
+      return {};
+    }
+    Window window;
+    window.handle = reinterpret_cast<HWND>(tables.lastHandle += 2);
+    window.threadId = GetCurrentThreadId();
+    window.procedure = found->second;
+    window.parent = parent;
+    window.place = place;
+    tables.windows.emplace(window.handle, window);
+    return window;
+  });
 }
 
 }  // namespace
@@ -209,31 +210,31 @@ void ForgetThreadWindows(DWORD threadId) {
 
 using namespace orm::platform;
 
-ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept try {
-  if (windowClass == nullptr || windowClass->lpszClassName == nullptr ||
-      windowClass->lpfnWndProc == nullptr) {
-    tlsLastError = ERROR_INVALID_PARAMETER;
-    return 0;
-  }
-  Tables& tables = Get();
-  const std::lock_guard lock(tables.lock);
-  if (!tables.classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second) {
-    tlsLastError = ERROR_CLASS_ALREADY_EXISTS;
-    return 0;
-  }
-  return ++tables.lastAtom;
-} catch (const std::bad_alloc&) {
-  return NoMemory<ATOM>(0);
+ATOM RegisterClassA(const WNDCLASSA* windowClass) noexcept {
+  return OrNoMemory<ATOM>(0, [&]() -> ATOM {
+    if (windowClass == nullptr || windowClass->lpszClassName == nullptr ||
+        windowClass->lpfnWndProc == nullptr) {
+      tlsLastError = ERROR_INVALID_PARAMETER;
+      return 0;
+    }
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    if (!tables.classes.emplace(windowClass->lpszClassName, windowClass->lpfnWndProc).second) {
+      tlsLastError = ERROR_CLASS_ALREADY_EXISTS;
+      return 0;
+    }
+    return ++tables.lastAtom;
+  });
 }
 
-BOOL UnregisterClassA(const char* name, HINSTANCE) noexcept try {
-  Tables& tables = Get();
-  const std::lock_guard lock(tables.lock);
-  if (name != nullptr && tables.classes.erase(name) != 0) return TRUE;
-  tlsLastError = ERROR_CLASS_DOES_NOT_EXIST;
-  return FALSE;
-} catch (const std::bad_alloc&) {
-  return NoMemory(FALSE);
+BOOL UnregisterClassA(const char* name, HINSTANCE) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    Tables& tables = Get();
+    const std::lock_guard lock(tables.lock);
+    if (name != nullptr && tables.classes.erase(name) != 0) return TRUE;
+    tlsLastError = ERROR_CLASS_DOES_NOT_EXIST;
+    return FALSE;
+  });
 }
 
 HWND CreateWindowExA(DWORD extendedStyle, const char* className, const char* title, DWORD style, int x, int y,
