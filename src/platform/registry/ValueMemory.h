@@ -57,15 +57,16 @@ class ValueMemory {
 };
 
 // Whether a memory is worth asking. Who reads more values in turn than there is room for finds none of them,
-// and pays for looking and for storing each time. After many misses one question in eight goes to the memory,
-// so that better times are noticed. Threads may use it at once: what they lose of each other's counting does
-// not matter.
+// and pays for looking and for storing each time. After many misses each thirteenth question goes to the
+// memory, so that better times are noticed. Threads may use it at once: what they lose of each other's
+// counting does not matter.
 class MemoryHabit {
  public:
   bool IsWorthAsking() {
     const unsigned misses = mMisses.load(std::memory_order_relaxed);
     if (misses < many) return true;
-    mMisses.store(misses < many + askEvery ? misses + 1 : many, std::memory_order_relaxed);
+    // From there on it counts the questions since the last one that was worth asking.
+    mMisses.store(misses + 1 < many + askEvery ? misses + 1 : many, std::memory_order_relaxed);
     return misses == many;
   }
   void Missed() {
