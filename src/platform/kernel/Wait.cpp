@@ -23,8 +23,8 @@ bool IsAnyUnknown(std::span<const HANDLE> handles) noexcept {
   return false;
 }
 
-// Apart, so that the warm mutex's way needs no room for what is here.
-[[gnu::noinline]] DWORD WaitForAny(ThreadRecord& thread, HANDLE object, DWORD milliseconds) noexcept {
+// For what is not the warm mutex. Apart, so that that one's way needs no room for what is here.
+[[gnu::noinline]] DWORD WaitForCold(ThreadRecord& thread, HANDLE object, DWORD milliseconds) noexcept {
   WaitNode node;
   node.thread = &thread;
   HandlePin pin(object);
@@ -122,9 +122,9 @@ using namespace orm::platform;
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
   ThreadRecord& thread = CurrentThread();
-  if (!IsWarm(thread, object)) return WaitForAny(thread, object, milliseconds);
+  if (!IsWarm(thread, object)) return WaitForCold(thread, object, milliseconds);
   const Acquired outcome = static_cast<OwnableMutex*>(thread.warmMutex.get())->TryOwn(thread);
-  if (outcome == Acquired::kNo) return WaitForAny(thread, object, milliseconds);
+  if (outcome == Acquired::kNo) return WaitForCold(thread, object, milliseconds);
   if (outcome >= Acquired::kOwned) thread.ownsWarmMutex = true;
   return ToWaitCode({0, outcome});
 }
