@@ -57,7 +57,7 @@ class ValueMemory {
 };
 
 // Whether a memory is worth asking. Who reads more values in turn than there is room for finds none of them,
-// and pays for looking and for storing each time. After many misses each thirteenth question goes to the
+// and pays for looking and for storing each time. After many misses each thirty-first question goes to the
 // memory, so that better times are noticed. Threads may use it at once: what they lose of each other's
 // counting does not matter.
 class MemoryHabit {
@@ -81,7 +81,7 @@ class MemoryHabit {
   void Forget() { mMisses.store(0, std::memory_order_relaxed); }
 
  private:
-  static constexpr unsigned many = 256, askEvery = 13, hitWeight = 3;
+  static constexpr unsigned many = 256, askEvery = 31, hitWeight = 3;
 
   std::atomic<unsigned> mMisses{0};
 };
