@@ -194,9 +194,11 @@ TEST_F(DibTest, HeadersThatMakeNoSenseAreRefused) {
     info.SetMasks(masks[0], masks[1], masks[2]);
     refused(info);
   }
-  DibInfo planes(4, 4, 24);
-  planes.header.biPlanes = 3;
-  refused(planes);
+  for (const DWORD compression : {BI_RGB, BI_BITFIELDS}) {  // masks of 0, which the canvas could fill in
+    DibInfo planes(4, 4, 32, compression);
+    planes.header.biPlanes = 3;
+    refused(planes);
+  }
   DibInfo core(4, 4, 24);
   core.header.biSize = 12;
   refused(core);
@@ -208,7 +210,8 @@ TEST_F(DibTest, HeadersThatMakeNoSenseAreRefused) {
     }
   for (const SIZE size :
        {SIZE{0, 4}, SIZE{4, 0}, SIZE{-4, 4}, SIZE{4, INT32_MIN}, SIZE{INT32_MAX, INT32_MAX}})
-    refused(DibInfo(size.cx, size.cy, 24));
+    for (const DWORD compression : {BI_RGB, BI_BITFIELDS})
+      refused(DibInfo(size.cx, size.cy, 32, compression));
 }
 
 TEST_F(DibTest, SizeIsToldWithoutABuffer) {

@@ -13,12 +13,15 @@ struct Masks {
   std::uint32_t red, green, blue;
 };
 
-Masks ReadMasks(const BITMAPINFO* info) {
+Masks ReadMasks(const BITMAPINFO* info, const PixelFormat* model) {
   // Headers longer than 40 bytes hold the masks themselves, at the place where the shorter one's table
   // begins.
   Masks masks;
   std::memcpy(&masks, reinterpret_cast<const std::uint8_t*>(info) + sizeof(BITMAPINFOHEADER), sizeof masks);
-  return masks;
+  const bool isModelled = model && model->kind == PixelFormat::Kind::Direct &&
+                          model->bits == info->bmiHeader.biBitCount &&
+                          (masks.red | masks.green | masks.blue) == 0;
+  return isModelled ? Masks{model->red.mask, model->green.mask, model->blue.mask} : masks;
 }
 
 bool ReadPaletteColors(Dib& dib, const std::uint8_t* table, std::size_t count, const Context& context) {
@@ -47,7 +50,7 @@ bool ReadColors(Dib& dib, const BITMAPINFO* info, UINT usage, const Context* con
   return true;
 }
 
-bool ReadFormat(Dib& dib, const BITMAPINFO* info) {
+bool ReadFormat(Dib& dib, const BITMAPINFO* info, const PixelFormat* model) {
   const BITMAPINFOHEADER& header = info->bmiHeader;
   const int bits = header.biBitCount;
   switch (header.biCompression) {
@@ -64,7 +67,7 @@ bool ReadFormat(Dib& dib, const BITMAPINFO* info) {
       return true;
     case BI_BITFIELDS: {
       if (bits != 16 && bits != 32) return false;
-      const Masks masks = ReadMasks(info);
+      const Masks masks = ReadMasks(info, model);
       if (!PixelFormat::ValidMasks(bits, masks.red, masks.green, masks.blue)) return false;
       dib.format = PixelFormat::Direct(bits, masks.red, masks.green, masks.blue);
       return true;
@@ -147,7 +150,7 @@ class RunDecoder {
 
 }  // namespace
 
-std::optional<Dib> ParseDibHeader(const BITMAPINFO* info) {
+std::optional<Dib> ParseDibHeader(const BITMAPINFO* info, const PixelFormat* model) {
   if (!info) return std::nullopt;
   const BITMAPINFOHEADER& header = info->bmiHeader;
   if (header.biSize < sizeof(BITMAPINFOHEADER) || header.biSize > longestHeader || header.biPlanes != 1)
@@ -157,7 +160,7 @@ std::optional<Dib> ParseDibHeader(const BITMAPINFO* info) {
   dib.width = header.biWidth;
   dib.height = header.biHeight < 0 ? -header.biHeight : header.biHeight;
   dib.bottomUp = header.biHeight > 0;
-  if (!ReadFormat(dib, info)) return std::nullopt;
+  if (!ReadFormat(dib, info, model)) return std::nullopt;
   dib.stride = Surface::StrideFor(dib.width, dib.format.bits, 4);
   if (dib.stride > INT32_MAX / dib.height) return std::nullopt;
   return dib;

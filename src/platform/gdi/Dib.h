@@ -22,8 +22,9 @@ struct Dib {
 };
 
 // Nothing when the header makes no sense: sizes below 1 or beyond 2^31 bytes, unknown depth or compression,
-// channel masks that are no runs. The colour table is not looked at.
-std::optional<Dib> ParseDibHeader(const BITMAPINFO* info);
+// channel masks that are no runs. The colour table is not looked at. Masks of 0 stand for those of `model`,
+// when there is one and it has this depth.
+std::optional<Dib> ParseDibHeader(const BITMAPINFO* info, const PixelFormat* model = nullptr);
 // The same with the colour table; DIB_PAL_COLORS needs a context. Pixels are not looked at.
 std::optional<Dib> ParseDib(const BITMAPINFO* info, UINT usage, const Context* context);
 

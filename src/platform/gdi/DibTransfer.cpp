@@ -88,17 +88,9 @@ void DescribeBitmap(const Surface& surface, BITMAPINFOHEADER& header) {
   header.biClrUsed = header.biClrImportant = 0;
 }
 
-// Masks of 0, as who has only asked for the header has them, become the bitmap's own.
-void CompleteMasks(const PixelFormat& format, BITMAPINFO* info) {
-  const BITMAPINFOHEADER& header = info->bmiHeader;
-  if (header.biCompression != BI_BITFIELDS || format.kind != PixelFormat::Kind::Direct ||
-      header.biBitCount != format.bits)
-    return;
-  auto* const place = reinterpret_cast<std::uint8_t*>(info) + sizeof header;
-  const std::array<std::uint32_t, 3> own{format.red.mask, format.green.mask, format.blue.mask};
-  std::array<std::uint32_t, 3> asked{};
-  std::memcpy(asked.data(), place, sizeof asked);
-  if (asked == std::array<std::uint32_t, 3>{}) std::memcpy(place, own.data(), sizeof own);
+void StoreMasks(const PixelFormat& format, BITMAPINFO* info) {
+  const std::array<std::uint32_t, 3> masks{format.red.mask, format.green.mask, format.blue.mask};
+  std::memcpy(reinterpret_cast<std::uint8_t*>(info) + sizeof info->bmiHeader, masks.data(), sizeof masks);
 }
 
 // Puts all of a picture's rows onto a surface of its own: run-length data decoded, pixels that they skip 0.
@@ -158,12 +150,13 @@ int StoreRows(Bitmap& bitmap, const Dib& dib, UINT start, UINT lines, const void
 }
 
 // The form that a caller asks for. A colour table is written, not read; but not before the header is known to
-// make sense, since it says where the table is and how long.
+// make sense, since it says where the table is and how long. Masks of 0, as who has only asked for the header
+// has them, become the bitmap's own.
 std::optional<Dib> PrepareOutput(const Surface& source, BITMAPINFO* info, UINT usage,
                                  const Context* context) {
   if (usage > DIB_PAL_COLORS || (usage == DIB_PAL_COLORS && !context)) return std::nullopt;
-  CompleteMasks(source.format, info);
-  auto dib = ParseDibHeader(info);
+  auto dib = ParseDibHeader(info, &source.format);
+  if (dib && info->bmiHeader.biCompression == BI_BITFIELDS) StoreMasks(dib->format, info);
   if (!dib || dib->runLength || dib->format.bits > 8) return dib;
   info->bmiHeader.biClrUsed = 0;
   if (usage == DIB_PAL_COLORS) {
