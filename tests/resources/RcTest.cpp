@@ -219,6 +219,7 @@ TEST(Rc, TheCommand) {
   EXPECT_EQ(Read(object), before);                   // and the object of the last good run stays
   EXPECT_EQ(RunCommand({script, "-o", folder / "s.exe", "-I", folder / "in c", "-D", "WORD=\"text\""}), 1);
   EXPECT_EQ(RunCommand({folder / "none.rc", "-o", object}), 1);
+  EXPECT_EQ(RunCommand({"/dev/zero", "-o", object}), 1) << "it has no end";
   EXPECT_EQ(RunCommand({script}), 2);
   EXPECT_EQ(RunCommand({script, "-o", object, "-c", "1200"}), 2);
   EXPECT_EQ(RunCommand({"--help"}), 0);

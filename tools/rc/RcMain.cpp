@@ -47,12 +47,21 @@ struct Arguments {
   bool list = false;
 };
 
+// No more of it than a script or a bitmap can need, and than conversions can count: what has no end is no
+// file.
 std::optional<std::string> ReadFile(const std::string& path) {
+  constexpr std::size_t most = std::size_t{1} << 29;
   std::error_code error;
   if (std::filesystem::is_directory(path, error)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;
-  std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::string content;
+  std::vector<char> part(std::size_t{1} << 16);
+  do {
+    file.read(part.data(), static_cast<std::streamsize>(part.size()));
+    content.append(part.data(), static_cast<std::size_t>(file.gcount()));
+    if (content.size() > most) throw std::runtime_error(path + ": error: this file is larger than 512 MiB");
+  } while (file);
   if (file.bad()) return std::nullopt;
   return content;
 }
