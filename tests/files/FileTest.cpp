@@ -221,7 +221,8 @@ TEST_F(Files, AbsurdTimesAreTheFirstAndTheLast) {
 TEST_F(Files, DeleteOnCloseDeletes) {
   {
     const Opened file(Name("f"), readWrite, all, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
-    EXPECT_TRUE(Exists("f"));
+    EXPECT_EQ(InChild([&] { return CloseHandle(file) ? 0 : 1; }), 0);
+    EXPECT_TRUE(Exists("f")) << "a child closes its copy";
   }
   EXPECT_FALSE(Exists("f"));
   {

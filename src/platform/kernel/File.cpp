@@ -142,7 +142,7 @@ DWORD Settle(int file, const Request& request, DWORD share, bool existed) {
 File::~File() {
   struct stat named {};
   struct stat opened {};
-  if (!mDeleteOnClose.empty() && stat(mDeleteOnClose.c_str(), &named) == 0 &&
+  if (!mDeleteOnClose.empty() && mOpener == getpid() && stat(mDeleteOnClose.c_str(), &named) == 0 &&
       fstat(mDescriptor.Get(), &opened) == 0 && named.st_dev == opened.st_dev &&
       named.st_ino == opened.st_ino)
     unlink(mDeleteOnClose.c_str());

@@ -1,6 +1,8 @@
 // An open file as a kernel object.
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <utility>
 
@@ -18,7 +20,8 @@ class File final : public KernelObject {
         mDescriptor(std::move(descriptor)),
         mCanRead(canRead),
         mCanWrite(canWrite),
-        mDeleteOnClose(std::move(deleteOnClose)) {}
+        mDeleteOnClose(std::move(deleteOnClose)),
+        mOpener(mDeleteOnClose.empty() ? 0 : getpid()) {}
 
   int FileDescriptor() const noexcept override { return mDescriptor.Get(); }
   bool CanRead() const noexcept { return mCanRead; }
@@ -32,6 +35,7 @@ class File final : public KernelObject {
   // The descriptor may allow more than was asked for; see ShareMode.h.
   const bool mCanRead, mCanWrite;
   const std::string mDeleteOnClose;  // the path, empty for a file that stays
+  const pid_t mOpener;               // whose file it is to delete: a child made by fork has a copy only
 };
 
 }  // namespace orm::platform
