@@ -12,9 +12,11 @@ using namespace filestest;
 
 namespace {
 
-// What the disk cannot do; the two functions below stand before the C library's for the whole program.
+// What the disk cannot do, and what somebody else does before a plain renaming; the functions below stand
+// before the C library's for the whole program.
 bool renamesPlainlyOnly = false;
 bool hasNoLinks = false;
+std::function<void()> beforeRename;
 
 }  // namespace
 
@@ -24,6 +26,12 @@ extern "C" [[gnu::visibility("default")]] int renameat2(int fromFolder, const ch
   if (!renamesPlainlyOnly || flags == 0) return next(fromFolder, from, toFolder, to, flags);
   errno = EINVAL;
   return -1;
+}
+
+extern "C" [[gnu::visibility("default")]] int rename(const char* from, const char* to) noexcept {
+  static const auto next = reinterpret_cast<decltype(&rename)>(dlsym(RTLD_NEXT, "rename"));
+  if (beforeRename) beforeRename();
+  return next(from, to);
 }
 
 extern "C" [[gnu::visibility("default")]] int link(const char* from, const char* to) noexcept {
@@ -116,6 +124,29 @@ TEST_F(Files, AreMovedOnDisksThatRenamePlainlyOnly) {
     EXPECT_EQ(Get("other/three"), "2");
     ASSERT_EQ(unlink(Disk("other/three").c_str()) | rmdir(Disk("other").c_str()), 0);
   }
+}
+
+// Where renaming is plain it replaces what has come to stand at the new name since somebody looked.
+TEST_F(Files, AreNotMovedOverWhatOthersMakeMeanwhile) {
+  renamesPlainlyOnly = hasNoLinks = true;
+  Put("one", "1");
+  ASSERT_EQ(mkdir(Disk("folder").c_str(), 0755), 0);
+  for (const char* from : {"one", "folder"}) {
+    int made = 0;
+    beforeRename = [&] {
+      const int file = open(Disk("to").c_str(), O_CREAT | O_EXCL | O_WRONLY, 0644);
+      if (file >= 0) close(file);
+      made += file >= 0 || mkdir(Disk("to").c_str(), 0755) == 0;
+    };
+    EXPECT_EQ(ErrorOf(MoveFileExA(Name(from).c_str(), Name("to").c_str(), 0)), 0u) << from;
+    EXPECT_EQ(made, 0) << from;
+    ASSERT_EQ(std::remove(Disk("to").c_str()), 0);
+  }
+  ASSERT_EQ(mkdir(Disk("folder").c_str(), 0755), 0);
+  beforeRename = [&] { Put("to/another's"); };
+  EXPECT_NE(ErrorOf(MoveFileExA(Name("folder").c_str(), Name("to").c_str(), 0)), 0u);
+  EXPECT_TRUE(Exists("to/another's") && Exists("folder"));
+  beforeRename = nullptr;
 }
 
 TEST_F(Files, TheSystemsFoldersAreOnDriveC) {

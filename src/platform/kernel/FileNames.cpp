@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include "kernel/Descriptor.h"
 #include "kernel/FileDisk.h"
 #include "kernel/NamedFile.h"
 #include "kernel/Object.h"
@@ -38,9 +39,24 @@ std::string TargetOf(const std::string& from, const std::string& to) {
   return found.substr(0, found.rfind('/')) + to.substr(to.rfind('/'));
 }
 
+// Takes the name for something empty of the same kind first, which the renaming replaces. Whoever comes
+// meanwhile finds the name taken; and a folder that is no longer empty is not replaced.
+int RenameOverPlaceholder(const char* from, const char* to) {
+  struct stat status {};
+  if (lstat(from, &status) != 0) return -1;
+  const bool isFolder = S_ISDIR(status.st_mode);
+  const Descriptor file(isFolder ? -1 : open(to, O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  if (isFolder ? mkdir(to, 0700) != 0 : !file.IsOpen()) return -1;
+  if (rename(from, to) == 0) return 0;
+  const int error = errno;
+  isFolder ? rmdir(to) : unlink(to);
+  errno = error;
+  return -1;
+}
+
 // Renames to a name that is free. Some disks (of the network, mostly) cannot do that in one step: a file gets
-// a second name first, for which nothing is ever replaced. Folders cannot have two; for them, and where no
-// links are to be had, a look beforehand has to do.
+// a second name first, for which nothing is ever replaced. Folders cannot have two, nor have files
+// everywhere.
 int RenameToFreeName(const char* from, const char* to) {
   if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
   if (errno != EINVAL) return -1;
@@ -51,11 +67,7 @@ int RenameToFreeName(const char* from, const char* to) {
     errno = error;
     return -1;
   }
-  if (errno == EEXIST) return -1;
-  struct stat status {};
-  if (lstat(to, &status) != 0) return rename(from, to);
-  errno = EEXIST;
-  return -1;
+  return errno == EEXIST ? -1 : RenameOverPlaceholder(from, to);
 }
 
 }  // namespace
