@@ -3,7 +3,14 @@
 
 #include <ormutil/BaseString.h>
 
+#include <new>
+
 namespace orm {
+
+// After a conversion that came to nothing: when that is for want of memory, its text must not be lost.
+inline void ThrowWithoutMemory(int result) {
+  if (result == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
+}
 
 // Zero-terminated UTF-16 text at any address as units that may be read as such. A serialized string follows
 // whatever was written before it, so its text may lie at an odd address; then, and only then, it is copied.

@@ -55,6 +55,7 @@ unsigned SbcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePa
   const AlignedUnits units(source);
   const int result = WideCharToMultiByte(destCodePage, 0, units.GetBegin(), -1, nullptr, 0, nullptr, nullptr);
   ORM_ASSERT(result != 0, "result != 0", kSource, 58);
+  ThrowWithoutMemory(result);
   return static_cast<unsigned>(result);
 }
 

@@ -54,6 +54,7 @@ unsigned WcsTraits::GetSerializedSize(const void* source, unsigned sourceCodePag
   const LastErrorKeeper keeper;
   const int result = MultiByteToWideChar(sourceCodePage, 0, static_cast<const char*>(source), -1, nullptr, 0);
   ORM_ASSERT(result != 0, "result != 0", kSource, 120);
+  ThrowWithoutMemory(result);
   return static_cast<unsigned>(result) * 2;
 }
 

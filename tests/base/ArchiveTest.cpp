@@ -261,6 +261,23 @@ TEST(Archive, AWriterWithoutMemoryKeepsWhatItHas) {
   EXPECT_EQ(BytesOf(next), kHeader + "\2");
 }
 
+// Of a code page whose tables this process has not made yet.
+TEST(Archive, ATextWhosePageLacksMemoryIsReadLater) {
+  test::AssertionLog log;
+  const unsigned char form[] = {2, 0, 0, 0, 0xE9, 4, 0, 0, 0xE0, 0};  // 1257
+  WideString text;
+  const unsigned short kept[] = {'k', 0};
+  text = kept;
+  const WideString before = text;
+  test::refusedSize = 0x400;
+  EXPECT_THROW(text.Deserialize(form, sizeof form, 0), std::bad_alloc);
+  test::refusedSize = 0;
+  EXPECT_EQ(text, before);
+  EXPECT_EQ(text.Deserialize(form, sizeof form, 0), sizeof form);
+  EXPECT_EQ(text.GetAt(0), 0x105u);
+  EXPECT_EQ(text.GetLength(), 1u);
+}
+
 // Whatever the bytes are, a reader throws an Error or yields values; it never needs more memory than there
 // are bytes. Run under the address sanitizer to see it look outside.
 TEST(Archive, DamagedStreamsThrowOrRead) {

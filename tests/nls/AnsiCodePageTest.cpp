@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Child.h"
+#include "support/ScarceMemory.h"
 #include "win32.h"
 
 namespace {
@@ -40,6 +41,29 @@ TEST(AnsiCodePage, ComesFromTheRegistryOfTheMachine) {
         << row.value;
   }
   EXPECT_EQ(GetACP(), 1252u);  // this process asked before
+}
+
+// The first question of a process may lack its memory, at any point; the next one has the answer all the
+// same.
+TEST(AnsiCodePage, DISABLED_IsAskedForAgainAfterWantOfMemory) {
+  const char* allocation = std::getenv("ORM_TEST_ALLOCATION");
+  ASSERT_NE(allocation, nullptr);
+  bool isRefused = false;
+  const bool wasReached = test::RefuseAllocation(
+      std::atol(allocation), [] { GetACP(); }, isRefused);
+  EXPECT_EQ(GetACP(), 932u);
+  if (!HasFailure()) std::_Exit(wasReached ? 0 : 2);
+}
+
+TEST(AnsiCodePage, WantOfMemoryIsForgotten) {
+  WriteAnsiCodePage("932");
+  int status = 0, allocation = 0;
+  for (; status == 0; ++allocation) {
+    status = nls_test::RunCase("AnsiCodePage.DISABLED_IsAskedForAgainAfterWantOfMemory",
+                               "ORM_TEST_ALLOCATION", std::to_string(allocation));
+  }
+  EXPECT_EQ(status, 2) << "allocation " << allocation - 1;
+  EXPECT_GT(allocation, 10);
 }
 
 }  // namespace

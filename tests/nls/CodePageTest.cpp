@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kernel/CodePage.h"
+#include "support/ScarceMemory.h"
 #include "win32.h"
 
 namespace {
@@ -235,6 +236,42 @@ TEST(CodePage, Utf8AndAnsi) {
   EXPECT_EQ(orm::platform::Utf8FromAnsi("bad \xFF name"), "bad \xFF name");
   EXPECT_FALSE(orm::platform::SetAnsiCodePage(1200));
   EXPECT_EQ(GetACP(), 65001u);
+}
+
+// Each call is the first to ask for its page's tables.
+TEST(CodePage, TablesThatLackMemoryAreAFailure) {
+  CPINFO info;
+  WCHAR wide[] = {'x', 0};
+  const SYSTEMTIME day{2026, 11, 3, 25, 0, 0, 0, 0};
+  const struct {
+    std::function<int()> call;
+    int result;
+  } rows[] = {
+      {[&] { return MultiByteToWideChar(1257, 0, "x", -1, nullptr, 0); }, 2},
+      {[&] { return WideCharToMultiByte(1258, 0, wide, -1, nullptr, 0, nullptr, nullptr); }, 2},
+      {[&] { return GetCPInfo(874, &info); }, TRUE},
+      {[&] { return IsDBCSLeadByteEx(936, 0x81); }, TRUE},
+      {[&] {
+         return GetDateFormatA(0x409, 0, &day, "'a text that is too long for its own object'", nullptr, 0);
+       },
+       43},
+  };
+  for (const auto& row : rows) {
+    bool isRefused = false;
+    int result = -1;
+    SetLastError(0);
+    if (test::RefuseAllocation(
+            0, [&] { result = row.call(); }, isRefused)) {
+      EXPECT_FALSE(isRefused);
+      EXPECT_EQ(result, 0) << &row - rows;
+      EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    }
+    EXPECT_EQ(row.call(), row.result) << &row - rows;
+  }
+  bool isRefused = false;
+  test::RefuseAllocation(
+      0, [] { EXPECT_TRUE(IsValidCodePage(1256)); }, isRefused);
+  EXPECT_FALSE(isRefused);
 }
 
 // Also the question for the process's own page, which is asked here for the first time.

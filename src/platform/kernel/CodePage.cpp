@@ -2,10 +2,12 @@
 #include "kernel/CodePage.h"
 
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include "kernel/CodePageTables.h"
 #include "kernel/Utf8.h"
+#include "win32/errors.h"
 #include "win32/nls.h"
 #include "win32/registry.h"
 
@@ -26,18 +28,21 @@ std::size_t PageIndex(UINT number) {
   return index;
 }
 
-// The page that the machine's registry names; 1252 when it names none.
+// The page that the machine's registry names; 1252 when it names none. Want of memory passes, and the answer
+// is for the process's whole life, so that nothing is taken for granted then.
 UINT ConfiguredAnsiCodePage() {
   constexpr UINT defaultPage = 1252;
   HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", 0,
-                    KEY_QUERY_VALUE, &key) != 0)
-    return defaultPage;
   char text[16] = {};
   DWORD type = 0;
   DWORD size = sizeof text - 1;
-  const LONG result = RegQueryValueExA(key, "ACP", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size);
-  RegCloseKey(key);
+  LONG result = RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", 0,
+                              KEY_QUERY_VALUE, &key);
+  if (result == 0) {
+    result = RegQueryValueExA(key, "ACP", nullptr, &type, reinterpret_cast<LPBYTE>(text), &size);
+    RegCloseKey(key);
+  }
+  if (result == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
   if (result != 0 || type != REG_SZ) return defaultPage;
   UINT number = 0;
   for (const char* digit = text; *digit != '\0'; ++digit) {
@@ -46,6 +51,18 @@ UINT ConfiguredAnsiCodePage() {
   }
   return PageIndex(number) < std::size(supported) ? number : defaultPage;
 }
+
+// A flag that is set while this lives, whichever way it ends.
+class Mark {
+ public:
+  explicit Mark(bool& flag) : mFlag(flag) { mFlag = true; }
+  ~Mark() { mFlag = false; }
+  Mark(const Mark&) = delete;
+  Mark& operator=(const Mark&) = delete;
+
+ private:
+  bool& mFlag;
+};
 
 }  // namespace
 
@@ -74,11 +91,13 @@ const CodePage* FindCodePage(UINT number) {
 // The registry converts names itself, so asking it leads back here; that question must not be asked twice,
 // and no lock may be held while it is.
 const CodePage& ResolveAnsiCodePage() {
-  static thread_local bool asking = false;
-  if (asking) return *FindCodePage(1252);
-  asking = true;
-  const CodePage* page = FindCodePage(ConfiguredAnsiCodePage());
-  asking = false;
+  static constinit thread_local bool isAsking = false;
+  if (isAsking) return *FindCodePage(1252);
+  const CodePage* page = nullptr;
+  {
+    const Mark mark(isAsking);
+    page = FindCodePage(ConfiguredAnsiCodePage());
+  }
   if (page == nullptr) page = FindCodePage(1252);
   const CodePage* none = nullptr;
   ansiCodePage.compare_exchange_strong(none, page, std::memory_order_acq_rel);

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "kernel/CodePage.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Utf8.h"
 #include "win32/kernel.h"
 #include "win32/nls.h"
@@ -39,6 +40,15 @@ class Output {
 int Fail(DWORD error) {
   SetLastError(error);
   return 0;
+}
+
+// The tables of a page that the caller named; null, the last error saying why, when they cannot be had.
+const CodePage* PageOf(UINT number) {
+  return OrNoMemory<const CodePage*>(nullptr, [=] {
+    const CodePage* page = FindCodePage(number);
+    if (page == nullptr) SetLastError(ERROR_INVALID_PARAMETER);
+    return page;
+  });
 }
 
 // Both return false at bytes (units) that mean nothing when `strict`.
@@ -127,8 +137,12 @@ UINT WINAPI GetACP() {
 }
 
 BOOL WINAPI IsValidCodePage(UINT codePage) {
-  return codePage != CP_ACP && codePage != CP_OEMCP && codePage != CP_THREAD_ACP &&
-         FindCodePage(codePage) != nullptr;
+  if (codePage == CP_ACP || codePage == CP_OEMCP || codePage == CP_THREAD_ACP) return FALSE;
+  try {
+    return FindCodePage(codePage) != nullptr;
+  } catch (const std::bad_alloc&) {  // a page is none the less one for want of memory for its tables
+    return TRUE;
+  }
 }
 
 BOOL WINAPI IsDBCSLeadByte(BYTE byte) {
@@ -136,13 +150,14 @@ BOOL WINAPI IsDBCSLeadByte(BYTE byte) {
 }
 
 BOOL WINAPI IsDBCSLeadByteEx(UINT codePage, BYTE byte) {
-  const CodePage* page = FindCodePage(codePage);
-  return page != nullptr ? page->isLead[byte] : Fail(ERROR_INVALID_PARAMETER);
+  const CodePage* page = PageOf(codePage);
+  return page != nullptr && page->isLead[byte];
 }
 
 BOOL WINAPI GetCPInfo(UINT codePage, CPINFO* info) {
-  const CodePage* page = FindCodePage(codePage);
-  if (page == nullptr || info == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  if (info == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+  const CodePage* page = PageOf(codePage);
+  if (page == nullptr) return FALSE;
   *info = CPINFO{};
   info->MaxCharSize = page->kind == CodePage::Kind::Utf8         ? 4
                       : page->kind == CodePage::Kind::DoubleByte ? 2
@@ -157,9 +172,10 @@ BOOL WINAPI GetCPInfo(UINT codePage, CPINFO* info) {
 }
 
 int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int size, LPWSTR wide, int wideSize) {
-  const CodePage* page = FindCodePage(codePage);
-  if (page == nullptr || text == nullptr || size == 0 || size < -1 || wideSize < 0 ||
-      (wide == nullptr && wideSize != 0) || static_cast<const void*>(text) == wide)
+  const CodePage* page = PageOf(codePage);
+  if (page == nullptr) return 0;
+  if (text == nullptr || size == 0 || size < -1 || wideSize < 0 || (wide == nullptr && wideSize != 0) ||
+      static_cast<const void*>(text) == wide)
     return Fail(ERROR_INVALID_PARAMETER);
   const DWORD known = MB_ERR_INVALID_CHARS | (page->kind == CodePage::Kind::Utf8 ? 0 : MB_PRECOMPOSED);
   if ((flags & ~known) != 0) return Fail(ERROR_INVALID_FLAGS);
@@ -174,9 +190,10 @@ int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int size
 
 int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideSize, LPSTR text, int size,
                                LPCSTR defaultChar, BOOL* usedDefaultChar) {
-  const CodePage* page = FindCodePage(codePage);
-  if (page == nullptr || wide == nullptr || wideSize == 0 || wideSize < -1 || size < 0 ||
-      (text == nullptr && size != 0) || static_cast<const void*>(wide) == text)
+  const CodePage* page = PageOf(codePage);
+  if (page == nullptr) return 0;
+  if (wide == nullptr || wideSize == 0 || wideSize < -1 || size < 0 || (text == nullptr && size != 0) ||
+      static_cast<const void*>(wide) == text)
     return Fail(ERROR_INVALID_PARAMETER);
   const bool utf8 = page->kind == CodePage::Kind::Utf8;
   if (utf8 && (defaultChar != nullptr || usedDefaultChar != nullptr)) return Fail(ERROR_INVALID_PARAMETER);

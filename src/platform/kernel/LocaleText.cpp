@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "kernel/NoMemory.h"
 #include "win32/kernel.h"
 #include "win32/nls.h"
 #include "win32/time.h"
@@ -146,8 +147,10 @@ int WINAPI GetTimeFormatA(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCS
   }
   if (time->wHour > 23 || time->wMinute > 59 || time->wSecond > 59 || time->wMilliseconds > 999)
     return Fail(ERROR_INVALID_PARAMETER);
-  return CopyOut(Expand(format != nullptr ? format : TimePicture(flags).c_str(), *time, timeRules), buffer,
-                 size);
+  return OrNoMemory(0, [=] {
+    return CopyOut(Expand(format != nullptr ? format : TimePicture(flags).c_str(), *time, timeRules), buffer,
+                   size);
+  });
 }
 
 int WINAPI GetDateFormatA(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCSTR format, LPSTR buffer,
@@ -169,7 +172,7 @@ int WINAPI GetDateFormatA(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCS
     format = flags == DATE_LONGDATE    ? "dddd, MMMM d, yyyy"
              : flags == DATE_YEARMONTH ? "MMMM yyyy"
                                        : "M/d/yyyy";
-  return CopyOut(Expand(format, date, dateRules), buffer, size);
+  return OrNoMemory(0, [=] { return CopyOut(Expand(format, date, dateRules), buffer, size); });
 }
 
 }  // extern "C"

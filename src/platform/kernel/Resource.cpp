@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "kernel/CodePage.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ResourceDirectory.h"
 #include "win32/kernel.h"
 #include "win32/modules.h"
@@ -165,11 +166,11 @@ using namespace orm::platform;
 extern "C" {
 
 HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type) {
-  return Find(module, type, name, 0);
+  return FindResourceExA(module, type, name, 0);
 }
 
 HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name, WORD language) {
-  return Find(module, type, name, language);
+  return OrNoMemory<HRSRC>(nullptr, [=] { return Find(module, type, name, language); });
 }
 
 HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource) {

@@ -51,14 +51,14 @@ ORM_PLATFORM_API BOOL WINAPI GetCPInfo(UINT codePage, CPINFO* info);
 // Converts `size` bytes (-1: up to and including the terminator) to UTF-16. Returns the number of units
 // written, or needed when `wideSize` is 0. Bytes that mean nothing become U+FFFD in UTF-8, "?" or the page's
 // own default elsewhere, or fail with 1113 under MB_ERR_INVALID_CHARS. Returns 0 on failure: 87 bad page,
-// null text, size 0 or the buffers are one; 122 buffer too small; 1004 flags; 1113.
+// null text, size 0 or the buffers are one; 122 buffer too small; 1004 flags; 1113; 8 out of memory.
 ORM_PLATFORM_API int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int size,
                                                 LPWSTR wide, int wideSize);
 
 // Converts `wideSize` UTF-16 units (-1: up to and including the terminator) to a code page. Returns the
 // number of bytes written, or needed when `size` is 0. A character that the page lacks becomes `*defaultChar`
 // (null: "?") and sets `*usedDefaultChar` (may be null). In UTF-8 both must be null, and a lone surrogate
-// becomes U+FFFD. Returns 0 on failure: 87, 122, 1004 and 1113 as above.
+// becomes U+FFFD. Returns 0 on failure: 87, 122, 1004, 1113 and 8 as above.
 ORM_PLATFORM_API int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int wideSize,
                                                 LPSTR text, int size, LPCSTR defaultChar,
                                                 BOOL* usedDefaultChar);
