@@ -5,6 +5,7 @@
 #include "ClassErrors.h"
 #include "ClassManagerImpl.h"
 #include "ClassSource.h"
+#include "Running.h"
 
 namespace orm {
 
@@ -73,6 +74,7 @@ void LibraryIntl::Load(const CacheEntry* pCacheEntry) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Load %s",
                          GetPath().GetBegin());
   if (mModule) return;
+  const Running loading(mIsLoading);
   const auto [handle, code] = LoadQuietly(GetPath());
   ModuleHandle module(handle);
   if (!module) {
@@ -109,15 +111,13 @@ std::vector<ClassRecord> LibraryIntl::EnumClasses(const CacheEntry* pCacheEntry)
 void LibraryIntl::Register(ULONGLONG listedStamp) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Register()");
   if (mIsRegistering) return;  // the library itself has come back here while it is loaded or listed
-  mIsRegistering = true;
+  const Running registering(mIsRegistering);
   try {
     RegisterFile(listedStamp);
   } catch (...) {
-    mIsRegistering = false;
     Unregister();
     throw;
   }
-  mIsRegistering = false;
 }
 
 void LibraryIntl::RegisterFile(ULONGLONG listedStamp) {
@@ -191,7 +191,7 @@ void LibraryIntl::Refresh() {
 int LibraryIntl::Unload(bool force) {
   const TraceScope scope(areaClassManagerLibrary, TRACE_TRACE, FILE_NAME, __LINE__, "Unload(%i)",
                          static_cast<int>(force));
-  if (!mModule) return 0;
+  if (!mModule) return mIsLoading ? -1 : 0;
   if (IsBusy()) return -1;
   bool canUnload = false;
   try {

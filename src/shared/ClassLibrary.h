@@ -53,7 +53,8 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   void Unregister();
   // Registers a newer file once the module of an older one is gone. Throws nothing.
   void Refresh();
-  // 1: freed now, 0: was not loaded, -1: still in use. The classes stay registered.
+  // 1: freed now, 0: was not loaded, -1: still in use, as it is while its load-time code runs. The classes
+  // stay registered.
   int Unload(bool force);
   // Traces that the manager ends and leaves the library loaded, if it is.
   void ReportIfLoaded() const;
@@ -117,6 +118,7 @@ class LibraryIntl final : public FaceObject<BaseFace> {
   ULONGLONG mLoadedStamp = 0;  // of the file as it was just after the module was loaded
   DWORD mUseCount = 0;         // masks that include the library
   bool mIsRegistering = false;
+  bool mIsLoading = false;
   bool mOutdated = false;  // the file is newer than the loaded module whose classes are registered
   std::unique_ptr<SpreadCounter> mpCreations;  // there since the first load
   RegistrationSet mRegistrations;

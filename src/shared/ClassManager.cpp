@@ -8,6 +8,7 @@
 #include "ClassManagerImpl.h"
 #include "ClassPathInfo.h"
 #include "ModuleFrame.h"
+#include "Running.h"
 #include "ThreadModule.h"
 
 #include <algorithm>
@@ -28,18 +29,6 @@ alignas(ClassManagerImpl) constinit unsigned char gsStorage[sizeof(ClassManagerI
 // Set for as long as the manager may be called, which includes its opening and its closing: libraries
 // that are listed there may ask for it.
 constinit std::atomic<ClassManagerImpl*> gspManager = nullptr;
-
-// Marks a pass that calls components, which may call the manager, so that no second one begins within it.
-class Running {
- public:
-  explicit Running(bool& rFlag) : mrFlag(rFlag) { mrFlag = true; }
-  ~Running() { mrFlag = false; }
-  Running(const Running&) = delete;
-  Running& operator=(const Running&) = delete;
-
- private:
-  bool& mrFlag;
-};
 
 }  // namespace
 

@@ -404,6 +404,19 @@ TEST(ComponentLibrary, MayRegisterItselfWhileItIsListed) {
   }
 }
 
+TEST(ComponentLibrary, MayUnregisterItselfWhileItIsLoaded) {
+  TestFolder folder;
+  folder.Add("registering");
+  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
+  setenv("ORM_FIXTURE_COOKIE", std::to_string(cookie).c_str(), 1);
+  EXPECT_EQ(NumberOf("CID_Registering"), 1) << "it was registered when it was asked for";
+  unsetenv("ORM_FIXTURE_COOKIE");
+  EXPECT_FALSE(IsRegistered("CID_Registering"));
+  GetClassMgr()->UnloadLibraries(false);
+  EXPECT_FALSE(IsMapped("registering.dll"));
+  EXPECT_TRUE(GetPaths(false).empty());
+}
+
 TEST(ComponentLibrary, MayUnloadOthersWhileItIsAskedItself) {
   TestFolder folder;
   folder.Add("calling_back");
