@@ -24,4 +24,7 @@ void CloseThreadRegistrar();
 void LockThreadRegistrar();
 void UnlockThreadRegistrar();
 
+void LockPropertyOrders();  // PropertyTable.cpp
+void UnlockPropertyOrders();
+
 }  // namespace orm

@@ -1,9 +1,13 @@
 // The table of a memory bag: comparing names, the index over the entries, and their order.
 #include "PropertyTable.h"
 
+#include "ModuleFrame.h"
+
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -307,10 +311,30 @@ const PropertyTable::Order& PropertyTable::GetOrder() const {
   return mOrder;
 }
 
+namespace {
+
+// Under which orders are made. Tables share them, a few for all, so that all of them can be held over a fork:
+// in the child nobody would come to the end of an order that another thread was making.
+constinit std::array<std::mutex, 16> gsOrdering;
+
+std::mutex& GetOrdering(const PropertyTable* table) {
+  return gsOrdering[reinterpret_cast<uintptr_t>(table) * kFactor >> 60];
+}
+
+}  // namespace
+
+void LockPropertyOrders() {
+  for (std::mutex& lock : gsOrdering) lock.lock();
+}
+
+void UnlockPropertyOrders() {
+  for (std::mutex& lock : gsOrdering) lock.unlock();
+}
+
 // Brings the items that came since the last time into the order. They are often in order themselves, having
 // been copied from another bag.
 void PropertyTable::MakeOrder() const {
-  const std::lock_guard lock(mOrdering);
+  const std::lock_guard lock(GetOrdering(this));
   const size_t known = mOrdered.load(std::memory_order_relaxed);
   if (known == mCount) return;
   mOrder.reserve(mCount);

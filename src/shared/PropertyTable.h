@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <variant>
 #include <vector>
 
@@ -157,9 +156,8 @@ class PropertyTable {
   size_t mDead = 0;
   mutable Index mIndex;
 
-  // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under the
-  // lock.
-  mutable std::mutex mOrdering;
+  // The first mOrdered of the items by name. Readers may find the rest missing, and bring it in under a lock
+  // that the table shares with others.
   mutable std::atomic<size_t> mOrdered{0};
   mutable Order mOrder;
 };

@@ -2,10 +2,13 @@
 #include <gtest/gtest.h>
 #include <ormutil/MemoryProperties.h>
 
+#include <algorithm>
+#include <atomic>
 #include <map>
 #include <random>
 #include <thread>
 
+#include "support/Child.h"
 #include "support/ErrorLayers.h"
 #include "support/FailingNew.h"
 #include "support/ModuleTrace.h"
@@ -86,6 +89,28 @@ TEST(MemoryProperties, BagsOfOneTableInManyThreads) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+}
+
+// The other thread puts the names in order while this one forks; the child does not have it to finish that.
+TEST(MemoryProperties, AreListedByAForkedChildWhoeverListsThem) {
+  constexpr int kNames = 5'000;
+  for (int round = 0; round < 20; ++round) {
+    MemoryProperties shared;
+    for (int i = 0; i < kNames; ++i) shared.SetNumber(std::to_string(i * 7919 % kNames).c_str(), 1);
+    std::atomic<bool> isListing{false};
+    std::thread lister([&] {
+      isListing = true;
+      isListing.notify_one();
+      EXPECT_EQ(shared.EnumProperties().size(), size_t{kNames});
+    });
+    isListing.wait(false);
+    const bool isListed = ForkSome(1, [&shared] {
+      const std::vector<String> names = shared.EnumProperties();
+      if (names.size() != kNames || !std::is_sorted(names.begin(), names.end())) _exit(1);
+    });
+    lister.join();
+    ASSERT_TRUE(isListed) << round;
+  }
 }
 
 // An operation that lacks memory has not happened; a deletion lacks none that it cannot do without.
