@@ -233,42 +233,80 @@ TEST_F(Files, DeleteOnCloseDeletes) {
   EXPECT_EQ(Get("f"), "another's");
 }
 
-TEST_F(Files, WantOfMemoryLeavesNothingOpen) {
-  Put("File");
+TEST_F(Files, WantOfMemoryIsAnErrorAndLeavesNothing) {
+  // What the operations find, whatever was done the last time.
+  const auto prepare = [&] {
+    for (const char* name : {"new", "new folder"}) std::remove(Disk(name).c_str());
+    mkdir(Disk("Folder").c_str(), 0755);
+    Put("File");
+    Put("Doomed");
+  };
   const auto nextDescriptor = [] {
     const int next = dup(0);
     close(next);
     return next;
   };
-  const std::pair<const char*, std::function<void()>> table[] = {
-      {"open", [&] { Opened(Name("FILE"), GENERIC_READ, all, OPEN_EXISTING); }},
-      {"empty", [&] { Opened(Name("File"), readWrite, all, CREATE_ALWAYS); }},
-      {"create", [&] { Opened(Name("new"), readWrite, all, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE); }},
+  const std::string file = Name("FILE"), made = Name("new"), doomed = Name("DOOMED"), pattern = Name("*"),
+                    oldFolder = Name("FOLDER"), madeFolder = Name("new folder");
+  WIN32_FILE_ATTRIBUTE_DATA attributes;
+  char buffer[1000];
+  const std::pair<const char*, std::function<BOOL()>> table[] = {
+      {"open", [&] { return Opened(file, GENERIC_READ, all, OPEN_EXISTING).IsOpen(); }},
+      {"empty", [&] { return Opened(file, readWrite, all, CREATE_ALWAYS).IsOpen(); }},
+      {"create", [&] { return Opened(made, readWrite, all, CREATE_NEW).IsOpen(); }},
+      {"create for a while",
+       [&] { return Opened(made, readWrite, all, CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE).IsOpen(); }},
+      {"attributes", [&] { return GetFileAttributesExA(file.c_str(), GetFileExInfoStandard, &attributes); }},
+      {"delete", [&] { return DeleteFileA(doomed.c_str()); }},
+      {"move", [&] { return MoveFileExA(file.c_str(), made.c_str(), MOVEFILE_WRITE_THROUGH); }},
+      {"make a folder", [&] { return CreateDirectoryA(madeFolder.c_str(), nullptr); }},
+      {"remove a folder", [&] { return RemoveDirectoryA(oldFolder.c_str()); }},
       {"search",
        [&] {
          WIN32_FIND_DATAA data;
-         const HANDLE search = FindFirstFileA(Name("f*").c_str(), &data);
-         FindNextFileA(search, &data);
+         const HANDLE search = FindFirstFileA(pattern.c_str(), &data);
+         if (search == INVALID_HANDLE_VALUE) return FALSE;
+         const BOOL hasNext = FindNextFileA(search, &data);
+         const DWORD error = GetLastError();
          FindClose(search);
+         SetLastError(error);
+         return hasNext;
        }},
       {"watch",
        [&] {
-         FindCloseChangeNotification(
-             FindFirstChangeNotificationA(folder.c_str(), TRUE, FILE_NOTIFY_CHANGE_FILE_NAME));
+         const HANDLE change =
+             FindFirstChangeNotificationA(folder.c_str(), TRUE, FILE_NOTIFY_CHANGE_FILE_NAME);
+         return change != INVALID_HANDLE_VALUE && FindCloseChangeNotification(change);
        }},
-      {"current folder", [&] { SetCurrentDirectoryA(folder.c_str()); }},
+      {"go to a folder", [&] { return SetCurrentDirectoryA(folder.c_str()); }},
+      {"current folder", [&] { return GetCurrentDirectoryA(sizeof buffer, buffer) != 0; }},
+      {"whole path", [&] { return GetFullPathNameA(file.c_str(), sizeof buffer, buffer, nullptr) != 0; }},
   };
   for (const auto& [what, operation] : table) {
-    operation();  // the registry, which is asked for the code page, stays open
-    unlink(Disk("new").c_str());
+    prepare();
+    ASSERT_TRUE(operation()) << what;  // the registry, which is asked for the code page, stays open
     const int next = nextDescriptor();
-    EXPECT_GT(test::RefuseEachAllocation(operation,
-                                         [&, what = what] {
-                                           EXPECT_EQ(nextDescriptor(), next) << what;
-                                           unlink(Disk("new").c_str());
-                                         }),
-              0)
-        << what;
+    int refusals = 0;
+    for (bool isRefused = true; isRefused;) {
+      prepare();
+      const long blocks = test::liveBlocks;
+      BOOL isDone = FALSE;
+      DWORD error = 0;
+      bool isThrown = false;
+      isRefused = test::RefuseAllocation(
+          refusals++,
+          [&, &run = operation] {
+            isDone = run();
+            error = GetLastError();
+          },
+          isThrown);
+      EXPECT_FALSE(isThrown) << what << ", " << refusals;
+      EXPECT_TRUE(isDone || (isRefused && error == ERROR_NOT_ENOUGH_MEMORY)) << what << ", " << refusals;
+      EXPECT_EQ(nextDescriptor(), next) << what << ", " << refusals;
+      EXPECT_EQ(test::liveBlocks, blocks) << what << ", " << refusals;
+      EXPECT_TRUE(isDone || operation()) << what << ", once more after " << refusals;
+    }
+    EXPECT_GT(refusals, 1) << what;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ids.h"
+#include "support/FailingNew.h"
 #include "win32.h"
 
 namespace {
@@ -52,6 +53,19 @@ TEST(Resource, BitmapsWithoutTheirFileHeader) {
   EXPECT_EQ(data[0], 40);
   EXPECT_EQ(data[4], 3);
   EXPECT_EQ(data[8], 2);
+}
+
+TEST(Resource, WantOfMemoryIsAnError) {
+  const std::string name(200, 'n');  // too long for a string without memory
+  DWORD error = ERROR_NOT_ENOUGH_MEMORY;
+  unsigned at = 0;
+  while (error == ERROR_NOT_ENOUGH_MEMORY) {
+    const test::FailingNew failing(++at);
+    EXPECT_EQ(FindResourceA(nullptr, name.c_str(), RT_BITMAP), nullptr);
+    error = GetLastError();
+  }
+  EXPECT_EQ(error, DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
+  EXPECT_GT(at, 1u);
 }
 
 TEST(Resource, NamesAreNumbersOrTextInAnyCase) {

@@ -15,6 +15,7 @@
 #include "kernel/ChangeQueue.h"
 #include "kernel/FileDisk.h"
 #include "kernel/FolderReader.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Waitable.h"
 #include "win32/files.h"
 
@@ -175,27 +176,29 @@ class ChangeNotification final : public Waitable, private ChangeListener {
 
 using namespace orm::platform;
 
-HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter) {
-  if (filter == 0 || (filter & ~allFilters) != 0) {
-    SetLastErrorCode(ERROR_INVALID_PARAMETER);
-    return INVALID_HANDLE_VALUE;
-  }
-  const std::string translated = TranslateOrFail(folder);
-  if (translated.empty()) return INVALID_HANDLE_VALUE;
-  const std::string path = ResolveOrFail(translated);
-  if (path.empty()) return INVALID_HANDLE_VALUE;
-  auto change = MakeRef<ChangeNotification>(path, subtree != FALSE, filter);
-  if (const int error = change->Start(); error != 0) {
-    FailWith(error, path);
-    if (error == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
-    if (error == ENOSPC) SetLastErrorCode(ERROR_NO_SYSTEM_RESOURCES);
-    return INVALID_HANDLE_VALUE;
-  }
-  const HANDLE handle = AllocateHandle(std::move(change));
-  return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter) noexcept {
+  return OrNoMemory<HANDLE>(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+    if (filter == 0 || (filter & ~allFilters) != 0) {
+      SetLastErrorCode(ERROR_INVALID_PARAMETER);
+      return INVALID_HANDLE_VALUE;
+    }
+    const std::string translated = TranslateOrFail(folder);
+    if (translated.empty()) return INVALID_HANDLE_VALUE;
+    const std::string path = ResolveOrFail(translated);
+    if (path.empty()) return INVALID_HANDLE_VALUE;
+    auto change = MakeRef<ChangeNotification>(path, subtree != FALSE, filter);
+    if (const int error = change->Start(); error != 0) {
+      FailWith(error, path);
+      if (error == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
+      if (error == ENOSPC) SetLastErrorCode(ERROR_NO_SYSTEM_RESOURCES);
+      return INVALID_HANDLE_VALUE;
+    }
+    const HANDLE handle = AllocateHandle(std::move(change));
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+  });
 }
 
-BOOL FindNextChangeNotification(HANDLE change) {
+BOOL FindNextChangeNotification(HANDLE change) noexcept {
   const auto object = ReferenceHandle<ChangeNotification>(change);
   if (!object) return FALSE;
   if (object->Rearm()) return TRUE;
@@ -203,6 +206,6 @@ BOOL FindNextChangeNotification(HANDLE change) {
   return FALSE;
 }
 
-BOOL FindCloseChangeNotification(HANDLE change) {
+BOOL FindCloseChangeNotification(HANDLE change) noexcept {
   return ReferenceHandle<ChangeNotification>(change) && ReleaseHandle(change) ? TRUE : FALSE;
 }

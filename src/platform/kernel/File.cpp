@@ -6,6 +6,7 @@
 #include "kernel/FileDisk.h"
 #include "kernel/Machine.h"
 #include "kernel/NamedFile.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ShareMode.h"
 #include "win32/files.h"
 
@@ -142,10 +143,10 @@ DWORD Settle(int file, const Request& request, DWORD share, bool existed) {
 File::~File() {
   struct stat named {};
   struct stat opened {};
-  if (!mDeleteOnClose.empty() && mOpener == getpid() && stat(mDeleteOnClose.c_str(), &named) == 0 &&
+  if (mDeleter != 0 && mDeleter == getpid() && stat(mPath.c_str(), &named) == 0 &&
       fstat(mDescriptor.Get(), &opened) == 0 && named.st_dev == opened.st_dev &&
       named.st_ino == opened.st_ino)
-    unlink(mDeleteOnClose.c_str());
+    unlink(mPath.c_str());
 }
 
 }  // namespace orm::platform
@@ -153,33 +154,36 @@ File::~File() {
 using namespace orm::platform;
 
 HANDLE CreateFileA(const char* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
-                   DWORD disposition, DWORD flagsAndAttributes, HANDLE) {
-  Request request;
-  if (!ReadRequest(access, disposition, flagsAndAttributes, attributes, &request)) {
-    SetLastErrorCode(ERROR_INVALID_PARAMETER);
-    return INVALID_HANDLE_VALUE;
-  }
-  std::string path = TranslateOrFail(name);
-  if (path.empty()) return INVALID_HANDLE_VALUE;
-  bool existed = false;
-  Descriptor file = OpenOrCreate(&path, request, &existed);
-  if (!file.IsOpen()) {
-    const int error = errno;
-    FailWith(error, path);
-    if (error == EEXIST) SetLastErrorCode(ERROR_FILE_EXISTS);
-    return INVALID_HANDLE_VALUE;
-  }
-  if (const DWORD error = Settle(file.Get(), request, share, existed); error != ERROR_SUCCESS) {
-    SetLastErrorCode(error);
-    return INVALID_HANDLE_VALUE;
-  }
-  Advise(file.Get(), flagsAndAttributes);
-  const bool deletes = (flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-  const auto object = MakeRef<File>(std::move(file), request.reads, request.writes || request.appends,
-                                    deletes ? std::move(path) : std::string());
-  const HANDLE handle = AllocateHandle(object);
-  if (handle == nullptr) return INVALID_HANDLE_VALUE;
-  const bool tells = existed && (disposition == OPEN_ALWAYS || disposition == CREATE_ALWAYS);
-  SetLastErrorCode(tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-  return handle;
+                   DWORD disposition, DWORD flagsAndAttributes, HANDLE) noexcept {
+  return OrNoMemory<HANDLE>(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+    Request request;
+    if (!ReadRequest(access, disposition, flagsAndAttributes, attributes, &request)) {
+      SetLastErrorCode(ERROR_INVALID_PARAMETER);
+      return INVALID_HANDLE_VALUE;
+    }
+    std::string path = TranslateOrFail(name);
+    if (path.empty()) return INVALID_HANDLE_VALUE;
+    const auto object = MakeRef<File>(request.reads, request.writes || request.appends);
+    bool existed = false;
+    Descriptor file = OpenOrCreate(&path, request, &existed);
+    if (!file.IsOpen()) {
+      const int error = errno;
+      FailWith(error, path);
+      if (error == EEXIST) SetLastErrorCode(ERROR_FILE_EXISTS);
+      return INVALID_HANDLE_VALUE;
+    }
+    if (const DWORD error = Settle(file.Get(), request, share, existed); error != ERROR_SUCCESS) {
+      SetLastErrorCode(error);
+      return INVALID_HANDLE_VALUE;
+    }
+    Advise(file.Get(), flagsAndAttributes);
+    object->Take(std::move(file), std::move(path));
+    const HANDLE handle = AllocateHandle(object);
+    if ((flagsAndAttributes & FILE_FLAG_DELETE_ON_CLOSE) != 0 || (handle == nullptr && !existed))
+      object->DeleteOnClose();
+    if (handle == nullptr) return INVALID_HANDLE_VALUE;
+    const bool tells = existed && (disposition == OPEN_ALWAYS || disposition == CREATE_ALWAYS);
+    SetLastErrorCode(tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+  });
 }

@@ -15,13 +15,15 @@ class File final : public KernelObject {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kFile;
 
-  File(Descriptor descriptor, bool canRead, bool canWrite, std::string deleteOnClose) noexcept
-      : KernelObject(kKind),
-        mDescriptor(std::move(descriptor)),
-        mCanRead(canRead),
-        mCanWrite(canWrite),
-        mDeleteOnClose(std::move(deleteOnClose)),
-        mOpener(mDeleteOnClose.empty() ? 0 : getpid()) {}
+  // Made before there is a file, so that want of memory leaves none behind.
+  File(bool canRead, bool canWrite) noexcept : KernelObject(kKind), mCanRead(canRead), mCanWrite(canWrite) {}
+
+  void Take(Descriptor descriptor, std::string path) noexcept {
+    mDescriptor = std::move(descriptor);
+    mPath = std::move(path);
+  }
+  // A child made by fork, which has a copy only, does not delete it.
+  void DeleteOnClose() noexcept { mDeleter = getpid(); }
 
   int FileDescriptor() const noexcept override { return mDescriptor.Get(); }
   bool CanRead() const noexcept { return mCanRead; }
@@ -31,11 +33,11 @@ class File final : public KernelObject {
   ~File() override;
 
  private:
-  const Descriptor mDescriptor;
+  Descriptor mDescriptor;
   // The descriptor may allow more than was asked for; see ShareMode.h.
   const bool mCanRead, mCanWrite;
-  const std::string mDeleteOnClose;  // the path, empty for a file that stays
-  const pid_t mOpener;               // whose file it is to delete: a child made by fork has a copy only
+  std::string mPath;
+  pid_t mDeleter = 0;  // the process that deletes the file with the object; 0 for a file that stays
 };
 
 }  // namespace orm::platform

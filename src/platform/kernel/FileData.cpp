@@ -39,7 +39,7 @@ bool TransferAll(DWORD size, DWORD* done, Transfer&& transfer) {
 
 using namespace orm::platform;
 
-BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, void* overlapped) {
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, void* overlapped) noexcept {
   DWORD done = 0;
   if (read != nullptr) *read = 0;
   const HandlePin pin(file);
@@ -54,7 +54,7 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, void* overlapp
   return isWhole ? TRUE : Fail(ErrorFromErrno(errno));
 }
 
-BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, void* overlapped) {
+BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, void* overlapped) noexcept {
   DWORD done = 0;
   if (written != nullptr) *written = 0;
   const HandlePin pin(file);
@@ -70,7 +70,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, void
   return done == size ? TRUE : Fail(ERROR_DISK_FULL);
 }
 
-DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method) {
+DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return INVALID_SET_FILE_POINTER;
@@ -96,7 +96,7 @@ DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD metho
   return low;
 }
 
-BOOL SetEndOfFile(HANDLE file) {
+BOOL SetEndOfFile(HANDLE file) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return FALSE;
@@ -105,7 +105,7 @@ BOOL SetEndOfFile(HANDLE file) {
   return position < 0 ? Result(-1) : Result(ftruncate(object->FileDescriptor(), position));
 }
 
-BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) {
+BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return FALSE;
@@ -116,7 +116,7 @@ BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) {
   return TRUE;
 }
 
-DWORD GetFileSize(HANDLE file, DWORD* sizeHigh) {
+DWORD GetFileSize(HANDLE file, DWORD* sizeHigh) noexcept {
   LARGE_INTEGER size{};
   if (!GetFileSizeEx(file, &size)) return INVALID_FILE_SIZE;
   if (sizeHigh != nullptr) *sizeHigh = static_cast<DWORD>(size.u.HighPart);
@@ -124,7 +124,7 @@ DWORD GetFileSize(HANDLE file, DWORD* sizeHigh) {
   return size.u.LowPart;
 }
 
-BOOL FlushFileBuffers(HANDLE file) {
+BOOL FlushFileBuffers(HANDLE file) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return FALSE;
@@ -133,7 +133,7 @@ BOOL FlushFileBuffers(HANDLE file) {
   return Result(fdatasync(object->FileDescriptor()));
 }
 
-BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write) {
+BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return FALSE;
@@ -147,7 +147,7 @@ BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* wr
   return TRUE;
 }
 
-BOOL SetFileTime(HANDLE file, const FILETIME*, const FILETIME* access, const FILETIME* write) {
+BOOL SetFileTime(HANDLE file, const FILETIME*, const FILETIME* access, const FILETIME* write) noexcept {
   const HandlePin pin(file);
   const File* object = PinnedAs<File>(pin);
   if (object == nullptr) return FALSE;

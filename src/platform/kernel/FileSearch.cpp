@@ -11,6 +11,7 @@
 #include "kernel/FileDisk.h"
 #include "kernel/FolderReader.h"
 #include "kernel/NameMatch.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Object.h"
 #include "win32/files.h"
 
@@ -131,31 +132,35 @@ DWORD Search(const char* text, std::vector<Entry>* found) {
 
 using namespace orm::platform;
 
-HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) {
-  std::vector<Entry> found;
-  const DWORD error = data == nullptr ? ERROR_INVALID_PARAMETER : Search(pattern, &found);
-  if (error != ERROR_SUCCESS) {
-    SetLastErrorCode(error);
-    return INVALID_HANDLE_VALUE;
-  }
-  auto search = MakeRef<FileSearch>(std::move(found));
-  search->Next(data);
-  const HANDLE handle = AllocateHandle(std::move(search));
-  return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) noexcept {
+  return OrNoMemory<HANDLE>(INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+    std::vector<Entry> found;
+    const DWORD error = data == nullptr ? ERROR_INVALID_PARAMETER : Search(pattern, &found);
+    if (error != ERROR_SUCCESS) {
+      SetLastErrorCode(error);
+      return INVALID_HANDLE_VALUE;
+    }
+    auto search = MakeRef<FileSearch>(std::move(found));
+    search->Next(data);
+    const HANDLE handle = AllocateHandle(std::move(search));
+    return handle == nullptr ? INVALID_HANDLE_VALUE : handle;
+  });
 }
 
-BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data) {
-  const auto object = ReferenceHandle<FileSearch>(search);
-  if (!object) return FALSE;
-  if (data == nullptr) {
-    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto object = ReferenceHandle<FileSearch>(search);
+    if (!object) return FALSE;
+    if (data == nullptr) {
+      SetLastErrorCode(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    if (object->Next(data)) return TRUE;
+    SetLastErrorCode(ERROR_NO_MORE_FILES);
     return FALSE;
-  }
-  if (object->Next(data)) return TRUE;
-  SetLastErrorCode(ERROR_NO_MORE_FILES);
-  return FALSE;
+  });
 }
 
-BOOL FindClose(HANDLE search) {
+BOOL FindClose(HANDLE search) noexcept {
   return ReferenceHandle<FileSearch>(search) && ReleaseHandle(search) ? TRUE : FALSE;
 }

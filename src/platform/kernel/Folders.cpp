@@ -5,6 +5,7 @@
 
 #include "kernel/FileDisk.h"
 #include "kernel/Machine.h"
+#include "kernel/NoMemory.h"
 #include "kernel/Object.h"
 #include "win32/files.h"
 #include "win32/nls.h"
@@ -39,43 +40,49 @@ bool EndsInSeparator(const char* name) {
 
 using namespace orm::platform;
 
-DWORD GetTempPathA(DWORD size, char* buffer) {
-  return DeliverMachineFolder("C:\\Windows\\Temp\\", buffer, size);
+DWORD GetTempPathA(DWORD size, char* buffer) noexcept {
+  return OrNoMemory<DWORD>(0, [&] { return DeliverMachineFolder("C:\\Windows\\Temp\\", buffer, size); });
 }
 
-UINT GetSystemDirectoryA(char* buffer, UINT size) {
-  return DeliverMachineFolder("C:\\Windows\\System32", buffer, size);
+UINT GetSystemDirectoryA(char* buffer, UINT size) noexcept {
+  return OrNoMemory<UINT>(0, [&] { return DeliverMachineFolder("C:\\Windows\\System32", buffer, size); });
 }
 
-UINT GetWindowsDirectoryA(char* buffer, UINT size) {
-  return DeliverMachineFolder("C:\\Windows", buffer, size);
+UINT GetWindowsDirectoryA(char* buffer, UINT size) noexcept {
+  return OrNoMemory<UINT>(0, [&] { return DeliverMachineFolder("C:\\Windows", buffer, size); });
 }
 
-DWORD GetCurrentDirectoryA(DWORD size, char* buffer) {
-  char folder[PATH_MAX];
-  if (getcwd(folder, sizeof folder) != nullptr) return Deliver(AnsiPath(folder), buffer, size);
-  SetLastErrorCode(ErrorFromErrno(errno));
-  return 0;
+DWORD GetCurrentDirectoryA(DWORD size, char* buffer) noexcept {
+  return OrNoMemory<DWORD>(0, [&]() -> DWORD {
+    char folder[PATH_MAX];
+    if (getcwd(folder, sizeof folder) != nullptr) return Deliver(AnsiPath(folder), buffer, size);
+    SetLastErrorCode(ErrorFromErrno(errno));
+    return 0;
+  });
 }
 
-BOOL SetCurrentDirectoryA(const char* name) {
-  std::string path = TranslateOrFail(name);
-  if (path.empty()) return FALSE;
-  if (WithCase(&path, [](const std::string& used) { return chdir(used.c_str()); }) == 0) return TRUE;
-  FailWith(errno, path);
-  if (errno == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
-  return FALSE;
+BOOL SetCurrentDirectoryA(const char* name) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    std::string path = TranslateOrFail(name);
+    if (path.empty()) return FALSE;
+    if (WithCase(&path, [](const std::string& used) { return chdir(used.c_str()); }) == 0) return TRUE;
+    FailWith(errno, path);
+    if (errno == ENOTDIR) SetLastErrorCode(ERROR_DIRECTORY);
+    return FALSE;
+  });
 }
 
-DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart) {
-  const std::string path = TranslateOrFail(name);
-  if (path.empty()) return 0;
-  std::string text = AnsiPath(path);
-  if (text.size() > strlen("X:\\") && EndsInSeparator(name)) text += '\\';
-  const DWORD result = Deliver(text, buffer, size);
-  if (filePart != nullptr && result < size) {
-    auto* last = reinterpret_cast<char*>(_mbsrchr(reinterpret_cast<unsigned char*>(buffer), '\\'));
-    *filePart = last != nullptr && last[1] != 0 ? last + 1 : nullptr;
-  }
-  return result;
+DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart) noexcept {
+  return OrNoMemory<DWORD>(0, [&]() -> DWORD {
+    const std::string path = TranslateOrFail(name);
+    if (path.empty()) return 0;
+    std::string text = AnsiPath(path);
+    if (text.size() > strlen("X:\\") && EndsInSeparator(name)) text += '\\';
+    const DWORD result = Deliver(text, buffer, size);
+    if (filePart != nullptr && result < size) {
+      auto* last = reinterpret_cast<char*>(_mbsrchr(reinterpret_cast<unsigned char*>(buffer), '\\'));
+      *filePart = last != nullptr && last[1] != 0 ? last + 1 : nullptr;
+    }
+    return result;
+  });
 }

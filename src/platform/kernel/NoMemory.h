@@ -4,15 +4,15 @@
 #include <new>
 #include <utility>
 
-#include "kernel/ThreadRecord.h"
 #include "win32/errors.h"
+#include "win32/kernel.h"
 
 namespace orm::platform {
 
 // The result of a call that lacked memory; the last error says so.
 template <class Result>
 Result NoMemory(Result failure) noexcept {
-  tlsLastError = ERROR_NOT_ENOUGH_MEMORY;
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);
   return failure;
 }
 

@@ -34,6 +34,7 @@ class Directory {
     if (module == nullptr) module = GetModuleHandleA(nullptr);
     const DWORD lastError = GetLastError();
     const FARPROC symbol = GetProcAddress(module, resource::symbolName);
+    if (symbol == nullptr && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
     SetLastError(lastError);
     if (symbol == nullptr) return std::nullopt;
     Directory directory(reinterpret_cast<const Byte*>(symbol));
@@ -165,36 +166,40 @@ using namespace orm::platform;
 
 extern "C" {
 
-HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type) {
+HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type) noexcept {
   return FindResourceExA(module, type, name, 0);
 }
 
-HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name, WORD language) {
+HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name, WORD language) noexcept {
   return OrNoMemory<HRSRC>(nullptr, [=] { return Find(module, type, name, language); });
 }
 
-HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource) {
-  const std::optional<Directory> directory = Directory::Of(module);
-  const std::optional<Entry> entry = directory ? directory->EntryOf(resource) : std::nullopt;
-  if (!entry) {
-    SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
-    return nullptr;
-  }
-  return const_cast<Byte*>(directory->Data(*entry));
+HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource) noexcept {
+  return OrNoMemory<HGLOBAL>(nullptr, [&]() -> HGLOBAL {
+    const std::optional<Directory> directory = Directory::Of(module);
+    const std::optional<Entry> entry = directory ? directory->EntryOf(resource) : std::nullopt;
+    if (!entry) {
+      SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
+      return nullptr;
+    }
+    return const_cast<Byte*>(directory->Data(*entry));
+  });
 }
 
-LPVOID WINAPI LockResource(HGLOBAL data) {
+LPVOID WINAPI LockResource(HGLOBAL data) noexcept {
   return data;
 }
 
-DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource) {
-  const std::optional<Directory> directory = Directory::Of(module);
-  const std::optional<Entry> entry = directory ? directory->EntryOf(resource) : std::nullopt;
-  if (!entry) {
-    SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
-    return 0;
-  }
-  return entry->size;
+DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource) noexcept {
+  return OrNoMemory<DWORD>(0, [&]() -> DWORD {
+    const std::optional<Directory> directory = Directory::Of(module);
+    const std::optional<Entry> entry = directory ? directory->EntryOf(resource) : std::nullopt;
+    if (!entry) {
+      SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
+      return 0;
+    }
+    return entry->size;
+  });
 }
 
 }  // extern "C"

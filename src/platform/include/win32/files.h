@@ -92,39 +92,41 @@ extern "C" {
 // disk. FILE_APPEND_DATA without FILE_WRITE_DATA: every write goes to the end of the file, in one step.
 ORM_PLATFORM_API HANDLE CreateFileA(const char* name, DWORD access, DWORD share,
                                     SECURITY_ATTRIBUTES* attributes, DWORD disposition,
-                                    DWORD flagsAndAttributes, HANDLE templateFile);
+                                    DWORD flagsAndAttributes, HANDLE templateFile) noexcept;
 // Reads up to `size` bytes at the file's position; TRUE with *read = 0 at the end of the file. `overlapped`
 // must be null.
-ORM_PLATFORM_API BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, void* overlapped);
+ORM_PLATFORM_API BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* read, void* overlapped) noexcept;
 // Writes `size` bytes; less than all is a failure, of which *written tells how far it came.
 ORM_PLATFORM_API BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written,
-                                void* overlapped);
+                                void* overlapped) noexcept;
 // Moves the file's position; the low half of the new one, or INVALID_SET_FILE_POINTER (which is a failure
 // only when the last error is not 0). 131: before the start of the file.
-ORM_PLATFORM_API DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
-ORM_PLATFORM_API BOOL SetEndOfFile(HANDLE file);
-ORM_PLATFORM_API DWORD GetFileSize(HANDLE file, DWORD* sizeHigh);
-ORM_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
-ORM_PLATFORM_API BOOL FlushFileBuffers(HANDLE file);
-ORM_PLATFORM_API BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access, FILETIME* write);
+ORM_PLATFORM_API DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method) noexcept;
+ORM_PLATFORM_API BOOL SetEndOfFile(HANDLE file) noexcept;
+ORM_PLATFORM_API DWORD GetFileSize(HANDLE file, DWORD* sizeHigh) noexcept;
+ORM_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
+ORM_PLATFORM_API BOOL FlushFileBuffers(HANDLE file) noexcept;
+ORM_PLATFORM_API BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* access,
+                                  FILETIME* write) noexcept;
 // Sets the times that are not null. A creation time cannot be set and is accepted without effect.
 ORM_PLATFORM_API BOOL SetFileTime(HANDLE file, const FILETIME* creation, const FILETIME* access,
-                                  const FILETIME* write);
+                                  const FILETIME* write) noexcept;
 
-ORM_PLATFORM_API BOOL DeleteFileA(const char* name);
+ORM_PLATFORM_API BOOL DeleteFileA(const char* name) noexcept;
 // Renames a file or folder. Without MOVEFILE_REPLACE_EXISTING an existing target is ERROR_ALREADY_EXISTS
 // (183); with it a file is replaced in one step, so that everybody sees the old file or the new one. 17: the
 // target lies on another disk; nothing is copied. A file may be renamed, replaced or deleted while it is
 // open: who has it open keeps the old content.
-ORM_PLATFORM_API BOOL MoveFileExA(const char* from, const char* to, DWORD flags);
+ORM_PLATFORM_API BOOL MoveFileExA(const char* from, const char* to, DWORD flags) noexcept;
 // A null access list makes a folder in which every user may create and only the owner of an entry remove.
-ORM_PLATFORM_API BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes);
-ORM_PLATFORM_API BOOL RemoveDirectoryA(const char* name);
+ORM_PLATFORM_API BOOL CreateDirectoryA(const char* name, SECURITY_ATTRIBUTES* attributes) noexcept;
+ORM_PLATFORM_API BOOL RemoveDirectoryA(const char* name) noexcept;
 
 // INVALID_FILE_ATTRIBUTES when there is no such file. Links are followed; one that leads nowhere is told of
 // itself.
-ORM_PLATFORM_API DWORD GetFileAttributesA(const char* name);
-ORM_PLATFORM_API BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level, void* data);
+ORM_PLATFORM_API DWORD GetFileAttributesA(const char* name) noexcept;
+ORM_PLATFORM_API BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEVELS level,
+                                           void* data) noexcept;
 
 // Lists the entries of a folder that match a pattern of `*` and `?` in its last component, without regard to
 // case, in case-insensitive order of names, `.` and `..` first. "*.*" matches every name. The listing is made
@@ -132,28 +134,28 @@ ORM_PLATFORM_API BOOL GetFileAttributesExA(const char* name, GET_FILEEX_INFO_LEV
 // what the code page lacks and for what no path may hold. INVALID_HANDLE_VALUE on failure: 2 nothing matches,
 // 3 no such folder, 123 the pattern holds what no name may, another error when not all of the folder could be
 // read. The handle belongs to FindNextFileA and FindClose only.
-ORM_PLATFORM_API HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data);
+ORM_PLATFORM_API HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) noexcept;
 // FALSE with ERROR_NO_MORE_FILES (18) at the end.
-ORM_PLATFORM_API BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data);
-ORM_PLATFORM_API BOOL FindClose(HANDLE search);
+ORM_PLATFORM_API BOOL FindNextFileA(HANDLE search, WIN32_FIND_DATAA* data) noexcept;
+ORM_PLATFORM_API BOOL FindClose(HANDLE search) noexcept;
 
 // A handle that is signaled once something named by `filter` happened in the folder (and below it, when
 // `subtree`) since it was made or re-armed; waited for like any other. INVALID_HANDLE_VALUE on failure:
 // ERROR_DIRECTORY (267) when it is no folder, ERROR_NO_SYSTEM_RESOURCES (1450) when the user has no
 // watch left (fs.inotify.max_user_watches), or there is no queue for the process: all its notifications share
 // one, which takes a descriptor and counts by fs.inotify.max_user_instances.
-ORM_PLATFORM_API HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter);
+ORM_PLATFORM_API HANDLE FindFirstChangeNotificationA(const char* folder, BOOL subtree, DWORD filter) noexcept;
 // Re-arms; a change that came in between signals the handle again. FALSE (5) when the folder is gone.
-ORM_PLATFORM_API BOOL FindNextChangeNotification(HANDLE change);
-ORM_PLATFORM_API BOOL FindCloseChangeNotification(HANDLE change);
+ORM_PLATFORM_API BOOL FindNextChangeNotification(HANDLE change) noexcept;
+ORM_PLATFORM_API BOOL FindCloseChangeNotification(HANDLE change) noexcept;
 
 // These five return the length without the terminator; when the buffer is too small, the size needed with
 // it; 0 on failure. The temporary folder ends in a back slash, the others do not.
-ORM_PLATFORM_API DWORD GetTempPathA(DWORD size, char* buffer);
-ORM_PLATFORM_API UINT GetSystemDirectoryA(char* buffer, UINT size);
-ORM_PLATFORM_API UINT GetWindowsDirectoryA(char* buffer, UINT size);
-ORM_PLATFORM_API DWORD GetCurrentDirectoryA(DWORD size, char* buffer);
+ORM_PLATFORM_API DWORD GetTempPathA(DWORD size, char* buffer) noexcept;
+ORM_PLATFORM_API UINT GetSystemDirectoryA(char* buffer, UINT size) noexcept;
+ORM_PLATFORM_API UINT GetWindowsDirectoryA(char* buffer, UINT size) noexcept;
+ORM_PLATFORM_API DWORD GetCurrentDirectoryA(DWORD size, char* buffer) noexcept;
 // *filePart, when asked for, points at the last component of the result, null when it ends in a separator.
-ORM_PLATFORM_API DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart);
-ORM_PLATFORM_API BOOL SetCurrentDirectoryA(const char* name);
+ORM_PLATFORM_API DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePart) noexcept;
+ORM_PLATFORM_API BOOL SetCurrentDirectoryA(const char* name) noexcept;
 }

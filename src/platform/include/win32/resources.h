@@ -24,16 +24,17 @@ extern "C" {
 // Returns null on failure: 1812 the module has no resources or damaged ones, 1813 none of this type, 1814
 // none of this name, 1815 none in this language (FindResourceExA only; language 0, as
 // FindResourceA, prefers US English, then what has no language, and takes any).
-ORM_PLATFORM_API HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type);
-ORM_PLATFORM_API HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name, WORD language);
+ORM_PLATFORM_API HRSRC WINAPI FindResourceA(HMODULE module, LPCSTR name, LPCSTR type) noexcept;
+ORM_PLATFORM_API HRSRC WINAPI FindResourceExA(HMODULE module, LPCSTR type, LPCSTR name,
+                                              WORD language) noexcept;
 
 // A handle to the bytes of a found resource, for LockResource. Null and 1812: not a resource of `module`.
-ORM_PLATFORM_API HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource);
+ORM_PLATFORM_API HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource) noexcept;
 
 // The address of a loaded resource's first byte, aligned to 8; null for null.
-ORM_PLATFORM_API LPVOID WINAPI LockResource(HGLOBAL data);
+ORM_PLATFORM_API LPVOID WINAPI LockResource(HGLOBAL data) noexcept;
 
 // The size of a found resource in bytes. 0 and 1812: not a resource of `module`.
-ORM_PLATFORM_API DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource);
+ORM_PLATFORM_API DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource) noexcept;
 
 }  // extern "C"
