@@ -12,9 +12,10 @@ struct Span {
   const char* begin;
   const char* end;
 
+  size_t GetSize() const { return static_cast<size_t>(end - begin); }
   bool Is(const char* text) const {
     const size_t size = std::strlen(text);
-    return static_cast<size_t>(end - begin) == size && std::memcmp(begin, text, size) == 0;
+    return GetSize() == size && std::memcmp(begin, text, size) == 0;
   }
 };
 
@@ -92,12 +93,17 @@ std::vector<Span> ResolveDots(const std::vector<Span>& components) {
   return result;
 }
 
+// In one go, since appending to a string measures what it has each time.
 String Join(const std::vector<Span>& components) {
+  size_t size = 1;
+  for (const Span& component : components) size += component.GetSize() + 1;
   String result;
+  char* out = result.PrepareWriting(size, false);
   for (const Span& component : components) {
-    if (!result.IsEmpty()) result += "\\";
-    result.Append(component.begin, component.end);
+    if (&component != components.data()) *out++ = '\\';
+    out = std::copy(component.begin, component.end, out);
   }
+  *out = 0;
   return result;
 }
 

@@ -11,6 +11,7 @@
 #include "AssertionLog.h"
 #include "files/FailingListing.h"
 #include "kernel/CodePage.h"
+#include "support/ScarceMemory.h"
 
 using namespace orm;
 using ::testing::ElementsAre;
@@ -214,6 +215,18 @@ TEST(Path, NormalisedTextIsAFixedPoint) {
     }
   }
   platform::SetAnsiCodePage(1252);
+}
+
+// The work for a text that comes from outside grows with its length and not faster, which its allocations
+// tell.
+TEST(Path, ManyComponentsAreJoinedInOneGo) {
+  std::string text = "C:";
+  for (int i = 0; i < 10000; ++i) text += "\\component";
+  Path path;
+  bool isRefused = false;
+  EXPECT_FALSE(test::RefuseAllocation(
+      100, [&] { EXPECT_TRUE(path.Set(String(text.c_str()))); }, isRefused));
+  EXPECT_EQ(path.GetText().GetBegin(), text);
 }
 
 TEST(Path, AsksTheFileSystem) {
