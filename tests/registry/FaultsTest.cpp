@@ -1,5 +1,6 @@
 // Disks that are full or cannot be written, and stores that are damaged.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -208,6 +209,36 @@ TEST(Faults, ALinkThatLeadsToNothingCountsAsAbsent) {
   ASSERT_EQ(makeOpen("K\\a DEAD"), 0);
   EXPECT_EQ(SubKeyNames(key), (std::vector<std::string>{"a DEAD", "B alive"}));
   EXPECT_EQ(RegDeleteKeyA(HKEY_LOCAL_MACHINE, "K"), 5) << "what is there holds it";
+  EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
+}
+
+// The limit ends the process where it writes the larger one of the two stores.
+TEST(Faults, AnOpenKeyWhoseMakerDiesLeavesNothing) {
+  constexpr rlim_t kLimit = 1 << 20;
+  const std::string open = MachineFile("registry/open/data.mdb");
+  const auto makeOpen = [](const std::string& className) {
+    Key key;
+    return RegCreateKeyExA(HKEY_LOCAL_MACHINE, "K\\Open", 0, const_cast<char*>(className.c_str()), 0,
+                           KEY_ALL_ACCESS, NullAccessList(), key.Out(), nullptr);
+  };
+  ASSERT_EQ(InChild([&] {
+              Key key(HKEY_LOCAL_MACHINE, "K");
+              for (int i = 0; i < 400; ++i)
+                SetBytes(key, "fill" + std::to_string(i), REG_BINARY, std::string(5000, 'f'));
+              return makeOpen("") + RegDeleteKeyA(key, "Open");
+            }),
+            0);
+  const std::size_t before = ReadFileBytes(open).size();
+  for (int round = 0; round < 8; ++round) {
+    const int result = InChild([&] {
+      const rlimit limit{kLimit, kLimit};
+      signal(SIGXFSZ, SIG_DFL);
+      return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? makeOpen(std::string(60000, 'c')) : 1;
+    });
+    ASSERT_EQ(result, 1000 + SIGXFSZ);
+  }
+  EXPECT_EQ(ReadFileBytes(open).size(), before);
+  EXPECT_EQ(makeOpen(""), 0);
   EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
 }
 

@@ -129,6 +129,44 @@ TEST(Processes, ManyThreadsShareOneHandle) {
   EXPECT_EQ(ValueNames(key).size(), 8u);
 }
 
+// An open key lies in two stores, which transactions of other processes hold both.
+TEST(Processes, MakeAndDeleteOneOpenKeyAtOnce) {
+  const auto make = []() -> int {
+    Key open;
+    const LSTATUS made = RegCreateKeyExA(HKEY_LOCAL_MACHINE, "K\\Open", 0, nullptr, 0, KEY_ALL_ACCESS,
+                                         NullAccessList(), open.Out(), nullptr);
+    if (made != 0) return made;
+    const LSTATUS set = SetNumber(open, "v", 1);
+    return set == LSTATUS{ERROR_KEY_DELETED} ? 0 : set;
+  };
+  const auto destroy = [](const char* path) {
+    const LSTATUS code = RegDeleteKeyA(HKEY_LOCAL_MACHINE, path);
+    return code == LSTATUS{ERROR_FILE_NOT_FOUND} || code == LSTATUS{ERROR_ACCESS_DENIED} ? 0 : code;
+  };
+  const std::function<int()> doings[] = {
+      make,
+      make,
+      [&] { return destroy("K\\Open"); },
+      [&] { return destroy("K"); },
+      [] {
+        const LSTATUS begun = OrmRegBeginTransaction(HKEY_LOCAL_MACHINE, 0);
+        return begun != 0 ? begun : OrmRegCommitTransaction(HKEY_LOCAL_MACHINE);
+      },
+  };
+  std::vector<pid_t> children;
+  for (const auto& doing : doings) {
+    children.push_back(Start([&doing] {
+      alarm(120);  // ends those who wait for each other
+      int code = 0;
+      for (int i = 0; i < 400 && code == 0; ++i) code = doing();
+      return code;
+    }));
+  }
+  for (const pid_t child : children) EXPECT_EQ(Wait(child), 0);
+  EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
+  EXPECT_EQ(make(), 0);
+}
+
 class TwoUsers : public testing::Test {
  protected:
   void SetUp() override {

@@ -2,8 +2,8 @@
 //
 // A key of the local machine with a null access list lies in the open store; its parent, in the machine's
 // store, holds a link to it. Two stores cannot be changed in one step, so the order is such that a process
-// that dies between the two leaves either a key that nothing leads to or a link that leads to nothing. Both
-// count as absent, and making the key again puts it right.
+// that dies between the two leaves a link that leads to nothing. It counts as absent, and making the key
+// again puts it right. Whoever writes both stores at once begins with the open one.
 #include "registry/KeyPath.h"
 
 #include <algorithm>
@@ -35,13 +35,6 @@ std::size_t PartSize(std::string_view path, bool isAscii) {
   return static_cast<std::size_t>(current - start);
 }
 
-// An open key that nothing leads to yet.
-DWORD MakeOpenKey(std::string_view className, std::uint64_t* id) {
-  return Hive::Get(Hive::Kind::Open)->Write(className.size(), [&](MDB_txn* txn) {
-    return MakeKey(txn, noKey, className, id);
-  });
-}
-
 DWORD DropOpenKey(std::uint64_t id) {
   return Hive::Get(Hive::Kind::Open)->Write(0, [&](MDB_txn* txn) { return DropKey(txn, id); });
 }
@@ -65,21 +58,31 @@ DWORD WalkStore(const KeyParts& parts, Place* place, bool* link) {
   });
 }
 
-// The keys that are missing, made in one transaction. `openId` is the open key that the last one links to.
-DWORD MakeInStore(const KeyParts& parts, std::string_view className, std::uint64_t openId, const Place& from,
-                  std::uint64_t* id, bool* made) {
+// An open key that nothing leads to yet, in the transaction on the open store that makes it.
+struct NewOpenKey {
+  MDB_txn* txn = nullptr;
+  std::uint64_t id = noKey;
+};
+
+// The keys that are missing, made in one transaction. The last one is to be a link to `target`, if there is
+// one.
+DWORD MakeInStore(const KeyParts& parts, std::string_view className, const NewOpenKey& target,
+                  const Place& from, std::uint64_t* id, bool* made) {
   return from.hive->Write(parts.size() * 512, [&](MDB_txn* txn) -> DWORD {
     *id = from.id;
     *made = false;
     DWORD error = CheckAlive(txn, from.id);
     for (std::size_t i = from.done; i < parts.size() && error == ERROR_SUCCESS; ++i) {
       const bool isLast = i + 1 == parts.size();
+      const bool isLink = isLast && target.id != noKey;
       SubKeyRecord subKey;
       error = GetSubKey(txn, *id, parts[i], &subKey);
       if (error == ERROR_SUCCESS) {
-        const bool isKnownBroken = from.isBrokenLink && i == from.done && isLast && openId != noKey;
-        if (!isKnownBroken && (subKey.isLink || (isLast && openId != noKey))) return errorRaced;
-        if (!isKnownBroken) {
+        // Whoever made the link may have made the key by now.
+        const bool isBroken = from.isBrokenLink && i == from.done && isLink && subKey.isLink &&
+                              CheckAlive(target.txn, subKey.id) == ERROR_KEY_DELETED;
+        if (!isBroken && (subKey.isLink || isLink)) return errorRaced;
+        if (!isBroken) {
           *id = subKey.id;
           continue;
         }
@@ -87,13 +90,23 @@ DWORD MakeInStore(const KeyParts& parts, std::string_view className, std::uint64
         return error;
       }
       const std::uint64_t parent = *id;
-      const bool isLink = isLast && openId != noKey;
       error = isLink ? ERROR_SUCCESS : MakeKey(txn, parent, isLast ? className : std::string_view(), id);
-      if (isLink) *id = openId;
+      if (isLink) *id = target.id;
       if (error == ERROR_SUCCESS) error = PutSubKey(txn, parent, {*id, isLink, parts[i]});
       *made = isLast;
     }
     return error;
+  });
+}
+
+// The same with an open key at the end, whose transaction encloses that of the link: as long as it lasts
+// nobody takes the link for a broken one.
+DWORD MakeLinked(const KeyParts& parts, std::string_view className, const Place& from, std::uint64_t* id,
+                 bool* made) {
+  return Hive::Get(Hive::Kind::Open)->Write(className.size(), [&](MDB_txn* txn) -> DWORD {
+    NewOpenKey target{txn, noKey};
+    const DWORD error = MakeKey(txn, noKey, className, &target.id);
+    return error == ERROR_SUCCESS ? MakeInStore(parts, {}, target, from, id, made) : error;
   });
 }
 
@@ -187,9 +200,9 @@ DWORD WalkDown(const KeyParts& parts, Place* place) {
   return error;
 }
 
-DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, Place* place, bool* made) {
+DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, const Place& start,
+                Place* place, bool* made) {
   *made = false;
-  const Place start{place->hive, place->id, place->done, false};
   for (int race = 0; race < maxRaces; ++race) {
     if (!place->hive->IsWritable()) return ERROR_ACCESS_DENIED;
     // A broken link is mended first; what is missing below it then goes into the open store.
@@ -197,32 +210,34 @@ DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, 
     const KeyParts step(
         parts.begin(),
         parts.begin() + static_cast<std::ptrdiff_t>(place->isBrokenLink ? place->done + 1 : parts.size()));
-    std::uint64_t openId = noKey;
-    if (isMachine && (isOpen || place->isBrokenLink)) {
-      if (const DWORD error = MakeOpenKey(className, &openId); error != ERROR_SUCCESS) return error;
-    }
+    const bool isWhole = step.size() == parts.size();
+    const bool isLinked = isMachine && (isOpen || place->isBrokenLink);
     std::uint64_t id = 0;
-    DWORD error = MakeInStore(step, className, openId, *place, &id, made);
-    if (error != ERROR_SUCCESS && openId != noKey) DropOpenKey(openId);
-    if (error == ERROR_SUCCESS && step.size() == parts.size()) {
-      *place = {openId == noKey ? place->hive : Hive::Get(Hive::Kind::Open), id, parts.size(), false};
+    const DWORD error = isLinked
+                            ? MakeLinked(step, isWhole ? className : std::string_view(), *place, &id, made)
+                            : MakeInStore(step, className, {}, *place, &id, made);
+    if (error == ERROR_SUCCESS && isWhole) {
+      *place = {isLinked ? Hive::Get(Hive::Kind::Open) : place->hive, id, parts.size(), false};
       return ERROR_SUCCESS;
     }
-    if (error != ERROR_SUCCESS && error != errorRaced) return error;
+    // What was there a moment ago may be gone.
+    const bool isGone = error == ERROR_KEY_DELETED && place->done != 0;
+    if (error != ERROR_SUCCESS && error != errorRaced && !isGone) return error;
     *place = start;
     *made = false;
-    error = WalkDown(parts, place);
-    if (error != ERROR_FILE_NOT_FOUND) return error;
+    if (const DWORD walked = WalkDown(parts, place); walked != ERROR_FILE_NOT_FOUND) return walked;
   }
   return ERROR_BUSY;
 }
 
-DWORD DeleteAt(const KeyParts& parts, Place place) {
+DWORD DeleteAt(const KeyParts& parts, const Place& start) {
   const KeyParts before(parts.begin(), parts.end() - 1);
-  if (const DWORD error = WalkDown(before, &place); error != ERROR_SUCCESS) return error;
   for (int race = 0; race < maxRaces; ++race) {
-    const DWORD error = DeleteOnce(place, parts.back());
-    if (error != errorRaced) return error;
+    Place parent = start;
+    if (const DWORD error = WalkDown(before, &parent); error != ERROR_SUCCESS) return error;
+    const DWORD error = DeleteOnce(parent, parts.back());
+    const bool isGone = error == ERROR_KEY_DELETED && !before.empty();
+    if (error != errorRaced && !isGone) return error;
   }
   return ERROR_BUSY;
 }

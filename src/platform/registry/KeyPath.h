@@ -28,12 +28,13 @@ struct Place {
 // is missing (*place is then the last key that is there), ERROR_KEY_DELETED when the first key is gone.
 DWORD WalkDown(const KeyParts& parts, Place* place);
 
-// Makes what is missing below *place after WalkDown. `isOpen`: the last key is to be open to every user.
-// *made tells whether the last part was made by this call.
-DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, Place* place, bool* made);
+// Makes what is missing below *place, which WalkDown has reached from `start`. `isOpen`: the last key is to
+// be open to every user. *made tells whether the last part was made by this call.
+DWORD MakeBelow(const KeyParts& parts, std::string_view className, bool isOpen, const Place& start,
+                Place* place, bool* made);
 
-// Deletes the last part of a path. `place` is where it starts.
-DWORD DeleteAt(const KeyParts& parts, Place place);
+// Deletes the last part of a path that begins at `start`.
+DWORD DeleteAt(const KeyParts& parts, const Place& start);
 
 // Deletes the key itself, by looking for what leads to it. ERROR_ACCESS_DENIED for the roots.
 DWORD DeleteSelf(const Place& place);

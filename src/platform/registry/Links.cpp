@@ -20,6 +20,23 @@ bool ParseLink(const MDB_val& record, SubKeyRecord* subKey) {
   return Parse(record, subKey) && subKey->isLink;
 }
 
+struct Link {
+  std::uint64_t id;
+  std::string name;
+};
+
+// Those below the key that are still the same.
+DWORD DropLinks(MDB_txn* txn, std::uint64_t key, const std::vector<Link>& links) {
+  for (const Link& link : links) {
+    SubKeyRecord now;
+    const DWORD error = GetSubKey(txn, key, link.name, &now);
+    const bool isSame = error == ERROR_SUCCESS && now.isLink && now.id == link.id;
+    const DWORD dropped = isSame ? DropSubKey(txn, key, link.name) : error;
+    if (dropped != ERROR_SUCCESS && dropped != ERROR_FILE_NOT_FOUND) return dropped;
+  }
+  return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 bool LinkFilter::Counts(const MDB_val& record) {
@@ -40,10 +57,7 @@ bool LinkFilter::Resolve() {
 }
 
 bool DropDeadLinks(Hive* hive, std::uint64_t key) {
-  struct Link {
-    std::uint64_t id;
-    std::string name;
-  };
+  if (hive->GetKind() != Hive::Kind::Machine) return false;
   std::vector<Link> links;
   const DWORD listed = hive->Read([&](MDB_txn* txn) {
     links.clear();
@@ -53,17 +67,12 @@ bool DropDeadLinks(Hive* hive, std::uint64_t key) {
       return true;
     });
   });
-  std::erase_if(links, [](const Link& link) { return !LeadsToNothing(link.id); });
   if (listed != ERROR_SUCCESS || links.empty()) return false;
-  return hive->Write(0, [&](MDB_txn* txn) -> DWORD {
-    for (const Link& link : links) {
-      SubKeyRecord now;
-      const DWORD error = GetSubKey(txn, key, link.name, &now);
-      const bool isSame = error == ERROR_SUCCESS && now.isLink && now.id == link.id;
-      const DWORD dropped = isSame ? DropSubKey(txn, key, link.name) : error;
-      if (dropped != ERROR_SUCCESS && dropped != ERROR_FILE_NOT_FOUND) return dropped;
-    }
-    return ERROR_SUCCESS;
+  // Without a writer of the open store, who may be about to make what a link is there for.
+  return Hive::Get(Hive::Kind::Open)->Write(0, [&](MDB_txn* open) -> DWORD {
+    std::erase_if(links, [&](const Link& link) { return CheckAlive(open, link.id) != ERROR_KEY_DELETED; });
+    if (links.empty()) return ERROR_FILE_NOT_FOUND;
+    return hive->Write(0, [&](MDB_txn* txn) { return DropLinks(txn, key, links); });
   }) == ERROR_SUCCESS;
 }
 

@@ -1,6 +1,6 @@
-// Links from keys of the machine's store to open keys. A process that dies between the two halves of a
-// deletion leaves a link that leads to nothing. It counts as absent wherever keys are looked for, listed or
-// counted, and does not keep its parent from being deleted.
+// Links from keys of the machine's store to open keys. A process that dies between the two halves of making
+// or deleting one leaves a link that leads to nothing. It counts as absent wherever keys are looked for,
+// listed or counted, and does not keep its parent from being deleted.
 #pragma once
 
 #include <lmdb.h>
@@ -31,7 +31,8 @@ class LinkFilter {
   bool mHasUnknown = false;
 };
 
-// Removes the links below a key of the machine's store that lead to nothing. Whether there were any.
+// Removes the links below a key of the machine's store that lead to nothing. Whether there were any; there
+// are none in another store.
 bool DropDeadLinks(Hive* hive, std::uint64_t key);
 
 }  // namespace orm::platform

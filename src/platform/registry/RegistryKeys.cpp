@@ -46,11 +46,12 @@ DWORD CreateKey(HKEY key, const char* subKey, const char* className, REGSAM acce
   KeyParts parts;
   DWORD error = Begin(key, subKey, &place, &parts);
   if (error != ERROR_SUCCESS) return error;
+  const Place start = place;
   error = WalkDown(parts, &place);
   // A store that this user cannot even make is denied, rather than absent.
   if (error == ERROR_FILE_NOT_FOUND && place.hive->Open() != ERROR_SUCCESS) return ERROR_ACCESS_DENIED;
   if (error == ERROR_FILE_NOT_FOUND) {
-    error = MakeBelow(parts, className == nullptr ? "" : className, isOpen, &place, made);
+    error = MakeBelow(parts, className == nullptr ? "" : className, isOpen, start, &place, made);
   }
   return error == ERROR_SUCCESS ? MakeHandle(place, access, result) : error;
 }

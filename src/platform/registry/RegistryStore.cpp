@@ -135,11 +135,13 @@ LSTATUS OrmRegBeginTransaction(HKEY key, uint64_t expectedBytes) {
   return Guarded([&] {
     Stores stores;
     DWORD error = StoresOf(key, &stores);
-    for (std::size_t i = 0; i < stores.count && error == ERROR_SUCCESS; ++i) {
+    // The open half first, as whoever makes an open key does: they wait for each other at most.
+    for (std::size_t i = stores.count; i-- > 0 && error == ERROR_SUCCESS;) {
       error = stores.hives[i]->BeginBatch(expectedBytes);
+      const bool isSecond = i == 0 && stores.count == 2;
       // Who may not write the machine's own half may still write the open keys.
-      if (error == ERROR_ACCESS_DENIED && i == 0 && stores.count == 2) error = ERROR_SUCCESS;
-      if (error != ERROR_SUCCESS && i == 1) stores.hives[0]->EndBatch(false);
+      if (error == ERROR_ACCESS_DENIED && isSecond) error = ERROR_SUCCESS;
+      if (error != ERROR_SUCCESS && isSecond) stores.hives[1]->EndBatch(false);
     }
     return error;
   });
