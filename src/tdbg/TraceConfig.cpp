@@ -112,15 +112,22 @@ char ReadLetter(const Key& key, const char* name) {
   return static_cast<char>(std::tolower(static_cast<unsigned char>(letter[0])));
 }
 
-void ReadGlobalText(Key& rKey, const char* name, const char* fallback, char* buffer, size_t size) {
-  if (rKey.Read(name, buffer, size)) return;
-  std::strcpy(buffer, fallback);
-  rKey.Repair(name, fallback);
+void ReadGlobalFormat(Key& rKey) {
+  if (rKey.Read(FORMAT_VALUE, facility.format, FORMAT_SIZE)) return;
+  std::strcpy(facility.format, DEFAULT_FORMAT);
+  rKey.Repair(FORMAT_VALUE, DEFAULT_FORMAT);
+}
+
+// Unlike a format, a path that is too long may be the only place where it is written down.
+void ReadGlobalTarget(Key& rKey) {
+  if (rKey.Read(TARGET_VALUE, facility.target, TARGET_SIZE)) return;
+  std::strcpy(facility.target, DEBUGGER_TARGET);
+  if (!rKey.IsText(TARGET_VALUE)) rKey.Repair(TARGET_VALUE, DEBUGGER_TARGET);
 }
 
 void ReadGlobalValues(Key& rKey, Settings& rSettings) {
-  ReadGlobalText(rKey, FORMAT_VALUE, DEFAULT_FORMAT, facility.format, FORMAT_SIZE);
-  ReadGlobalText(rKey, TARGET_VALUE, DEBUGGER_TARGET, facility.target, TARGET_SIZE);
+  ReadGlobalFormat(rKey);
+  ReadGlobalTarget(rKey);
   const char times = ReadLetter(rKey, BLOCK_TIMES_VALUE);
   rSettings.timesBlocks = times == 'y';
   if (times != 'y' && times != 'n') rKey.Repair(BLOCK_TIMES_VALUE, "n");

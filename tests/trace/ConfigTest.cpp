@@ -67,8 +67,11 @@ TEST(TraceConfig, RepairsWhatItCannotUse) {
   // Too long to be used, and too good to be lost.
   SetRegistryText(MODULE_KEY, " option_format", std::string(96, 'm'));
   SetRegistryText(MODULE_KEY, " option_target", std::string(300, 'm'));
+  SetRegistryText(TRACE_KEY, " option_target", std::string(260, 'g'));
   TraceAreaRegister(area);
   EXPECT_STREQ(trace_detail::facility.format, DEFAULT_FORMAT);
+  EXPECT_STREQ(trace_detail::facility.target, "<dbglog>");
+  EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_target"), std::string(260, 'g'));
   EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_format"), std::string(96, 'm'));
   EXPECT_EQ(GetRegistryText(MODULE_KEY, " option_target"), std::string(300, 'm'));
   EXPECT_EQ(GetRegistryText(TRACE_KEY, " option_format"), DEFAULT_FORMAT);
