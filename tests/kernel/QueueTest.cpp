@@ -112,12 +112,18 @@ TEST_F(Queue, QuitComesAfterWhatWasPosted) {
   EXPECT_FALSE(PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE));
 }
 
+// Posted messages and input have room of their own. The last move of the mouse stands for those before it.
 TEST_F(Queue, FullOnesRefuse) {
   MSG message;
   PeekMessageA(&message, nullptr, 0, 0, PM_NOREMOVE);
-  DWORD posted = 0;
-  while (posted < 20000 && PostThreadMessageA(GetCurrentThreadId(), WM_APP, posted, 0)) ++posted;
+  const DWORD self = GetCurrentThreadId();
+  DWORD posted = 0, injected = 0;
+  while (posted < 20000 && PostThreadMessageA(self, WM_APP, posted, 0)) ++posted;
   EXPECT_EQ(10000u, posted);
+  EXPECT_EQ(ERROR_NOT_ENOUGH_QUOTA, GetLastError());
+  while (injected < 9999 && OrmInjectThreadInput(self, WM_KEYDOWN, injected, 0)) ++injected;
+  for (int move = 0; move < 3; ++move) EXPECT_TRUE(OrmInjectThreadInput(self, WM_MOUSEMOVE, 0, move));
+  EXPECT_FALSE(OrmInjectThreadInput(self, WM_KEYDOWN, injected, 0));
   EXPECT_EQ(ERROR_NOT_ENOUGH_QUOTA, GetLastError());
 }
 

@@ -145,12 +145,12 @@ Acceptance MessageQueue::PostInput(const MSG& message) {
   {
     const std::lock_guard lock(mLock);
     if (mClosed) return Acceptance::kClosed;
-    if (mInput.size() >= kLongestQueue) return Acceptance::kFull;
     // Only the last of several moves in a row is of interest.
     if (message.message == WM_MOUSEMOVE && !mInput.empty() && mInput.back().message == WM_MOUSEMOVE &&
         mInput.back().hwnd == message.hwnd) {
       mInput.back() = message;
     } else {
+      if (mInput.size() >= kLongestQueue) return Acceptance::kFull;
       mInput.push_back(message);
     }
     UpdatePending(InputKind(message.message));

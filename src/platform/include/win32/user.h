@@ -130,6 +130,10 @@ struct CREATESTRUCTA {
 extern "C" {
 
 // --- Messages.
+// A queue holds 10000 posted messages and as much input. What finds it full is refused with
+// ERROR_NOT_ENOUGH_QUOTA, by the posting and injecting functions alike; a mouse move that follows another one
+// of its window replaces it and needs no room. Calls that other threads send are not counted.
+
 // Appends to the queue of the thread with this number; ERROR_INVALID_THREAD_ID when there is none, or it has
 // never used its queue (PeekMessageA makes one).
 ORM_PLATFORM_API BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM first, LPARAM second) noexcept;
