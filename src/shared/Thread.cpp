@@ -91,9 +91,16 @@ class ThreadImpl final : public FaceObject<Thread> {
                "::DuplicateHandle(::GetCurrentProcess(), ::GetCurrentThread(), ::GetCurrentProcess(), "
                "&result->mhThread, 0, false, 0x00000002)",
                FILE_NAME, 86);
-    if (!result->mhInterrupt) return result;  // not kept, so that the next call makes a whole one
+    // One that is not whole is not kept, so that the next call makes another.
+    if (!result->mhInterrupt || !result->mhThread) return result;
     const bool stored = TlsSetValue(gTlsIndex, result.AddRef());
-    if (!stored && HoldAfterDetach()) gLateThread = result.Get();
+    if (!stored) {
+      if (HoldAfterDetach()) {
+        gLateThread = result.Get();
+      } else {
+        result->Release();
+      }
+    }
     ORM_ASSERT(stored, "::TlsSetValue(gTlsIndex, result.AddRef())", FILE_NAME, 91);
     return result;
   }
@@ -119,8 +126,10 @@ FacePtr<Thread> Thread::GetSelf() {
 
 // The slot's own reference keeps the object for as long as its thread runs.
 Thread* Thread::GetOwn() {
+  if (auto* own = static_cast<Thread*>(TlsGetValue(gTlsIndex))) return own;
+  GetSelf();
   auto* own = static_cast<Thread*>(TlsGetValue(gTlsIndex));
-  return own ? own : GetSelf().Get();
+  return own ? own : gLateThread;
 }
 
 inline Thread::Recent& Thread::FindRecent(const char* text) {
@@ -163,6 +172,7 @@ void Thread::SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value)
   Thread* const self = GetOwn();
   ORM_ASSERT(self, "pThis != 0", FILE_NAME, 101);
   ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 102);
+  if (!self) ThrowGeneralFailure();
   // The old value is released last, out of the map, since its end may come back here.
   FacePtr<BaseFace>* pDatum = self->FindDatum(key);
   if (value) {
@@ -180,6 +190,7 @@ FacePtr<BaseFace> Thread::GetData(const BaseString<MbcsTraits>& key) {
   Thread* const self = GetOwn();
   ORM_ASSERT(self, "pThis != 0", FILE_NAME, 116);
   ORM_ASSERT(!key.IsEmpty(), "!rIdent.IsEmpty()", FILE_NAME, 117);
+  if (!self) return nullptr;
   const FacePtr<BaseFace>* pDatum = self->FindDatum(key);
   return pDatum ? *pDatum : FacePtr<BaseFace>();
 }

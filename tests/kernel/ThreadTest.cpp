@@ -5,13 +5,16 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "kernel/Handle.h"
 #include "support/Child.h"
+#include "support/FailingNew.h"
 #include "win32/kernel.h"
+#include "win32/user.h"
 
 namespace {
 
@@ -103,12 +106,66 @@ TEST(Threads, ASystemThatGivesNoThreadIsAnError) {
   DWORD before = 0;
   DWORD after = 0;
   GetProcessHandleCount(GetCurrentProcess(), &before);
-  SetLastError(0);
-  EXPECT_EQ(nullptr, CreateThread(
-                         nullptr, SIZE_T{1} << 47, [](void*) -> DWORD { return 0; }, nullptr, 0, nullptr));
-  EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+  for (const SIZE_T stack : {SIZE_T{1} << 47, ~SIZE_T{0} - 4094, ~SIZE_T{0}}) {
+    SetLastError(0);
+    EXPECT_EQ(nullptr, CreateThread(
+                           nullptr, stack, [](void*) -> DWORD { return 0; }, nullptr, 0, nullptr));
+    EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, GetLastError());
+  }
   GetProcessHandleCount(GetCurrentProcess(), &after);
   EXPECT_EQ(before, after);
+}
+
+// A thread that the layer did not start is known from its first call on. Without memory that call fails, and
+// the next one is like a first one.
+TEST(Threads, UnknownOnesAreMadeKnownOrTold) {
+  const Handle event(CreateEventA(nullptr, TRUE, TRUE, nullptr));
+  const HANDLE objects[] = {event.get(), event.get()};
+  const HANDLE process = GetCurrentProcess();
+  const DWORD slot = TlsAlloc();
+  const struct {
+    const char* what;
+    std::function<bool()> succeeds;
+  } calls[] = {
+      {"wait", [&] { return WaitForSingleObject(event.get(), 0) != WAIT_FAILED; }},
+      {"several", [&] { return WaitForMultipleObjects(2, objects, FALSE, 0) != WAIT_FAILED; }},
+      {"mutex", [&] { return static_cast<bool>(Handle(CreateMutexA(nullptr, TRUE, nullptr))); }},
+      {"slot", [&] { return TlsSetValue(slot, event.get()) != FALSE; }},
+      {"handle",
+       [&] {
+         Handle copy;
+         return DuplicateHandle(process, GetCurrentThread(), process, copy.put(), 0, FALSE, 0) != FALSE;
+       }},
+      {"priority", [] { return SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_LOWEST) != FALSE; }},
+      {"queue", [] { return PostMessageA(nullptr, WM_APP, 0, 0) != FALSE; }},
+  };
+  for (const auto& call : calls) {
+    bool isRefused = true;
+    for (unsigned at = 1; isRefused; ++at) {
+      std::thread([&] {
+        bool succeeds;
+        DWORD error, number;
+        {
+          const test::FailingNew failing(at);
+          succeeds = call.succeeds();
+          error = GetLastError();
+          isRefused = failing.HasFailed();
+        }
+        {
+          const test::FailingNew failing(1);
+          number = GetCurrentThreadId();
+        }
+        EXPECT_EQ(!isRefused, succeeds) << call.what << at;
+        if (isRefused) {
+          EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, error) << call.what << at;
+        }
+        EXPECT_TRUE(call.succeeds()) << call.what << at;
+        EXPECT_EQ(number, GetCurrentThreadId()) << call.what << at;
+      }).join();
+      ASSERT_LT(at, 20u) << call.what;
+    }
+  }
+  TlsFree(slot);
 }
 
 TEST(Mutex, IsRecursiveOwnedAndHandedOn) {

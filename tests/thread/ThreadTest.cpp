@@ -156,6 +156,45 @@ TEST(Thread, ItsEndNeedsNoMemory) {
   }
 }
 
+// What is made for a thread at its first use is whole, or not kept.
+TEST(Thread, ItsFirstUseWithoutMemoryLeavesNothing) {
+  SetRegistryText(TRACE_KEY, " option_autoassert", "i");
+  EXPECT_EQ(RunProgram({Sibling("test_thread"), "--gtest_also_run_disabled_tests",
+                        "--gtest_filter=*.DISABLED_FirstUseWithoutMemory"})
+                .status,
+            0);
+}
+
+TEST(Thread, DISABLED_FirstUseWithoutMemory) {
+  Thread::GetSelf();
+  const auto before = GetHandleCount();
+  bool isRefused = true;
+  for (unsigned at = 1; isRefused; ++at) {
+    int told = 0, gone = 0;
+    bool isKept = false;
+    std::thread([&] {
+      const auto datum = FacePtr<BaseFace>(FacePtr<Counted>::Adopt(new Counted(told, gone)));
+      {
+        const FailingNew failing(at);
+        try {
+          Thread::SetData("a", datum);
+          isKept = true;
+        } catch (const std::bad_alloc&) {
+        } catch (const Error&) {
+        }
+        isRefused = failing.HasFailed();
+      }
+      EXPECT_EQ(Thread::GetData("a").Get(), isKept ? datum.Get() : nullptr) << at;
+      Thread::SetData("a", datum);
+      EXPECT_EQ(Thread::GetSelf().Get(), Thread::GetSelf().Get());
+    }).join();
+    EXPECT_EQ(told, 1) << at;
+    EXPECT_EQ(gone, 1) << at;
+    EXPECT_EQ(GetHandleCount(), before) << at;
+    ASSERT_LT(at, 100u);
+  }
+}
+
 // Does what a test wants when it is told.
 class Acting : public FaceObject<Thread::Notification> {
  public:

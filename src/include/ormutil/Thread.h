@@ -53,7 +53,8 @@ class ORMUTIL_API Thread : public BaseFace {
   static FacePtr<Thread> GetSelf();
 
   // Keeps `value` under `key` (not empty, case-sensitive) for the life of the thread, in place of what was
-  // there; a null value removes the key.
+  // there; a null value removes the key. Throws std::bad_alloc, or an Error of code 0xE7210001 when the
+  // system gives no means to keep the thread's object.
   static void SetData(const BaseString<MbcsTraits>& key, FacePtr<BaseFace> value);
   // Null when the key is absent.
   static FacePtr<BaseFace> GetData(const BaseString<MbcsTraits>& key);
@@ -121,7 +122,7 @@ class ORMUTIL_API Thread : public BaseFace {
   FacePtr<BaseFace>* FindDatum(const BaseString<MbcsTraits>& key);
   // The same by the map alone; what it finds takes the place.
   FacePtr<BaseFace>* FindInMap(const BaseString<MbcsTraits>& key, Recent& rRecent);
-  // The calling thread's object without a reference.
+  // The calling thread's object without a reference; null when it cannot be kept, for want of memory.
   static Thread* GetOwn();
   // The place of a key's text when it has one, else the one that it may take: a free one if possible.
   Recent& FindRecent(const char* text);

@@ -118,7 +118,7 @@ void VisitObjects(void (*visit)(KernelObject& object)) noexcept {
 
 HandlePin::HandlePin(HANDLE handle) noexcept {
   if (reinterpret_cast<uintptr_t>(handle) == kCurrentThreadHandle) {
-    mObject = CurrentThread().self.get();
+    if (const ThreadRecord* const thread = CurrentThread()) mObject = thread->self.get();
     return;
   }
   const HandleParts parts = Decode(handle);

@@ -114,8 +114,8 @@ using namespace orm::platform;
 
 HANDLE CreateMutexA(SECURITY_ATTRIBUTES* security, BOOL initialOwner, const char* name) noexcept {
   return OrNoMemory<HANDLE>(nullptr, [&]() -> HANDLE {
-    ThreadRecord* const owner = initialOwner != FALSE ? &CurrentThread() : nullptr;
-    if (owner != nullptr && !MakeOwnershipRoom(*owner, 1)) return nullptr;
+    ThreadRecord* const owner = initialOwner != FALSE ? CurrentThread() : nullptr;
+    if (initialOwner != FALSE && (owner == nullptr || !MakeOwnershipRoom(*owner, 1))) return nullptr;
     if (name == nullptr || *name == '\0') return MakeUnnamed(owner);
     bool existed = false;
     const Ref<NamedMutex> mutex = NamedMutex::Create(name, security, owner, existed);
@@ -142,8 +142,9 @@ HANDLE OpenMutexA(DWORD, BOOL, const char* name) noexcept {
 }
 
 BOOL ReleaseMutex(HANDLE handle) noexcept {
-  ThreadRecord& thread = CurrentThread();
-  if (!thread.ownsWarmMutex || !IsWarm(thread, handle)) return ReleaseOwned(thread, handle);
-  thread.ownsWarmMutex = !static_cast<OwnableMutex*>(thread.warmMutex.get())->ReleaseOnce();
+  ThreadRecord* const thread = CurrentThread();
+  if (thread == nullptr) return FALSE;
+  if (!thread->ownsWarmMutex || !IsWarm(*thread, handle)) return ReleaseOwned(*thread, handle);
+  thread->ownsWarmMutex = !static_cast<OwnableMutex*>(thread->warmMutex.get())->ReleaseOnce();
   return TRUE;
 }

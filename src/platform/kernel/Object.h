@@ -103,7 +103,8 @@ struct HandleSlot;
 class HandlePin {
  public:
   HandlePin() noexcept = default;
-  // Empty when the handle names nothing; the last error is then ERROR_INVALID_HANDLE.
+  // Empty when the handle names nothing (ERROR_INVALID_HANDLE), or the calling thread, which there is no
+  // memory for (ERROR_NOT_ENOUGH_MEMORY).
   explicit HandlePin(HANDLE handle) noexcept;
   HandlePin(HandlePin&& other) noexcept
       : mSlot(std::exchange(other.mSlot, nullptr)), mObject(std::exchange(other.mObject, nullptr)) {}
@@ -149,10 +150,12 @@ Ref<T> ReferenceHandle(HANDLE handle) noexcept {
   return nullptr;
 }
 
-// The pinned object as a T, or null with ERROR_INVALID_HANDLE.
+// The pinned object as a T; null for another kind (ERROR_INVALID_HANDLE) and for an empty pin, whose error
+// stays.
 template <class T>
 T* PinnedAs(const HandlePin& pin) noexcept {
-  if (pin && pin.get()->Kind() == T::kKind) return static_cast<T*>(pin.get());
+  if (!pin) return nullptr;
+  if (pin.get()->Kind() == T::kKind) return static_cast<T*>(pin.get());
   SetLastErrorCode(ERROR_INVALID_HANDLE);
   return nullptr;
 }

@@ -25,6 +25,13 @@ DWORD NewThreadId() {
   return id != 0 ? id : NewThreadId();
 }
 
+// The number of a thread that the layer did not start. It needs no memory, and outlives the thread's record.
+DWORD NumberOfForeignThread() noexcept {
+  static constinit thread_local DWORD number ORM_STATIC_TLS = 0;
+  if (number == 0) number = NewThreadId();
+  return number;
+}
+
 int NiceOf(int priority) {
   switch (priority) {
     case THREAD_PRIORITY_IDLE:
@@ -56,8 +63,9 @@ class ThreadAttributes {
     pthread_attr_setdetachstate(&mAttributes, PTHREAD_CREATE_DETACHED);
     if (stackSize != 0) {
       constexpr SIZE_T kPage = 4096;
-      const SIZE_T minimum = std::max(stackSize, static_cast<SIZE_T>(PTHREAD_STACK_MIN));
-      pthread_attr_setstacksize(&mAttributes, (minimum + kPage - 1) / kPage * kPage);
+      constexpr SIZE_T kLargest = SIZE_T{1} << 47;  // no thread has so large a one
+      const SIZE_T size = std::clamp(stackSize, static_cast<SIZE_T>(PTHREAD_STACK_MIN), kLargest);
+      pthread_attr_setstacksize(&mAttributes, (size + kPage - 1) / kPage * kPage);
     }
   }
   ~ThreadAttributes() { pthread_attr_destroy(&mAttributes); }
@@ -76,7 +84,7 @@ ThreadObject::ThreadObject(const Body& body) noexcept
 
 ThreadObject::ThreadObject() noexcept
     : Waitable(kKind),
-      mId(NewThreadId()),
+      mId(NumberOfForeignThread()),
       mGate(kRunning),
       mNativeId(static_cast<int>(syscall(SYS_gettid))) {}
 
@@ -94,8 +102,11 @@ bool ThreadObject::Start(SIZE_T stackSize) noexcept {
   });
 }
 
-void* ThreadObject::Main(void* record) noexcept {
-  AttachThread(std::unique_ptr<ThreadRecord>(static_cast<ThreadRecord*>(record))).self->Run();
+void* ThreadObject::Main(void* pointer) noexcept {
+  ThreadRecord& record = *static_cast<ThreadRecord*>(pointer);
+  const bool endsByItself = AttachThread(record);
+  record.self->Run();
+  if (!endsByItself) EndThread(record);
   return nullptr;
 }
 
@@ -244,6 +255,12 @@ int GetThreadPriority(HANDLE thread) noexcept {
   return object != nullptr ? object->Priority() : THREAD_PRIORITY_ERROR_RETURN;
 }
 
+// A record is made here too, since the end of a thread is told when it has one. The number is to be had
+// without.
 DWORD GetCurrentThreadId() noexcept {
-  return CurrentThread().id;
+  if (tlsThread != nullptr) return tlsThread->id;
+  const DWORD error = tlsLastError;
+  const ThreadRecord* const thread = AttachThread();
+  tlsLastError = error;
+  return thread != nullptr ? thread->id : NumberOfForeignThread();
 }

@@ -18,6 +18,7 @@ class ThreadObject final : public Waitable {
   };
 
   explicit ThreadObject(const Body& body) noexcept;
+  // Of the calling thread, which the layer did not start.
   ThreadObject() noexcept;
 
   DWORD Id() const noexcept { return mId; }

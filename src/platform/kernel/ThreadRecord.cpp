@@ -27,45 +27,66 @@ constinit ThreadRecord* gsFirst = nullptr;
 // have been anywhere in them.
 constinit ThreadRecord* gsOfParent = nullptr;
 
+void Enlist(ThreadRecord& record) {
+  {
+    const std::lock_guard lock(gsListLock);
+    record.next = gsFirst;
+    if (gsFirst != nullptr) gsFirst->previous = &record;
+    gsFirst = &record;
+  }
+  tlsThread = &record;
+}
+
 void Unlink(ThreadRecord& record) {
   (record.previous != nullptr ? record.previous->next : gsFirst) = record.next;
   if (record.next != nullptr) record.next->previous = record.previous;
   record.next = record.previous = nullptr;
 }
 
-void EndThread(void* pointer) {
-  auto* const record = static_cast<ThreadRecord*>(pointer);
-  tlsThread = record;
-  if (!record->silent) NotifyThreadDetach();
-  if (record->endQueue != nullptr) record->endQueue(*record);
-  // A mutex that the thread still owns passes on as abandoned.
-  if (record->ownsWarmMutex) static_cast<OwnableMutex*>(record->warmMutex.get())->Abandon();
-  while (!record->ownedMutexes.empty()) {
-    const HandlePin pin = std::move(record->ownedMutexes.back());
-    record->ownedMutexes.pop_back();
-    static_cast<OwnableMutex*>(pin.get())->Abandon();
-  }
-  const Ref<ThreadObject> self = record->self;
-  {
-    const std::lock_guard lock(gsListLock);
-    Unlink(*record);
-  }
-  tlsThread = nullptr;
-  delete record;
-  self->End();
-}
-
 // One key for the life of the process: the library is never unloaded, and a record may end at any time.
-pthread_key_t EndKey() {
-  static const pthread_key_t key = [] {
-    pthread_key_t made;
-    if (pthread_key_create(&made, &EndThread) != 0) abort();
-    return made;
-  }();
-  return key;
-}
+class EndKey {
+ public:
+  EndKey() noexcept
+      : mIsMade(pthread_key_create(
+                    &mKey, [](void* record) { EndThread(*static_cast<ThreadRecord*>(record)); }) == 0) {}
+  // Whether the thread's end will end the record.
+  bool Set(ThreadRecord& record) const noexcept { return mIsMade && pthread_setspecific(mKey, &record) == 0; }
+
+  static const EndKey& Get() noexcept {
+    static const EndKey key;
+    return key;
+  }
+
+ private:
+  pthread_key_t mKey{};
+  const bool mIsMade;
+};
+
+// At the latest when the library is loaded: a fork must not find another thread at it.
+[[maybe_unused]] const EndKey& gsEndKey = EndKey::Get();
 
 }  // namespace
+
+void EndThread(ThreadRecord& record) noexcept {
+  tlsThread = &record;
+  if (!record.silent) NotifyThreadDetach();
+  if (record.endQueue != nullptr) record.endQueue(record);
+  // A mutex that the thread still owns passes on as abandoned.
+  if (record.ownsWarmMutex) static_cast<OwnableMutex*>(record.warmMutex.get())->Abandon();
+  while (!record.ownedMutexes.empty()) {
+    const HandlePin pin = std::move(record.ownedMutexes.back());
+    record.ownedMutexes.pop_back();
+    static_cast<OwnableMutex*>(pin.get())->Abandon();
+  }
+  const Ref<ThreadObject> self = record.self;
+  {
+    const std::lock_guard lock(gsListLock);
+    Unlink(record);
+  }
+  tlsThread = nullptr;
+  delete &record;
+  self->End();
+}
 
 std::mutex& ThreadListLock() noexcept {
   return gsListLock;
@@ -86,18 +107,18 @@ ThreadRecord::~ThreadRecord() {
   delete[] moreSlots.load(std::memory_order_relaxed);
 }
 
-ThreadRecord& AttachThread(std::unique_ptr<ThreadRecord> made) {
-  if (!made) made = std::make_unique<ThreadRecord>(MakeRef<ThreadObject>());
-  auto* const record = made.release();
-  {
-    const std::lock_guard lock(gsListLock);
-    record->next = gsFirst;
-    if (gsFirst != nullptr) gsFirst->previous = record;
-    gsFirst = record;
-  }
-  tlsThread = record;
-  pthread_setspecific(EndKey(), record);
-  return *record;
+bool AttachThread(ThreadRecord& record) noexcept {
+  Enlist(record);
+  return EndKey::Get().Set(record);
+}
+
+ThreadRecord* AttachThread() noexcept {
+  return OrNoMemory<ThreadRecord*>(nullptr, []() -> ThreadRecord* {
+    auto made = std::make_unique<ThreadRecord>(MakeRef<ThreadObject>());
+    if (!EndKey::Get().Set(*made)) return NoMemory(nullptr);
+    Enlist(*made);
+    return made.release();
+  });
 }
 
 bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context) {

@@ -48,12 +48,17 @@ struct ThreadRecord {
 extern constinit thread_local ThreadRecord* tlsThread ORM_STATIC_TLS;
 extern constinit thread_local DWORD tlsLastError ORM_STATIC_TLS;
 
-// Gives the calling thread its record, which is made here for threads that the layer did not start.
-ThreadRecord& AttachThread(std::unique_ptr<ThreadRecord> made);
+// Gives the calling thread its record. False when the runtime has no memory to end it with the thread.
+bool AttachThread(ThreadRecord& record) noexcept;
+// The end of the calling thread's record.
+void EndThread(ThreadRecord& record) noexcept;
+// Makes a record for a thread that the layer did not start. Null, with the last error, without memory.
+ThreadRecord* AttachThread() noexcept;
 
-inline ThreadRecord& CurrentThread() {
+// Null, with the last error, when the thread has no record yet and there is no memory for one.
+inline ThreadRecord* CurrentThread() noexcept {
   ThreadRecord* const record = tlsThread;
-  return record != nullptr ? *record : AttachThread(nullptr);
+  return record != nullptr ? record : AttachThread();
 }
 
 bool VisitThreadRecords(bool (*visit)(ThreadRecord&, void*), void* context);

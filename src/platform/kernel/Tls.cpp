@@ -76,7 +76,9 @@ void* TlsGetValue(DWORD index) noexcept {
 BOOL TlsSetValue(DWORD index, void* value) noexcept {
   const uint32_t life = LifeOf(index);
   if (life == 0) return FALSE;
-  ThreadRecord& thread = CurrentThread();
+  ThreadRecord* const current = CurrentThread();
+  if (current == nullptr) return FALSE;
+  ThreadRecord& thread = *current;
   if (SlotOf(thread, index) == nullptr) {
     auto* const more = new (std::nothrow) TlsSlot[kTlsSlots - kTlsInlineSlots]{};
     if (more == nullptr) {

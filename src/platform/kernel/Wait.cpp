@@ -102,7 +102,9 @@ DWORD WaitHandles::Wait(std::span<const HANDLE> handles, bool all, DWORD millise
     tlsLastError = ERROR_INVALID_HANDLE;
     return WAIT_FAILED;
   }
-  WaitHandles wait;
+  ThreadRecord* const thread = CurrentThread();
+  if (thread == nullptr) return WAIT_FAILED;
+  WaitHandles wait(*thread);
   for (const HANDLE handle : handles) {
     if (!wait.Add(handle)) return WAIT_FAILED;
     // The first object may be taken by itself, and the others do not have to be pinned then.
@@ -121,11 +123,12 @@ DWORD WaitHandles::Wait(std::span<const HANDLE> handles, bool all, DWORD millise
 using namespace orm::platform;
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) noexcept {
-  ThreadRecord& thread = CurrentThread();
-  if (!IsWarm(thread, object)) return WaitForCold(thread, object, milliseconds);
-  const Acquired outcome = static_cast<OwnableMutex*>(thread.warmMutex.get())->TryOwn(thread);
-  if (outcome == Acquired::kNo) return WaitForCold(thread, object, milliseconds);
-  if (outcome >= Acquired::kOwned) thread.ownsWarmMutex = true;
+  ThreadRecord* const thread = CurrentThread();
+  if (thread == nullptr) return WAIT_FAILED;
+  if (!IsWarm(*thread, object)) return WaitForCold(*thread, object, milliseconds);
+  const Acquired outcome = static_cast<OwnableMutex*>(thread->warmMutex.get())->TryOwn(*thread);
+  if (outcome == Acquired::kNo) return WaitForCold(*thread, object, milliseconds);
+  if (outcome >= Acquired::kOwned) thread->ownsWarmMutex = true;
   return ToWaitCode({0, outcome});
 }
 

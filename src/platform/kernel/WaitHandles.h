@@ -17,7 +17,7 @@ class WaitHandles {
                     uint32_t mask = 0, bool fresh = true) noexcept;
 
  private:
-  WaitHandles() noexcept : mThread(CurrentThread()) {}
+  explicit WaitHandles(ThreadRecord& thread) noexcept : mThread(thread) {}
   ~WaitHandles();
 
   bool Add(HANDLE handle) noexcept;

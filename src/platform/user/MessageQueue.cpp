@@ -74,7 +74,9 @@ bool MessageFilter::Matches(const MSG& message) const noexcept {
 }
 
 MessageQueue& MessageQueue::Current() {
-  ThreadRecord& thread = CurrentThread();
+  ThreadRecord* const current = CurrentThread();
+  if (current == nullptr) throw std::bad_alloc();
+  ThreadRecord& thread = *current;
   if (!thread.queue) {
     auto queue = MakeRef<MessageQueue>();
     thread.endQueue = &EndQueue;

@@ -50,7 +50,7 @@ class MessageQueue final : public Waitable {
  public:
   static constexpr ObjectKind kKind = ObjectKind::kMessageQueue;
 
-  // The calling thread's queue, made at its first use.
+  // The calling thread's queue, made at its first use. Throws std::bad_alloc.
   static MessageQueue& Current();
   // Another thread's; null when there is no such thread or it has no queue.
   static Ref<MessageQueue> OfThread(DWORD threadId);

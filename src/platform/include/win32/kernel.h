@@ -3,7 +3,9 @@
 //
 // Unless a function says otherwise: any number of threads may call it at once; a BOOL result of FALSE (or a
 // null handle) means failure with the reason in GetLastError(); an unknown or closed handle is
-// ERROR_INVALID_HANDLE.
+// ERROR_INVALID_HANDLE. A call that needs memory fails with ERROR_NOT_ENOUGH_MEMORY when there is none. The
+// layer keeps a record of each thread that uses it, so that the first call of a thread may need some where
+// later ones do not: a wait, a mutex, the thread's pseudo handle, its slots.
 #pragma once
 
 #include "win32/errors.h"

@@ -150,6 +150,8 @@ ORM_PLATFORM_API BOOL PeekMessageA(MSG* message, HWND window, UINT first, UINT l
 ORM_PLATFORM_API BOOL GetMessageA(MSG* message, HWND window, UINT first, UINT last) noexcept;
 ORM_PLATFORM_API BOOL TranslateMessage(const MSG* message) noexcept;
 ORM_PLATFORM_API LRESULT DispatchMessageA(const MSG* message) noexcept;
+// Without memory for the thread's first use of its queue the process ends (std::terminate): the loop that the
+// call is to end would never learn of it.
 ORM_PLATFORM_API void PostQuitMessage(int exitCode) noexcept;
 ORM_PLATFORM_API BOOL WaitMessage() noexcept;
 // Kinds of `flags` in the queue: low word the new ones since the last look, high word all; they stop being
