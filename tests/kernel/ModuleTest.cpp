@@ -106,11 +106,20 @@ TEST(Modules, NamesOutsideAsciiAreFoundWithoutRegardToCase) {
 }
 
 TEST(Modules, ThePlatformAnswersToItsNames) {
-  for (const char* name : {"USER32.DLL", "user32.dll", "Kernel32.dll"}) {
+  const struct {
+    const char* name;
+    const char* exported;
+  } cases[] = {{"USER32.DLL", "MessageBoxA"},
+               {"user32.dll", "MessageBoxA"},
+               {"Kernel32.dll", "MessageBoxA"},
+               {"gdi32.dll", "CreateCompatibleDC"},
+               {"GDI32", "CreateCompatibleDC"}};
+  for (const auto& [name, exported] : cases) {
     const HMODULE module = LoadLibraryExA(name, nullptr, 0);
-    EXPECT_NE(nullptr, GetProcAddress(module, "MessageBoxA")) << name;
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_TRUE(FreeLibrary(module));
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_NE(nullptr, GetProcAddress(module, exported)) << name;
+      EXPECT_TRUE(FreeLibrary(module)) << name;
+    }
   }
 }
 

@@ -4,18 +4,19 @@
 // taken by path; asking for it waits for an unload that is under way, and then finds the module gone.
 #include "kernel/ModuleEntries.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "kernel/Fork.h"
+#include "kernel/Images.h"
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 
 namespace orm::platform {
@@ -32,8 +33,8 @@ using EntryRef = std::shared_ptr<const Entry>;
 
 struct Registry {
   std::mutex lock;
-  std::vector<EntryRef> entries;  // in the order of their serials
-  std::set<HINSTANCE> refused;    // images that are mapped although their attach failed
+  std::list<EntryRef> entries;  // in the order of their serials
+  std::set<HINSTANCE> refused;  // images that are mapped although their attach failed
   uint64_t lastSerial = 0;
 };
 
@@ -44,13 +45,6 @@ Registry& Entries() {
 }
 
 constinit thread_local LoadInProgress* tlsLoad ORM_STATIC_TLS = nullptr;
-
-HINSTANCE BaseOf(const void* address, std::string* path = nullptr) {
-  Dl_info info;
-  if (dladdr(address, &info) == 0 || info.dli_fbase == nullptr) return nullptr;
-  if (path != nullptr) *path = info.dli_fname;
-  return static_cast<HINSTANCE>(info.dli_fbase);
-}
 
 bool IsRegistered(uint64_t serial) {
   Registry& registry = Entries();
@@ -68,23 +62,8 @@ BOOL CallEntry(const Entry& entry, DWORD reason) noexcept {
   }
 }
 
-// Keeps an image mapped while its entry point runs; empty when it is gone already.
-class ImagePin {
- public:
-  explicit ImagePin(const std::string& path) : mHandle(dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD)) {}
-  ~ImagePin() {
-    if (mHandle != nullptr) dlclose(mHandle);
-  }
-  ImagePin(const ImagePin&) = delete;
-  ImagePin& operator=(const ImagePin&) = delete;
-  explicit operator bool() const { return mHandle != nullptr; }
-
- private:
-  void* const mHandle;
-};
-
 void CallPinned(const Entry& entry, DWORD reason) {
-  const ImagePin pin(entry.path);
+  const LoaderHandle pin(dlopen(entry.path.c_str(), RTLD_LAZY | RTLD_NOLOAD));
   // A module inside the program itself has no path that the loader knows, and never goes.
   if (!pin && BaseOf(reinterpret_cast<const void*>(entry.entry)) != entry.module) return;
   if (IsRegistered(entry.serial)) CallEntry(entry, reason);
@@ -117,14 +96,26 @@ EntryRef LastUpTo(uint64_t last) {
   return nullptr;
 }
 
-void NoteRefused(HINSTANCE module, bool isRefused) {
+// Runs process attach and takes a note of its outcome. What is needed for either is made first, since what an
+// entry point has done cannot be taken back for want of memory.
+BOOL Attach(const Dl_info& image, OrmDllMain entryPoint) {
+  const auto module = static_cast<HINSTANCE>(image.dli_fbase);
+  const auto made = std::make_shared<Entry>(Entry{module, image.dli_fname, entryPoint, 0});
+  std::list<EntryRef> entry{made};
+  std::set<HINSTANCE> refusal{module};
   Registry& registry = Entries();
+  // Not registered until attach has succeeded: until then no thread concerns it.
+  const bool isAttached = CallEntry(*made, DLL_PROCESS_ATTACH);
+  // While the loader's lock is held, so that whoever is handed the image by the loader finds the note.
   const std::lock_guard lock(registry.lock);
-  if (isRefused) {
-    registry.refused.insert(module);
-  } else {
-    registry.refused.erase(module);
+  if (!isAttached) {
+    registry.refused.merge(refusal);
+    return FALSE;
   }
+  registry.refused.erase(module);
+  made->serial = ++registry.lastSerial;
+  registry.entries.splice(registry.entries.end(), entry);
+  return TRUE;
 }
 
 }  // namespace
@@ -171,35 +162,24 @@ bool IsRefused(HMODULE module) noexcept {
 using namespace orm::platform;
 
 BOOL OrmAttachModule(const void* addressInModule, OrmDllMain entry) noexcept {
-  Entry made{nullptr, {}, entry, 0};
-  made.module = BaseOf(addressInModule, &made.path);
-  if (made.module == nullptr || entry == nullptr) {
-    SetLastErrorCode(ERROR_INVALID_PARAMETER);
+  Dl_info image;
+  if (entry == nullptr || dladdr(addressInModule, &image) == 0 || image.dli_fbase == nullptr) {
+    tlsLastError = ERROR_INVALID_PARAMETER;
     return FALSE;
   }
-  // Not registered until attach has succeeded: until then no thread concerns it.
-  const bool isAttached = CallEntry(made, DLL_PROCESS_ATTACH);
-  // While the loader's lock is held, so that whoever is handed the image by the loader finds the note.
-  NoteRefused(made.module, !isAttached);
-  if (!isAttached) {
-    if (ReportAttachFailure()) return FALSE;
-    fprintf(stderr, "%s: the module's initialisation failed; the program cannot start\n", made.path.c_str());
-    _exit(1);
-  }
-  Registry& registry = Entries();
-  const std::lock_guard lock(registry.lock);
-  made.serial = ++registry.lastSerial;
-  registry.entries.push_back(std::make_shared<const Entry>(std::move(made)));
-  return TRUE;
+  if (OrNoMemory(FALSE, [&] { return Attach(image, entry); })) return TRUE;
+  if (ReportAttachFailure()) return FALSE;
+  fprintf(stderr, "%s: the module's initialisation failed; the program cannot start\n", image.dli_fname);
+  _exit(1);
 }
 
 BOOL OrmDetachModule(const void* addressInModule) noexcept {
   const HINSTANCE module = BaseOf(addressInModule);
-  NoteRefused(module, false);
   Registry& registry = Entries();
   EntryRef found;
   {
     const std::lock_guard lock(registry.lock);
+    registry.refused.erase(module);
     const auto entry = std::find_if(registry.entries.begin(), registry.entries.end(),
                                     [module](const EntryRef& one) { return one->module == module; });
     if (entry == registry.entries.end()) return FALSE;

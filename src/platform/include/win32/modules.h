@@ -59,7 +59,8 @@ ORM_PLATFORM_API UINT SetErrorMode(UINT mode) noexcept;
 // hears of every thread that CreateThread starts and of the end of every thread that used the layer. When
 // process attach returns FALSE (or throws) the module is not registered and the function returns FALSE; a
 // LoadLibraryExA in progress on this thread then fails with ERROR_DLL_INIT_FAILED, and outside of one the
-// process ends with a message, as a program that cannot be started.
+// process ends with a message, as a program that cannot be started. It is the same without memory for the
+// registration (ERROR_NOT_ENOUGH_MEMORY), in which case the entry point is not called at all.
 ORM_PLATFORM_API BOOL OrmAttachModule(const void* addressInModule, OrmDllMain entry) noexcept;
 // The counterpart, called by the module's last termination step: runs process detach and forgets the module.
 // FALSE when the module is not registered (its attach failed).
