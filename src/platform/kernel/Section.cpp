@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <map>
@@ -40,10 +41,17 @@ constexpr uint64_t kGranularity = 0x10000;
 constexpr uint64_t kLargest = uint64_t{1} << 46;
 static_assert(kRecordOffset + sizeof(SectionRecord) <= kDataOffset);
 
-// Space is claimed now: a page that cannot be stored later would end the process.
+// Space is claimed now: a page that cannot be stored later would end the process. In steps, since a signal
+// makes the system give back what it has claimed in one.
 DWORD Grow(int descriptor, uint64_t size) {
-  const int code = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
-  return code == 0 ? ERROR_SUCCESS : ErrorFromErrno(code);
+  constexpr uint64_t kStep = uint64_t{1} << 20;
+  for (uint64_t offset = 0; offset < size;) {
+    const uint64_t step = std::min(size - offset, kStep);
+    const int code = posix_fallocate(descriptor, static_cast<off_t>(offset), static_cast<off_t>(step));
+    if (code != 0 && code != EINTR) return ErrorFromErrno(code);
+    if (code == 0) offset += step;
+  }
+  return ERROR_SUCCESS;
 }
 
 // Where the file lies; empty when that is not known.
