@@ -10,6 +10,7 @@
 
 #include "kernel/Handle.h"
 #include "support/Child.h"
+#include "support/FailingNew.h"
 #include "win32/debugwatch.h"
 #include "win32/modules.h"
 #include "win32/user.h"
@@ -180,6 +181,42 @@ TEST_F(Windows, AreCreatedPaintedAndDestroyedInOrder) {
   EXPECT_FALSE(GetMessageA(&message, nullptr, 0, 0)) << "a destroyed window's messages go with it";
   EXPECT_FALSE(PostMessageA(window, WM_APP, 0, 0));
   EXPECT_EQ(ERROR_INVALID_WINDOW_HANDLE, GetLastError());
+}
+
+// With its children, whatever they do when they go: here, one makes another one.
+TEST_F(Windows, AreDestroyedWithoutMemory) {
+  static HWND parent = nullptr;
+  static int made, gone;
+  made = gone = 0;
+  WNDCLASSA windowClass{};
+  windowClass.lpfnWndProc = [](HWND window, UINT message, WPARAM first, LPARAM second) -> LRESULT {
+    made += message == WM_CREATE;
+    gone += message == WM_NCDESTROY;
+    if (message == WM_DESTROY && window != parent && made == 3) {
+      CreateWindowExA(0, "short-lived", "", 0, 0, 0, 1, 1, parent, nullptr, nullptr, nullptr);
+    }
+    return DefWindowProcA(window, message, first, second);
+  };
+  windowClass.lpszClassName = "short-lived";
+  RegisterClassA(&windowClass);
+  const auto make = [] {
+    return CreateWindowExA(0, "short-lived", "", 0, 0, 0, 1, 1, parent, nullptr, nullptr, nullptr);
+  };
+  parent = nullptr;
+  parent = make();
+  make();
+  make();
+  EXPECT_TRUE(DestroyWindow(parent));
+  EXPECT_EQ(4, gone);
+  made = 4;
+  parent = nullptr;
+  parent = make();
+  make();
+  {
+    const test::FailingNew failing(1);
+    EXPECT_TRUE(DestroyWindow(parent));
+  }
+  EXPECT_EQ(6, gone);
 }
 
 // What a window has to paint and what its queue says of that never part, whoever was first.
@@ -369,15 +406,23 @@ TEST(MessageBox, AsksOnTheTerminal) {
   }
 }
 
+// Also in children that are made while another thread has its turn.
 TEST(MessageBox, FailsWithoutATerminal) {
-  const pid_t child = fork();
-  if (child == 0) {
+  const auto ask = [] { return MessageBoxA(nullptr, "text", "caption", MB_ABORTRETRYIGNORE); };
+  test::Child child = test::Child::Forked([&] {
     setsid();
-    _exit(MessageBoxA(nullptr, "text", "caption", MB_ABORTRETRYIGNORE));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(0, status);
+    std::atomic<bool> ends{false};
+    std::thread other([&] {
+      while (!ends) ask();
+    });
+    const bool succeeded = test::ForkSome(100, [&] {
+      if (ask() != 0) _exit(1);
+    });
+    ends = true;
+    other.join();
+    return succeeded ? ask() : 1;
+  });
+  EXPECT_EQ(0, child.Finish().status);
 }
 
 // Whatever the other threads are sending or asking at a fork, the child can do it too. Somebody has to read

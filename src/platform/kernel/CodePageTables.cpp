@@ -241,8 +241,14 @@ void FillWestern(CodePage& page) {
   }
 }
 
-// Unicode's case tables as the C library has them, made on first use and kept. Without the locale, the C
-// library's plain one knows the ASCII letters alone.
+std::uint32_t MapCase(std::uint32_t character, wint_t (*map)(wint_t, locale_t)) {
+  const std::uint32_t mapped = map(character, UnicodeLocale());
+  return (mapped < 0x80) == (character < 0x80) ? mapped : character;
+}
+
+}  // namespace
+
+// Without Unicode's one, the C library's plain locale knows the ASCII letters alone.
 locale_t UnicodeLocale() {
   static constinit std::atomic<locale_t> kept{nullptr};
   locale_t known = kept.load(std::memory_order_acquire);
@@ -253,13 +259,6 @@ locale_t UnicodeLocale() {
   freelocale(made);
   return known;
 }
-
-std::uint32_t MapCase(std::uint32_t character, wint_t (*map)(wint_t, locale_t)) {
-  const std::uint32_t mapped = map(character, UnicodeLocale());
-  return (mapped < 0x80) == (character < 0x80) ? mapped : character;
-}
-
-}  // namespace
 
 void WideTable::Set(std::size_t unit, std::uint16_t value) {
   auto& row = mRows[unit >> 8];

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kernel/CodePage.h"
+#include "kernel/CodePageTables.h"
 #include "kernel/Errno.h"
 #include "kernel/FolderReader.h"
 #include "kernel/Machine.h"
@@ -135,10 +136,8 @@ char32_t NextCharacter(std::string_view* text) {
 
 char32_t Lower(char32_t code) {
   if (code < 0x80) return code >= 'A' && code <= 'Z' ? code + 32 : code;
-  // The C library's own table of Unicode's simple mappings, whatever the program's locale is.
-  static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  if (unicode == nullptr || code >= 0x110000) return code;
-  return static_cast<char32_t>(towlower_l(static_cast<wint_t>(code), unicode));
+  if (code >= 0x110000) return code;
+  return static_cast<char32_t>(towlower_l(static_cast<wint_t>(code), UnicodeLocale()));
 }
 
 }  // namespace

@@ -15,13 +15,11 @@ namespace {
 constexpr int64_t kLongestNanoseconds = 20'000;
 constexpr int kLooksBetweenClocks = 16;
 
-bool HasSeveralProcessors() noexcept {
-  static const bool has = [] {
-    cpu_set_t processors;
-    return sched_getaffinity(0, sizeof processors, &processors) == 0 && CPU_COUNT(&processors) > 1;
-  }();
-  return has;
-}
+// Found out when the library is loaded: at the first use, a fork could find another thread at it.
+const bool gsHasSeveralProcessors = []() noexcept {
+  cpu_set_t processors;
+  return sched_getaffinity(0, sizeof processors, &processors) == 0 && CPU_COUNT(&processors) > 1;
+}();
 
 int64_t NowNanoseconds() noexcept {
   timespec now;
@@ -34,7 +32,7 @@ int64_t NowNanoseconds() noexcept {
 bool SpinHabit::Look(const Waiter& waiter) noexcept {
   bool hasEnded = false;
   bool wasWorthIt = false;
-  if (HasSeveralProcessors()) {
+  if (gsHasSeveralProcessors) {
     const int64_t end = NowNanoseconds() + kLongestNanoseconds;
     do {
       for (int i = 0; i < kLooksBetweenClocks && !hasEnded; ++i) {

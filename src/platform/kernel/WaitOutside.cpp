@@ -24,10 +24,12 @@ constexpr DWORD kSliceMilliseconds = 2;
 constexpr DWORD kLongestSharedSleep = 100;
 constexpr size_t kMaximumNodes = MAXIMUM_WAIT_OBJECTS + 1;
 
+// Found out when the library is loaded: at the first use, a fork could find another thread at it.
+const bool gsKnowsFutexWaitv = syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) < 0 && errno != ENOSYS;
+
 // ORM_WAIT_FALLBACK in the environment behaves like a kernel without the call, for tests.
 bool HasFutexWaitv() noexcept {
-  static const bool has = syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) < 0 && errno != ENOSYS;
-  return has && getenv("ORM_WAIT_FALLBACK") == nullptr;
+  return gsKnowsFutexWaitv && getenv("ORM_WAIT_FALLBACK") == nullptr;
 }
 
 // The earlier of the deadline and one slice from now.

@@ -1,10 +1,10 @@
 // The message box, asked on the controlling terminal: the caption, the text, the answers that the style
 // offers. Without a terminal it fails, and the caller decides.
 #include <fcntl.h>
+#include <pthread.h>
 #include <strings.h>
 #include <unistd.h>
 
-#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -84,6 +84,22 @@ class Terminal {
   const int mDescriptor;
 };
 
+// One question at a time, whichever threads ask.
+constinit CRITICAL_SECTION gsAsking{};
+
+class Turn {
+ public:
+  Turn() { EnterCriticalSection(&gsAsking); }
+  ~Turn() { LeaveCriticalSection(&gsAsking); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+};
+
+// Nobody asks in a child made by fork. A fork does not wait for its turn, which may be as far away as
+// somebody who has gone home.
+[[maybe_unused]] const int gsForkHandler =
+    pthread_atfork(nullptr, nullptr, [] { InitializeCriticalSection(&gsAsking); });
+
 // What comes from a program must not drive the terminal: control characters other than line feeds are shown
 // as '?'.
 std::string Printable(const char* text) {
@@ -128,9 +144,7 @@ using namespace orm::platform;
 
 int MessageBoxA(HWND, const char* text, const char* caption, UINT style) noexcept {
   return OrNoMemory<int>(0, [&]() -> int {
-    // One question at a time, whichever threads ask.
-    static constinit std::mutex asking;
-    const std::lock_guard lock(asking);
+    const Turn turn;
     const Terminal terminal;
     const int answer = terminal.CanAsk() ? Ask(terminal, text, caption, style) : 0;
     if (answer == 0) tlsLastError = ERROR_GEN_FAILURE;

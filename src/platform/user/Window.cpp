@@ -1,15 +1,13 @@
 // The window classes and the window table, and the calls on windows.
 #include "user/Window.h"
-#include "kernel/NoMemory.h"
 
 #include <strings.h>
-#include <unistd.h>
+
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <mutex>
-#include <vector>
 
+#include "kernel/NoMemory.h"
 #include "kernel/ThreadRecord.h"
 #include "user/MessageQueue.h"
 
@@ -116,14 +114,15 @@ void Forget(const Window& window) {
   UpdatePaintState(window.threadId);
 }
 
-std::vector<HWND> ChildrenOf(HWND parent) {
+// The first child that was created after that one; null when there is none. To destroy a window needs no
+// memory, and procedures that are called meanwhile may make and destroy others.
+HWND NextChild(HWND parent, HWND last) {
   Tables& tables = Get();
   const std::lock_guard lock(tables.lock);
-  std::vector<HWND> children;
-  for (const auto& [handle, window] : tables.windows) {
-    if (window.parent == parent) children.push_back(handle);
+  for (auto entry = tables.windows.upper_bound(last); entry != tables.windows.end(); ++entry) {
+    if (entry->second.parent == parent) return entry->first;
   }
-  return children;
+  return nullptr;
 }
 
 void Destroy(const Window& window) {
@@ -131,7 +130,7 @@ void Destroy(const Window& window) {
   if (!WithWindow(window.handle, [&](Window& entry) { dying = std::exchange(entry.dying, true); }) || dying)
     return;
   window.procedure(window.handle, WM_DESTROY, 0, 0);
-  for (const HWND child : ChildrenOf(window.handle)) DestroyWindow(child);
+  for (HWND child = nullptr; (child = NextChild(window.handle, child)) != nullptr;) DestroyWindow(child);
   window.procedure(window.handle, WM_NCDESTROY, 0, 0);
   Forget(window);
 }
