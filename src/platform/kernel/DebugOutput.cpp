@@ -76,7 +76,10 @@ class Output {
       message.msg_namelen = sizeof(address);
       message.msg_iov = parts;
       message.msg_iovlen = 2;
-      if (sendmsg(descriptor, &message, MSG_NOSIGNAL) < 0) {
+      ssize_t sent;
+      while ((sent = sendmsg(descriptor, &message, MSG_NOSIGNAL)) < 0 && errno == EINTR) {
+      }
+      if (sent < 0) {
         if (errno == ECONNREFUSED || errno == ENOENT) Forget(slot);
         return;
       }
@@ -91,9 +94,9 @@ class Output {
     if (WatcherTable* const table = mTable.load(std::memory_order_relaxed)) return table;
     const DWORD now = GetTickCount();
     if (mTried && now - mLastTry < kRetryMilliseconds) return nullptr;
+    WatcherTable* const table = MapTable();
     mTried = true;
     mLastTry = now;
-    WatcherTable* const table = MapTable();
     mTable.store(table, std::memory_order_release);
     return table;
   }
@@ -144,6 +147,15 @@ class Output {
   int mFolder = -1;
   int mSocket = -1;
 };
+
+void SendToAll(const char* text) {
+  Output& output = Output::Get();
+  const WatcherTable* const table = output.Table();
+  if (table == nullptr) return;
+  for (int slot = 0; slot < kSlots; ++slot) {
+    if (table->processes[slot].load(std::memory_order_relaxed) != 0) output.Send(slot, text, strlen(text));
+  }
+}
 
 bool ClaimSlot(WatcherTable& table, int slot) {
   const auto self = static_cast<uint32_t>(getpid());
@@ -216,11 +228,10 @@ using namespace orm::platform;
 void OutputDebugStringA(const char* text) noexcept {
   if (text == nullptr) return;
   const int savedErrno = errno;
-  Output& output = Output::Get();
-  if (const WatcherTable* const table = output.Table()) {
-    for (int slot = 0; slot < kSlots; ++slot) {
-      if (table->processes[slot].load(std::memory_order_relaxed) != 0) output.Send(slot, text, strlen(text));
-    }
+  try {
+    SendToAll(text);
+  } catch (const std::bad_alloc&) {
+    // The first text needs memory to find the table; without it the text is dropped, as without a watcher.
   }
   errno = savedErrno;
 }
