@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <cstdlib>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -38,6 +39,8 @@ struct Zone {
   const char* autumn;   // 2004-09-15 12:30:00 UTC
   const char* minutes;  // of 12:30 local time before 12:30 UTC
 };
+
+void PrintTo(const Zone& zone, std::ostream* out) { *out << zone.tz; }
 
 class ZoneTest : public testing::TestWithParam<Zone> {};
 
