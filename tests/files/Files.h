@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string>
 
+#include "support/Forked.h"
 #include "win32.h"
 #include "win32/kernel.h"
 
@@ -64,12 +65,6 @@ class Opened {
   DWORD error;
 };
 
-inline int InChild(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(body());
-  int status = 0;
-  if (waitpid(child, &status, 0) != child) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
+using test::InChild;
 
 }  // namespace filestest

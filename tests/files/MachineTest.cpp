@@ -80,26 +80,21 @@ TEST(Machine, MadeByManyAtOnceIsOneMachine) {
     ASSERT_EQ(pipe(gate), 0);
     pid_t children[6];
     for (pid_t& child : children) {
-      child = fork();
-      if (child == 0) {
+      child = test::StartForked([&] {
         char c;
         close(gate[1]);
         [[maybe_unused]] const auto opened = read(gate[0], &c, 1);
         setenv("ORM_MACHINE", folder.c_str(), 1);
         HKEY key = nullptr;
-        _exit(MachineFolder() == folder && RegCreateKeyExA(HKEY_CURRENT_USER, "K", 0, nullptr, 0,
-                                                           KEY_ALL_ACCESS, nullptr, &key, nullptr) == 0
-                  ? 0
-                  : 1);
-      }
+        return MachineFolder() == folder && RegCreateKeyExA(HKEY_CURRENT_USER, "K", 0, nullptr, 0,
+                                                            KEY_ALL_ACCESS, nullptr, &key, nullptr) == 0
+                   ? 0
+                   : 1;
+      });
     }
     close(gate[0]);
     close(gate[1]);
-    for (const pid_t child : children) {
-      int status = -1;
-      waitpid(child, &status, 0);
-      ASSERT_EQ(status, 0) << "round " << round;
-    }
+    for (const pid_t child : children) ASSERT_EQ(test::WaitFor(child), 0) << "round " << round;
   }
 }
 

@@ -133,10 +133,7 @@ TEST(Frame, MisuseOfTheTracingIsAsserted) {
   const std::string log = "misuse.log";
   TraceInto(log);
   // The library's own facility is configured by now: a child sees the new configuration.
-  EXPECT_EQ(RunProgram({"/proc/self/exe", "--gtest_filter=Frame.DISABLED_MisusesTheTracing",
-                        "--gtest_also_run_disabled_tests"})
-                .status,
-            0);
+  EXPECT_EQ(RunCase("Frame.DISABLED_MisusesTheTracing"), 0);
   EXPECT_EQ(ReadLog(log), (std::vector<std::string>{
                               "assert|e|Module|308|*** Assertion failure: gsTracedObjects.mMap.find(pObj) == "
                               "gsTracedObjects.mMap.end()",

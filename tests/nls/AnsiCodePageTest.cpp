@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "Child.h"
+#include "support/Child.h"
 #include "support/ScarceMemory.h"
 #include "win32.h"
 
@@ -37,7 +37,9 @@ TEST(AnsiCodePage, ComesFromTheRegistryOfTheMachine) {
               {"950", REG_BINARY, "1252"}};
   for (const auto& row : rows) {
     WriteAnsiCodePage(row.value, row.type);
-    EXPECT_EQ(nls_test::RunCase("AnsiCodePage.DISABLED_IsWhatTheParentExpects", "ORM_TEST_PAGE", row.page), 0)
+    EXPECT_EQ(test::RunCase("AnsiCodePage.DISABLED_IsWhatTheParentExpects",
+                            std::string("ORM_TEST_PAGE=") + row.page),
+              0)
         << row.value;
   }
   EXPECT_EQ(GetACP(), 1252u);  // this process asked before
@@ -59,8 +61,8 @@ TEST(AnsiCodePage, WantOfMemoryIsForgotten) {
   WriteAnsiCodePage("932");
   int status = 0, allocation = 0;
   for (; status == 0; ++allocation) {
-    status = nls_test::RunCase("AnsiCodePage.DISABLED_IsAskedForAgainAfterWantOfMemory",
-                               "ORM_TEST_ALLOCATION", std::to_string(allocation));
+    status = test::RunCase("AnsiCodePage.DISABLED_IsAskedForAgainAfterWantOfMemory",
+                           "ORM_TEST_ALLOCATION=" + std::to_string(allocation));
   }
   EXPECT_EQ(status, 2) << "allocation " << allocation - 1;
   EXPECT_GT(allocation, 10);

@@ -21,7 +21,7 @@ TEST(Processes, EachWriteThatReturnedOutlivesItsKilledWriter) {
       mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   constexpr int writers = 4;
   const auto write = [&](int id) {
-    return Start([&, id]() -> int {
+    return StartForked([&, id]() -> int {
       for (DWORD i = done[id] + 1;; ++i) {
         if (SetNumber(key, "writer" + std::to_string(id), i) != 0) return 1;
         if (SetBytes(key, "pad" + std::to_string(id), REG_BINARY, std::string(i % 9000, 'p')) != 0) return 2;
@@ -40,7 +40,7 @@ TEST(Processes, EachWriteThatReturnedOutlivesItsKilledWriter) {
       std::this_thread::yield();
     }
     kill(children[victim], SIGKILL);
-    ASSERT_EQ(Wait(children[victim]), 1000 + SIGKILL);
+    ASSERT_EQ(WaitFor(children[victim]), 128 + SIGKILL);
     const DWORD stored = GetNumber(key, "writer" + std::to_string(victim));
     ASSERT_TRUE(stored == done[victim] || stored == done[victim] + 1) << stored << ' ' << done[victim];
     if (stored == done[victim] + 1) done[victim] = stored;
@@ -48,7 +48,7 @@ TEST(Processes, EachWriteThatReturnedOutlivesItsKilledWriter) {
   }
   for (const pid_t child : children) {
     kill(child, SIGKILL);
-    Wait(child);
+    WaitFor(child);
   }
   EXPECT_EQ(Faults(HKEY_CURRENT_USER), "");
   EXPECT_EQ(SetNumber(key, "after", 1), 0) << "nobody is locked out";
@@ -84,7 +84,7 @@ TEST(Processes, OpenAStoreThatGrowsMeanwhile) {
   int ready[2], stop[2];
   ASSERT_EQ(pipe(ready), 0);
   ASSERT_EQ(pipe2(stop, O_NONBLOCK), 0);
-  const pid_t writer = Start([&]() -> int {
+  const pid_t writer = StartForked([&]() -> int {
     close(stop[1]);
     Key key(HKEY_CURRENT_USER, "K");
     SetNumber(key, "v", 7);
@@ -110,7 +110,7 @@ TEST(Processes, OpenAStoreThatGrowsMeanwhile) {
   }
   close(stop[0]);
   close(stop[1]);
-  EXPECT_EQ(Wait(writer), 0);
+  EXPECT_EQ(WaitFor(writer), 0);
 }
 
 TEST(Processes, ManyThreadsShareOneHandle) {
@@ -173,9 +173,7 @@ class TwoUsers : public testing::Test {
     if (geteuid() != 0) GTEST_SKIP() << "needs a second user";
     ASSERT_EQ(orm::platform::ShareMachine(), 0);
   }
-  static int AsNobody(const std::function<int()>& body) {
-    return InChild([&] { return setgid(65534) == 0 && setuid(65534) == 0 ? body() : 99; });
-  }
+  static int AsNobody(const std::function<int()>& body) { return InChildAs(65534, body); }
 };
 
 TEST_F(TwoUsers, ShareTheMachineAsItsOwnerAllows) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Forked.h"
 #include "win32.h"
 #include "win32/registryx.h"
 
@@ -92,22 +93,10 @@ inline std::vector<std::string> SubKeyNames(HKEY key) {
   }
 }
 
-// A child that runs `body` and ends with what it returns; assertions in it would go unseen.
-inline pid_t Start(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(body());
-  return child;
-}
-
-inline int Wait(pid_t child) {
-  int status = 0;
-  if (waitpid(child, &status, 0) != child) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
-inline int InChild(const std::function<int()>& body) {
-  return Wait(Start(body));
-}
+using test::InChild;
+using test::InChildAs;
+using test::StartForked;
+using test::WaitFor;
 
 inline SECURITY_ATTRIBUTES* NullAccessList() {
   static SECURITY_DESCRIPTOR descriptor{1, 0, SE_DACL_PRESENT, nullptr, nullptr, nullptr, nullptr};

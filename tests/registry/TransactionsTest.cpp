@@ -90,7 +90,7 @@ TEST(Transactions, OfOthersDoNotHoldUpAFork) {
   int ready[2], end[2];
   ASSERT_EQ(pipe(ready), 0);
   ASSERT_EQ(pipe(end), 0);
-  const pid_t other = Start([&]() -> int {
+  const pid_t other = StartForked([&]() -> int {
     close(end[1]);
     char c = 0;
     if (OrmRegBeginTransaction(HKEY_LOCAL_MACHINE, 0) != 0 || write(ready[1], "r", 1) != 1) return 1;
@@ -117,7 +117,7 @@ TEST(Transactions, OfOthersDoNotHoldUpAFork) {
               }),
               0);
   }
-  const pid_t writer = Start([&] {
+  const pid_t writer = StartForked([&] {
     close(end[1]);
     return SetNumber(user, "child", 4) == 0 && SetNumber(machine, "child", 4) == 0 ? 0 : 1;
   });
@@ -125,8 +125,8 @@ TEST(Transactions, OfOthersDoNotHoldUpAFork) {
   close(end[1]);
   batch.join();
   waiting.join();
-  EXPECT_EQ(Wait(writer), 0);
-  EXPECT_EQ(Wait(other), 0);
+  EXPECT_EQ(WaitFor(writer), 0);
+  EXPECT_EQ(WaitFor(other), 0);
   EXPECT_EQ(GetNumber(user, "a"), 3u);
   EXPECT_EQ(GetNumber(user, "child"), 4u);
   EXPECT_EQ(GetNumber(machine, "waited"), 2u);

@@ -213,7 +213,7 @@ TEST(Values, TheStoreGrowsUnderItsReaders) {
   ASSERT_EQ(SetNumber(key, "count", 0), 0);
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  const pid_t reader = Start([&]() -> int {
+  const pid_t reader = StartForked([&]() -> int {
     close(ready[1]);
     char c = 0;
     for (DWORD seen = 0; read(ready[0], &c, 1) == 1; ++seen) {
@@ -230,7 +230,7 @@ TEST(Values, TheStoreGrowsUnderItsReaders) {
     ASSERT_EQ(write(ready[1], &c, 1), 1);
   }
   close(ready[1]);
-  EXPECT_EQ(Wait(reader), 0);
+  EXPECT_EQ(WaitFor(reader), 0);
   std::string large;
   ASSERT_EQ(SetBytes(key, "huge", REG_BINARY, std::string(100 << 20, 'h')), 0);
   ASSERT_EQ(GetBytes(key, "huge", &large), 0);

@@ -24,6 +24,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using test::InChildAs;
+
 constexpr uid_t FIRST = 65533, SECOND = 65534;
 
 // A null access list.
@@ -33,15 +35,6 @@ SECURITY_ATTRIBUTES* OpenToAll() {
   InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
   SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE);
   return &attributes;
-}
-
-// What the body returns in a child process of that user.
-int As(uid_t user, const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(setgid(user) == 0 && setuid(user) == 0 ? body() : 99);
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 class Users : public testing::Test {
@@ -115,7 +108,7 @@ TEST_F(Users, ThereIsNoWayIntoAPrivateMachine) {
     ++count;
   }
   EXPECT_GT(count, 15u);
-  EXPECT_EQ(As(FIRST, [this] { return access(Temp("open.log").c_str(), F_OK) == 0 ? 1 : 0; }), 0);
+  EXPECT_EQ(InChildAs(FIRST, [this] { return access(Temp("open.log").c_str(), F_OK) == 0 ? 1 : 0; }), 0);
 }
 
 TEST_F(SharedMachine, SettingsAreTheOwners) {
@@ -124,46 +117,49 @@ TEST_F(SharedMachine, SettingsAreTheOwners) {
     for (const char* path :
          {"Software\\Brightwell\\LibPaths", "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage",
           "Software\\Present\\Below", "New"}) {
-      EXPECT_EQ(As(FIRST, [&] { return static_cast<int>(CreateKey(HKEY_LOCAL_MACHINE, path, attributes)); }),
-                5)
+      EXPECT_EQ(
+          InChildAs(FIRST, [&] { return static_cast<int>(CreateKey(HKEY_LOCAL_MACHINE, path, attributes)); }),
+          5)
           << path;
     }
   }
 }
 
 TEST_F(SharedMachine, AHiveIsItsUsers) {
-  ASSERT_EQ(As(FIRST, [] { return static_cast<int>(CreateKey(HKEY_CURRENT_USER, "Own")); }), 0);
-  EXPECT_EQ(As(SECOND,
-               [this] {
-                 const std::string folder = At("registry/user-" + std::to_string(FIRST));
-                 return access((folder + "/data.mdb").c_str(), F_OK) != 0 &&
-                                rename(folder.c_str(), At("x").c_str()) != 0
-                            ? 0
-                            : 1;
-               }),
+  ASSERT_EQ(InChildAs(FIRST, [] { return static_cast<int>(CreateKey(HKEY_CURRENT_USER, "Own")); }), 0);
+  EXPECT_EQ(InChildAs(SECOND,
+                      [this] {
+                        const std::string folder = At("registry/user-" + std::to_string(FIRST));
+                        return access((folder + "/data.mdb").c_str(), F_OK) != 0 &&
+                                       rename(folder.c_str(), At("x").c_str()) != 0
+                                   ? 0
+                                   : 1;
+                      }),
             0);
   // Made by the other one before he comes.
   EXPECT_EQ(
-      As(FIRST,
-         [this] { return mkdir(At("registry/user-" + std::to_string(SECOND)).c_str(), 0777) == 0 ? 0 : 1; }),
+      InChildAs(
+          FIRST,
+          [this] { return mkdir(At("registry/user-" + std::to_string(SECOND)).c_str(), 0777) == 0 ? 0 : 1; }),
       0);
-  EXPECT_EQ(As(SECOND, [] { return static_cast<int>(CreateKey(HKEY_CURRENT_USER, "Own")); }), 5);
+  EXPECT_EQ(InChildAs(SECOND, [] { return static_cast<int>(CreateKey(HKEY_CURRENT_USER, "Own")); }), 5);
 }
 
 TEST_F(SharedMachine, NothingIsPlantedAmongDrivesAndLibraries) {
-  EXPECT_EQ(As(FIRST,
-               [this] {
-                 if (symlink("/tmp", At("drives/x:").c_str()) == 0) return 1;
-                 if (rename(At("drives/c:").c_str(), At("drives/d:").c_str()) == 0) return 2;
-                 for (const char* folder : {"", "drives/drive_c/", "drives/drive_c/Windows/",
-                                            "drives/drive_c/Windows/System32/", "registry/machine/"}) {
-                   const std::string file = At(folder + std::string("planted.dll"));
-                   if (open(file.c_str(), O_CREAT | O_WRONLY, 0666) >= 0 || mkdir(file.c_str(), 0777) == 0)
-                     return 3;
-                 }
-                 return 0;
-               }),
-            0);
+  EXPECT_EQ(
+      InChildAs(FIRST,
+                [this] {
+                  if (symlink("/tmp", At("drives/x:").c_str()) == 0) return 1;
+                  if (rename(At("drives/c:").c_str(), At("drives/d:").c_str()) == 0) return 2;
+                  for (const char* folder : {"", "drives/drive_c/", "drives/drive_c/Windows/",
+                                             "drives/drive_c/Windows/System32/", "registry/machine/"}) {
+                    const std::string file = At(folder + std::string("planted.dll"));
+                    if (open(file.c_str(), O_CREAT | O_WRONLY, 0666) >= 0 || mkdir(file.c_str(), 0777) == 0)
+                      return 3;
+                  }
+                  return 0;
+                }),
+      0);
 }
 
 TEST_F(SharedMachine, LogsLeadToNobodysOwnFiles) {
@@ -188,7 +184,7 @@ TEST_F(SharedMachine, LogsLeadToNobodysOwnFiles) {
               {"C:\\Windows\\Temp\\open", 0},
               {"C:\\Windows\\Temp\\new", 0}};
   for (const auto& row : rows) {
-    EXPECT_EQ(As(FIRST, [&] { return static_cast<int>(OpenLog(row.name)); }), row.error) << row.name;
+    EXPECT_EQ(InChildAs(FIRST, [&] { return static_cast<int>(OpenLog(row.name)); }), row.error) << row.name;
   }
   EXPECT_EQ(Get(At("home/settings")), "precious");
   EXPECT_FALSE(fs::exists(At("home/new")));
@@ -196,13 +192,13 @@ TEST_F(SharedMachine, LogsLeadToNobodysOwnFiles) {
 
 TEST_F(SharedMachine, FilesInTheTemporaryFolderStay) {
   Put(Temp("file"), FIRST, 0666);
-  EXPECT_EQ(As(SECOND,
-               [this] {
-                 return unlink(Temp("file").c_str()) != 0 &&
-                                rename(Temp("file").c_str(), Temp("x").c_str()) != 0
-                            ? 0
-                            : 1;
-               }),
+  EXPECT_EQ(InChildAs(SECOND,
+                      [this] {
+                        return unlink(Temp("file").c_str()) != 0 &&
+                                       rename(Temp("file").c_str(), Temp("x").c_str()) != 0
+                                   ? 0
+                                   : 1;
+                      }),
             0);
 }
 
@@ -231,12 +227,13 @@ TEST_F(SharedMachine, AShortSectionIsRefused) {
   const HANDLE section =
       CreateFileMappingA(INVALID_HANDLE_VALUE, OpenToAll(), PAGE_READWRITE, 0, 65536, "cut");
   ASSERT_NE(section, nullptr);
-  EXPECT_EQ(As(FIRST, [this] { return truncate(At("named/n-cut").c_str(), 9000); }), 0) << "that he can";
-  EXPECT_EQ(As(SECOND,
-               [] {
-                 const HANDLE opened = OpenFileMappingA(FILE_MAP_READ, FALSE, "cut");
-                 return opened == nullptr ? static_cast<int>(GetLastError()) : 0;
-               }),
+  EXPECT_EQ(InChildAs(FIRST, [this] { return truncate(At("named/n-cut").c_str(), 9000); }), 0)
+      << "that he can";
+  EXPECT_EQ(InChildAs(SECOND,
+                      [] {
+                        const HANDLE opened = OpenFileMappingA(FILE_MAP_READ, FALSE, "cut");
+                        return opened == nullptr ? static_cast<int>(GetLastError()) : 0;
+                      }),
             static_cast<int>(ERROR_INVALID_DATA));
 }
 
@@ -275,12 +272,12 @@ TEST_F(SharedMachine, ASectionLeadsToNobodysOwnFile) {
       return pwrite(record, &lie, sizeof lie, 64 + 8) == static_cast<ssize_t>(sizeof lie) ? 0 : 2;
     };
     // Root finds out the inode that the first user may not see.
-    ASSERT_EQ(As(row.path == At("home/writable") ? 0 : FIRST, attack), 0) << "that he can";
-    EXPECT_EQ(As(SECOND,
-                 [] {
-                   const HANDLE opened = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, "led");
-                   return opened == nullptr ? static_cast<int>(GetLastError()) : 0;
-                 }),
+    ASSERT_EQ(InChildAs(row.path == At("home/writable") ? 0 : FIRST, attack), 0) << "that he can";
+    EXPECT_EQ(InChildAs(SECOND,
+                        [] {
+                          const HANDLE opened = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, "led");
+                          return opened == nullptr ? static_cast<int>(GetLastError()) : 0;
+                        }),
               static_cast<int>(row.error))
         << row.path;
   }
@@ -290,8 +287,8 @@ TEST_F(SharedMachine, ASectionLeadsToNobodysOwnFile) {
 
 TEST_F(SharedMachine, OnlyTheOwnerWatches) {
   const auto watches = [] { return orm::platform::DebugWatch().IsOpen() ? 1 : 0; };
-  EXPECT_EQ(As(0, watches), 1);
-  EXPECT_EQ(As(FIRST, watches), 0);
+  EXPECT_EQ(InChildAs(0, watches), 1);
+  EXPECT_EQ(InChildAs(FIRST, watches), 0);
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/Forked.h"
+
 namespace test {
 
 struct ChildResult {
@@ -88,7 +90,7 @@ class Child {
       dup2(in[0], 0);
       dup2(out[1], 1);
       for (const int fd : {in[0], in[1], out[0], out[1]}) close(fd);
-      _exit(body());
+      EndForked(body());
     }
     close(in[0]);
     close(out[1]);
@@ -101,34 +103,30 @@ class Child {
   int mOut = -1;
 };
 
-// Forks so many children, one after the other, that do what `body` says and end; false when one of them does
-// not come to its end.
-template <class Body>
-bool ForkSome(int count, Body body) {
-  for (int i = 0; i < count; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(30);  // whoever waits as long waits for ever
-      body();
-      _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    if (status != 0) return false;
-  }
-  return true;
-}
-
 inline ChildResult RunProgram(const std::vector<std::string>& command) {
   return Child(command).Finish();
 }
 
+// The path of this program; under valgrind the link itself would start valgrind.
+inline std::string Self() {
+  char path[4096];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  return std::string(path, static_cast<size_t>(length < 0 ? 0 : length));
+}
+
 // The path of a program that lies beside this one.
 inline std::string Sibling(const std::string& name) {
-  char path[4096];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-  const std::string self(path, static_cast<size_t>(length < 0 ? 0 : length));
+  const std::string self = Self();
   return self.substr(0, self.rfind('/') + 1) + name;
+}
+
+// The exit code of a disabled case of this program, run in a process of its own in which the environment has
+// that setting, NAME=VALUE, too.
+inline int RunCase(const std::string& name, const std::string& setting = {}) {
+  std::vector<std::string> command{"/usr/bin/env", Self(), "--gtest_filter=" + name,
+                                   "--gtest_also_run_disabled_tests", "--gtest_brief=1"};
+  if (!setting.empty()) command.insert(command.begin() + 1, setting);
+  return RunProgram(command).status;
 }
 
 // Whether this process is root's, who can become another user, and that user may run what was built here:
@@ -136,12 +134,7 @@ inline std::string Sibling(const std::string& name) {
 inline bool OthersMayRunPrograms() {
   if (geteuid() != 0) return false;
   const std::string folder = Sibling("");
-  const pid_t child = fork();
-  if (child == 0)
-    _exit(setgid(65534) == 0 && setuid(65534) == 0 && access(folder.c_str(), R_OK | X_OK) == 0 ? 0 : 1);
-  int status = -1;
-  waitpid(child, &status, 0);
-  return status == 0;
+  return InChildAs(65534, [&] { return access(folder.c_str(), R_OK | X_OK); }) == 0;
 }
 
 }  // namespace test

@@ -1,5 +1,8 @@
-// Which sanitizers a test is built with. Compilers tell it in two ways.
+// Which sanitizers a test is built with (compilers tell it in two ways), and whether memcheck runs it.
 #pragma once
+
+#include <cstdlib>
+#include <cstring>
 
 namespace test {
 
@@ -20,5 +23,11 @@ constexpr bool IS_THREAD_SANITIZED = false;
 #endif
 
 constexpr bool IS_SANITIZED = IS_ADDRESS_SANITIZED || IS_THREAD_SANITIZED;
+
+// Memcheck runs the programs of every build, with a library of its own in them.
+inline bool IsUnderMemcheck() {
+  const char* preloaded = std::getenv("LD_PRELOAD");
+  return preloaded != nullptr && std::strstr(preloaded, "valgrind") != nullptr;
+}
 
 }  // namespace test

@@ -41,10 +41,7 @@ TEST(Runnable, DoesNotRunBeforeItIsStarted) {
 TEST(Runnable, HasOneThreadInItsLife) {
   TraceSetSink([](void*, const char*) {}, nullptr, 'i');
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");
-  EXPECT_EQ(RunProgram({"/proc/self/exe", "--gtest_filter=Runnable.DISABLED_SecondThread",
-                        "--gtest_also_run_disabled_tests"})
-                .status,
-            0);
+  EXPECT_EQ(RunCase("Runnable.DISABLED_SecondThread"), 0);
 }
 
 TEST(Runnable, DISABLED_SecondThread) {

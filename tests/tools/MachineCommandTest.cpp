@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "RunOrm.h"
+#include "support/Forked.h"
 
 namespace orm::test {
 namespace {
@@ -35,18 +36,6 @@ TEST(MachineCommand, TellsWhereThingsAreAndWhoHoldsThem) {
 }
 
 constexpr int NOT_POSSIBLE = 77;
-
-int InChild(const std::function<int()>& body) {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(body());
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000;
-}
-
-int AsUser(uid_t user, const std::function<int()>& body) {
-  return InChild([&] { return ::setgid(user) == 0 && ::setuid(user) == 0 ? body() : 99; });
-}
 
 // What every user may do on a machine that root has made, and what only root may. Returns the number of the
 // first step that is not as it should be.
@@ -77,13 +66,13 @@ int MakeSharedMachine() {
   if (RunOrm({"machine", "init", "--shared"}).code != 0) return 20;
   ::unsetenv("ORM_MACHINE");
   for (const uid_t user : {65533u, 65534u})
-    if (const int step = AsUser(user, &UseSharedMachine)) return step;
+    if (const int step = ::test::InChildAs(user, &UseSharedMachine)) return step;
   if (nlohmann::json::parse(RunOrm({"machine", "info", "--json"}).out)["users"].size() != 3) return 21;
   return RunOrm({"reg", "query", "HKCU\\SOFTWARE\\Own"}).code == 1 ? 0 : 22;
 }
 
 TEST(MachineCommand, AllUsersShareTheMachineThatRootMakes) {
-  const int step = ::geteuid() == 0 ? InChild(&MakeSharedMachine) : NOT_POSSIBLE;
+  const int step = ::geteuid() == 0 ? ::test::InChild(&MakeSharedMachine) : NOT_POSSIBLE;
   if (step == NOT_POSSIBLE)
     GTEST_SKIP() << "needs root, a mount namespace, and a command that others may run";
   EXPECT_EQ(step, 0);
