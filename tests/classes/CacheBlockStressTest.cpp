@@ -69,7 +69,8 @@ TEST(CacheBlockStress, BehavesLikeItsModel) {
   memory.GetBlock().Initialize();
   Model model;
   Random random(41);
-  const ULONGLONG steps = std::getenv("ORM_LONG_TESTS") != nullptr ? 1'000'000 : 150'000 / COST;
+  const auto steps =
+      static_cast<ULONGLONG>(std::getenv("ORM_LONG_TESTS") != nullptr ? 1'000'000 : 150'000 / COST);
   for (ULONGLONG now = 1; now <= steps; ++now) {
     const unsigned number = random() % 400;
     const auto known = model.find(number);

@@ -1,8 +1,10 @@
 // FormatMessage: the insert language, lines and widths, system messages, and texts that mean harm.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +16,14 @@ namespace {
 using Arguments = std::vector<DWORD_PTR>;
 using Wide = std::basic_string<WCHAR>;
 
+// The arguments that are narrow text.
+std::set<DWORD_PTR>& Texts() {
+  static std::set<DWORD_PTR> texts;
+  return texts;
+}
+
 DWORD_PTR P(const char* text) {
-  return reinterpret_cast<DWORD_PTR>(text);
+  return *Texts().insert(reinterpret_cast<DWORD_PTR>(text)).first;
 }
 DWORD_PTR P(const char16_t* text) {
   return reinterpret_cast<DWORD_PTR>(text);
@@ -127,8 +135,8 @@ TEST(Message, TheWideFormAgrees) {
   ASSERT_TRUE(orm::platform::SetAnsiCodePage(1252));
   for (const Row& row : rows) {
     if (std::string(row.text).find_first_of("sScC?") != std::string::npos) continue;
-    bool hasText = false;
-    for (const DWORD_PTR argument : row.arguments) hasText = hasText || argument > 0x200000000;
+    const bool hasText = std::any_of(row.arguments.begin(), row.arguments.end(),
+                                     [](DWORD_PTR argument) { return Texts().contains(argument); });
     if (hasText || std::string(row.result).find("error") != std::string::npos) continue;
     WCHAR buffer[512];
     const Wide text = Widen(row.text);
