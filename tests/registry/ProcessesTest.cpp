@@ -155,14 +155,14 @@ TEST(Processes, MakeAndDeleteOneOpenKeyAtOnce) {
   };
   std::vector<pid_t> children;
   for (const auto& doing : doings) {
-    children.push_back(Start([&doing] {
+    children.push_back(StartForked([&doing] {
       alarm(120);  // ends those who wait for each other
       int code = 0;
       for (int i = 0; i < 400 && code == 0; ++i) code = doing();
       return code;
     }));
   }
-  for (const pid_t child : children) EXPECT_EQ(Wait(child), 0);
+  for (const pid_t child : children) EXPECT_EQ(WaitFor(child), 0);
   EXPECT_EQ(Faults(HKEY_LOCAL_MACHINE), "");
   EXPECT_EQ(make(), 0);
 }
