@@ -40,7 +40,9 @@ struct Zone {
   const char* minutes;  // of 12:30 local time before 12:30 UTC
 };
 
-void PrintTo(const Zone& zone, std::ostream* out) { *out << zone.tz; }
+void PrintTo(const Zone& zone, std::ostream* out) {
+  *out << zone.tz;
+}
 
 class ZoneTest : public testing::TestWithParam<Zone> {};
 
