@@ -68,6 +68,12 @@ TEST(DebugOutput, ReachesEveryWatcherOfTheMachine) {
   EXPECT_EQ("one is left", record.text);
   EXPECT_EQ(GetCurrentProcessId(), record.processId);
   EXPECT_FALSE(first.Read(record, 0));
+  test::Child::Forked([&first] {
+    first.~DebugWatch();
+    return 0;
+  }).Finish();
+  OutputDebugStringA("and stays, whatever a child does");
+  EXPECT_TRUE(first.Read(record, 60000));
 }
 
 }  // namespace

@@ -194,8 +194,12 @@ DebugWatch::DebugWatch() {
 DebugWatch::~DebugWatch() {
   if (mSlot < 0) return;
   Output& output = Output::Get();
-  output.Table()->processes[mSlot].store(0);
-  unlink(output.AddressOf(mSlot).sun_path);
+  std::atomic<uint32_t>& process = output.Table()->processes[mSlot];
+  // A child made by fork has a copy of a watch that stays its parent's.
+  if (process.load() == static_cast<uint32_t>(getpid())) {
+    unlink(output.AddressOf(mSlot).sun_path);  // first: whoever has the slot next has a socket of that name
+    process.store(0);
+  }
   close(mSocket);
 }
 
