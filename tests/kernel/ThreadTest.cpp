@@ -81,7 +81,13 @@ TEST(Threads, ManyAtOnce) {
   constexpr int kThreads = 500;
   std::atomic<int> runs{0};
   std::vector<Handle> threads;
-  for (int i = 0; i < kThreads; ++i) threads.push_back(Begin(&Count, &runs, CREATE_SUSPENDED));
+  std::vector<int> numbersOfCell(16);
+  for (int i = 0; i < kThreads; ++i) {
+    unsigned id = 0;
+    threads.push_back(Begin(&Count, &runs, CREATE_SUSPENDED, &id));
+    ++numbersOfCell[id % numbersOfCell.size()];
+  }
+  for (const int numbers : numbersOfCell) EXPECT_NEAR(kThreads / 16, numbers, 1);
   for (const Handle& thread : threads) ASSERT_EQ(1u, ResumeThread(thread.get()));
   for (const Handle& thread : threads) ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), INFINITE));
   EXPECT_EQ(kThreads, runs);
