@@ -4,6 +4,7 @@
 #include <ormutil/BaseString.h>
 
 #include <string>
+#include <vector>
 
 #include "kernel/CodePage.h"
 
@@ -119,6 +120,20 @@ TEST(StringText, SingleByteTextIsBytes) {
 
 namespace {
 
+// The places of the characters, from the front; from the back they are the same.
+template <class Traits>
+std::vector<std::ptrdiff_t> Places(const BaseString<Traits>& text) {
+  std::vector<std::ptrdiff_t> places, back;
+  const auto* const begin = text.GetBegin();
+  for (const auto* pos = begin; *pos != 0; pos = Traits::Next(pos)) places.push_back(pos - begin);
+  for (const auto* pos = text.GetEnd(); pos != begin;) {
+    pos = Traits::Previous(begin, pos);
+    back.insert(back.begin(), pos - begin);
+  }
+  EXPECT_EQ(back, places);
+  return places;
+}
+
 // Counts the characters and bytes that the traits are made to look at.
 struct CountingTraits : MbcsTraits {
   static inline size_t looks = 0;
@@ -187,6 +202,8 @@ TEST(StringText, DoubleByteCharactersStayWhole) {
   EXPECT_EQ(Changed("\\\x83\x5C\\", [](String& s) { s.Trim("\\"); }), "\x83\x5C");
   EXPECT_EQ(Changed("\\\x83\x5C", [](String& s) { s.Trim('\\'); }), "\x83\x5C");
   EXPECT_EQ(Changed("\x83\x5C-\x83\x5C", [](String& s) { s.Trim(0x835C); }), "-");
+  EXPECT_THAT(Places(text), ElementsAre(0, 2, 3));
+  EXPECT_THAT(Places(BaseString<SbcsTraits>("\x83\x5C")), ElementsAre(0, 1));
   const String half("a\x81");
   EXPECT_EQ(half.GetLength(), 2u);
   EXPECT_EQ(half.GetAt(1), 0x81u);
@@ -197,6 +214,7 @@ TEST(StringText, Utf8CharactersStayWhole) {
   WithCodePage page(65001);
   const String text("\xC3\xA4x\xE2\x82\xAC\xF0\x9F\x98\x80");
   EXPECT_EQ(text.GetLength(), 4u);
+  EXPECT_THAT(Places(text), ElementsAre(0, 2, 3, 6));
   EXPECT_EQ(text.CompareNoCase("\xC3\x84X\xE2\x82\xAC\xF0\x9F\x98\x80"), 0);
   EXPECT_THAT(text.Split("\xE2\x82\xAC"), ElementsAre("\xC3\xA4x", "\xF0\x9F\x98\x80"));
   EXPECT_EQ(Changed("\xC3\xA4\xC3\xA5\xC3\xA4", [](String& s) { s.Trim("\xC3\xA4"); }), "\xC3\xA5");
@@ -225,4 +243,5 @@ TEST(StringText, WideTextIsTextToo) {
   EXPECT_LT(Wide(u"a"), Wide(u"\u0100"));
   EXPECT_EQ((text + Wide(u"!")).GetLength(), 6u);
   EXPECT_EQ(copy.GetLength(), 8u);
+  EXPECT_THAT(Places(Wide(u"\U0001F600x")), ElementsAre(0, 1, 2));
 }

@@ -214,13 +214,13 @@ class BaseString {
   // A null format and every failure give the empty text. The format and the inserts may lie in this string.
   // The list is left as it was.
   void FormatMessage(const Char* format, va_list arguments);
-  // The same as a new string, with inserts that may be strings, texts, integers of up to pointer size and
-  // enumerators. A format that takes more inserts than there are is a failure.
+  // The same as a new string, of strings, texts, integers of up to pointer size and enumerators. A format
+  // that takes more inserts than there are is a failure; one that takes a number as text reads at its value.
   template <class... Args>
   static BaseString FormatInserts(const Char* format, const Args&... args) {
     return FormatCounted(sizeof...(Args), format, ToInsert(args)...);
   }
-  // The same with plain arguments, which must be of pointer size and as many as the format takes.
+  // The same with plain arguments of pointer size, which must be those that the format takes, also in kind.
   static BaseString FormatMessageText(const Char* format, ...);
 
   // The prefix (may be null) followed by the system's message for the error number.
