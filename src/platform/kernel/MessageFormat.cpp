@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "kernel/CodePage.h"
+#include "kernel/InsertFormat.h"
 #include "kernel/WipingAllocator.h"
 #include "win32/errors.h"
 #include "win32/nls.h"
@@ -34,18 +35,6 @@ ULONG_PTR MessageArguments::Get(unsigned number) {
 
 namespace {
 
-// What stands between the exclamation marks of an insert.
-struct InsertFormat {
-  bool left = false, plus = false, blank = false, alternate = false, zero = false;
-  bool starWidth = false, starPrecision = false;
-  bool wide64 = false, half = false;          // of numbers
-  bool narrowText = false, wideText = false;  // of text and characters: said by a prefix
-  std::int64_t width = 0;
-  std::int64_t precision = -1;  // -1: none
-  char type = 's';
-};
-
-constexpr std::int64_t mostWidth = 0x7FFFFFFF;
 // Padding beyond what any message may have is an error of the text: a buffer that is merely too small would
 // have the caller try larger ones, up to gigabytes.
 constexpr std::int64_t mostPadding = MessageSink<char>::mostUnits;
@@ -105,73 +94,11 @@ class Formatter {
     auto number = static_cast<unsigned>(*mAt++ - '0');
     if (IsDigit()) number = number * 10 + static_cast<unsigned>(*mAt++ - '0');
     InsertFormat format;
-    if (*mAt == '!' && !ParseFormat(format)) return false;
+    if (*mAt == '!' && !ReadInsertFormat(mAt, format)) return false;
     const ULONG_PTR value = TakeValue(format, number);
     if (format.width > mostPadding || (!IsText(format) && format.precision > mostPadding)) return false;
     PutInsert(format, value);
     return true;
-  }
-
-  // Reads "!...!". Nothing but a complete, known format passes: the text may come from anywhere.
-  bool ParseFormat(InsertFormat& format) {
-    ++mAt;
-    while (ParseFlag(format)) ++mAt;
-    format.starWidth = ParseStarOrNumber(format.width);
-    if (*mAt == '.') {
-      ++mAt;
-      format.precision = 0;
-      format.starPrecision = ParseStarOrNumber(format.precision);
-    }
-    ParseSize(format);
-    constexpr std::string_view types = "cCsSdiuxXop";
-    if (*mAt > 0x7F || *mAt <= 0 || types.find(static_cast<char>(*mAt)) == std::string_view::npos)
-      return false;
-    format.type = static_cast<char>(*mAt++);
-    return *mAt++ == '!';
-  }
-
-  bool ParseFlag(InsertFormat& format) const {
-    switch (*mAt) {
-      case '-':
-        return format.left = true;
-      case '+':
-        return format.plus = true;
-      case ' ':
-        return format.blank = true;
-      case '#':
-        return format.alternate = true;
-      case '0':
-        return format.zero = true;
-      default:
-        return false;
-    }
-  }
-
-  // Returns whether it was an asterisk. A number stops growing where no output could be that long.
-  bool ParseStarOrNumber(std::int64_t& number) {
-    if (*mAt == '*') {
-      ++mAt;
-      return true;
-    }
-    for (; IsDigit(); ++mAt) number = std::min<std::int64_t>(number * 10 + (*mAt - '0'), mostWidth);
-    return false;
-  }
-
-  void ParseSize(InsertFormat& format) {
-    if (*mAt == 'h') {
-      format.half = format.narrowText = true;
-      ++mAt;
-    } else if (*mAt == 'l' || *mAt == 'w') {
-      format.wideText = true;
-      format.wide64 = *mAt == 'l' && mAt[1] == 'l';
-      mAt += format.wide64 ? 2 : 1;
-    } else if (*mAt == 'I') {
-      ++mAt;
-      const bool is32 = *mAt == '3' && mAt[1] == '2';
-      const bool is64 = *mAt == '6' && mAt[1] == '4';
-      if (is32 || is64) mAt += 2;
-      format.wide64 = !is32;
-    }
   }
 
   // Takes the arguments of the asterisks, then the value.
