@@ -1,56 +1,18 @@
-// Component libraries on disk: registered, loaded when an object is made, replaced, removed, unloaded.
+// Component libraries on disk: what is registered, by which paths, and what is refused.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <ormutil/ClassManager.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <atomic>
+#include <cctype>
 #include <fstream>
-#include <mutex>
-#include <thread>
 
-#include "ErrorText.h"
-#include "HostProcess.h"
-#include "TestClock.h"
+#include "Components.h"
 #include "TestFactory.h"
-#include "TestFolder.h"
-#include "fixtures/Fixture.h"
-#include "support/ModuleTrace.h"
 
 namespace {
 
-using orm::BaseFace;
 using orm::FacePtr;
-using orm::GetClassMgr;
-using orm::String;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-bool IsRegistered(const char* classId) {
-  return GetClassMgr()->IsClassRegistered(classId);
-}
-std::string LibraryOf(const char* classId) {
-  const std::string path = GetClassMgr()->GetClassInfo(classId)->GetLibraryPath().GetBegin();
-  return path.substr(path.rfind('\\') + 1);
-}
-int NumberOf(const char* classId) {
-  return FacePtr<Numbered>(classId, "")->GetNumber();
-}
-std::string RegisterError(const String& path) {
-  return Thrown([&] { GetClassMgr()->Register(path); });
-}
-std::vector<std::string> GetPaths(bool withMasks) {
-  std::vector<String> paths;
-  FacePtr<orm::ClassManagerPathInfo>("CID_ClassManagerPathInfo", "")->GetPaths(paths, withMasks);
-  std::vector<std::string> texts;
-  for (const String& path : paths) texts.push_back(path.GetBegin());
-  return texts;
-}
-// The next call into the manager looks at the folders.
-void LetFoldersBeLookedAt() {
-  AdvanceClock(3000);
-}
 
 TEST(ComponentLibrary, IsRegisteredByFolderAndLoadedForTheFirstObject) {
   TestFolder folder;
@@ -78,25 +40,6 @@ TEST(ComponentLibrary, IsRegisteredByFolderAndLoadedForTheFirstObject) {
   EXPECT_FALSE(IsRegistered("CID_Alpha"));
   EXPECT_FALSE(IsMapped("alpha.dll")) << "nothing uses it";
   EXPECT_TRUE(GetPaths(false).empty());
-}
-
-TEST(ComponentLibrary, TenInTurnLeaveNoMapping) {
-  TestFolder folder;
-  for (int i = 1; i <= 10; ++i) folder.Add("plain" + std::to_string(i));
-  GetClassMgr()->Register(folder.GetPath());
-  for (int i = 1; i <= 10; ++i) {
-    const std::string name = "plain" + std::to_string(i);
-    const std::string classId = "CID_Plain" + std::to_string(i);
-    FacePtr<Numbered> object(classId.c_str(), "");
-    EXPECT_EQ(object->GetNumber(), i);
-    GetClassMgr()->UnloadLibraries(false);
-    EXPECT_TRUE(IsMapped(name + ".dll")) << "an object is alive";
-    object.Release();
-    GetClassMgr()->UnloadLibraries(false);
-    EXPECT_FALSE(IsMapped(name + ".dll"));
-    EXPECT_TRUE(IsRegistered(classId.c_str())) << "its classes stay";
-  }
-  EXPECT_FALSE(IsMapped("plain"));
 }
 
 TEST(ComponentLibrary, TheNewestFileMakesTheObjects) {
@@ -131,105 +74,6 @@ TEST(ComponentLibrary, OfTwoFilesOfOneTimeTheLaterRegisteredCounts) {
   EXPECT_FALSE(IsRegistered("CID_Alpha"));
 }
 
-TEST(ComponentLibrary, FoldersAreLookedAtEveryThreeSeconds) {
-  TestFolder folder;
-  folder.Add("alpha");
-  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
-  folder.Add("beta");
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-  LetFoldersBeLookedAt();
-  EXPECT_TRUE(IsRegistered("CID_Beta")) << "added";
-  folder.Remove("alpha.dll");
-  EXPECT_TRUE(IsRegistered("CID_Alpha"));
-  LetFoldersBeLookedAt();
-  EXPECT_FALSE(IsRegistered("CID_Alpha")) << "removed";
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  folder.Remove("beta.dll");
-  LetFoldersBeLookedAt();
-  EXPECT_FALSE(IsRegistered("CID_Beta")) << "the pattern matches nothing any more";
-  EXPECT_THAT(GetPaths(true), ElementsAre((folder.GetPath() + "\\*.dll").GetBegin()));
-  folder.Add("beta");
-  LetFoldersBeLookedAt();
-  EXPECT_TRUE(IsRegistered("CID_Beta")) << "the cookie is still there";
-  GetClassMgr()->Unregister(cookie);
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-}
-
-TEST(ComponentLibrary, AFolderThatIsMadeAnewIsFoundAgain) {
-  TestFolder folder;
-  folder.Add("alpha");
-  GetClassMgr()->Register(folder.GetPath());
-  std::filesystem::remove_all(folder.GetFile(""));
-  LetFoldersBeLookedAt();
-  EXPECT_FALSE(IsRegistered("CID_Alpha"));
-  EXPECT_THAT(GetPaths(false), ElementsAre(folder.GetPath().GetBegin())) << "the cookie stays valid";
-  LetFoldersBeLookedAt();
-  EXPECT_FALSE(IsRegistered("CID_Alpha")) << "there is nothing to watch";
-  std::filesystem::create_directory(folder.GetFile(""));
-  folder.Add("alpha");
-  LetFoldersBeLookedAt();
-  EXPECT_TRUE(IsRegistered("CID_Alpha"));
-  folder.Add("beta");
-  LetFoldersBeLookedAt();
-  EXPECT_TRUE(IsRegistered("CID_Beta")) << "the new folder is watched";
-}
-
-TEST(ComponentLibrary, AReplacedFileTakesEffectWhenTheOldOneIsFreed) {
-  TestFolder folder;
-  folder.Add("alpha", 100);
-  GetClassMgr()->Register(folder.GetPath());
-  FacePtr<Numbered> object("CID_Alpha", "");
-  folder.Add("alpha_renewed", 200, "alpha.dll");
-  LetFoldersBeLookedAt();
-  EXPECT_EQ(NumberOf("CID_Alpha"), 1) << "the loaded version stays in force";
-  EXPECT_EQ(object->GetNumber(), 1);
-  object.Release();
-  GetClassMgr()->UnloadLibraries(false);
-  LetFoldersBeLookedAt();
-  EXPECT_EQ(NumberOf("CID_Alpha"), 2);
-
-  GetClassMgr()->UnloadLibraries(false);
-  folder.Add("beta", 300, "alpha.dll");
-  LetFoldersBeLookedAt();
-  EXPECT_FALSE(IsRegistered("CID_Alpha")) << "not loaded: at once";
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-}
-
-TEST(ComponentLibrary, IdleOnesAreFreedAfterFiveSeconds) {
-  TestFolder folder;
-  folder.Add("alpha");
-  GetClassMgr()->Register(folder.GetPath());
-  NumberOf("CID_Alpha");
-  EXPECT_TRUE(IsRegistered("CID_Alpha"));
-  EXPECT_TRUE(IsMapped("alpha.dll"));
-  AdvanceClock(5000);
-  EXPECT_TRUE(IsRegistered("CID_Alpha"));
-  EXPECT_FALSE(IsMapped("alpha.dll"));
-}
-
-TEST(ComponentLibrary, TheIntervalsEndToTheMillisecond) {
-  TestFolder folder;
-  folder.Add("alpha");
-  GetClassMgr()->Register(folder.GetPath());
-  NumberOf("CID_Alpha");
-  folder.Add("beta");
-  AdvanceClock(2999);
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-  AdvanceClock(1);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  folder.Remove("beta.dll");
-  AdvanceClock(1999);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  EXPECT_TRUE(IsMapped("alpha.dll")) << "4999 ms after the start";
-  AdvanceClock(1);
-  EXPECT_TRUE(IsRegistered("CID_Beta")) << "looked at 2000 ms ago";
-  EXPECT_FALSE(IsMapped("alpha.dll"));
-  AdvanceClock(999);
-  EXPECT_TRUE(IsRegistered("CID_Beta"));
-  AdvanceClock(1);
-  EXPECT_FALSE(IsRegistered("CID_Beta"));
-}
-
 TEST(ComponentLibrary, RegisteredAfterAFactoryStandsBehindIt) {
   TestFolder folder;
   folder.Add("alpha", 100, "old.dll");
@@ -241,137 +85,6 @@ TEST(ComponentLibrary, RegisteredAfterAFactoryStandsBehindIt) {
   EXPECT_EQ(factory->created, 1);
   GetClassMgr()->Unregister(cookie);
   EXPECT_EQ(LibraryOf("CID_Alpha"), "new.dll");
-}
-
-TEST(ComponentLibrary, AChangedFileMovesTheStampByOne) {
-  TestFolder folder;
-  folder.Add("alpha", 100);
-  GetClassMgr()->Register(folder.GetPath());
-  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
-  folder.Add("alpha_renewed", 200, "alpha.dll");
-  LetFoldersBeLookedAt();
-  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp + 1);
-}
-
-TEST(ComponentLibrary, AnUnchangedFileIsNotLookedUpAgain) {
-  TestFolder folder;
-  folder.Add("alpha");
-  test::ModuleTrace trace("ClsMgr_ClassManagerImpl", 't');
-  const auto lookUps = [&trace] {
-    const std::vector<std::string> lines = trace.Take();
-    return std::count_if(lines.begin(), lines.end(),
-                         [](const std::string& line) { return line.find("GetShared()") != line.npos; });
-  };
-  GetClassMgr()->Register(folder.GetPath());
-  EXPECT_NE(lookUps(), 0);
-  const DWORD stamp = GetClassMgr()->GetRegistrationStamp();
-  GetClassMgr()->Register(folder.GetPath());
-  EXPECT_EQ(lookUps(), 0);
-  EXPECT_EQ(GetClassMgr()->GetRegistrationStamp(), stamp);
-}
-
-TEST(ComponentLibrary, IsListedOnceMoreByWhatIsLoadedWhenItComesBack) {
-  TestFolder folder;
-  folder.Add("stubborn");
-  for (size_t round = 1; round <= 3; ++round) {
-    const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
-    NumberOf("CID_Stubborn");
-    EXPECT_EQ(GetLoads().size(), 2u) << "to be listed, and for the first object";
-    GetClassMgr()->Unregister(cookie);
-    EXPECT_FALSE(IsRegistered("CID_Stubborn"));
-  }
-  GetClassMgr()->UnloadLibraries(true);
-  GetClassMgr()->Register(folder.GetPath());
-  EXPECT_TRUE(IsRegistered("CID_Stubborn")) << "from the cache";
-  EXPECT_FALSE(IsMapped("stubborn.dll"));
-  EXPECT_EQ(GetLoads().size(), 2u);
-}
-
-TEST(ComponentLibrary, IsAskedBeforeItIsFreed) {
-  TestFolder folder;
-  folder.Add("stubborn");
-  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
-  NumberOf("CID_Stubborn");
-  GetClassMgr()->UnloadLibraries(false);
-  EXPECT_TRUE(IsMapped("stubborn.dll"));
-  GetClassMgr()->Unregister(cookie);
-  EXPECT_FALSE(IsRegistered("CID_Stubborn"));
-  EXPECT_TRUE(IsMapped("stubborn.dll")) << "stays until it agrees";
-  EXPECT_THAT(GetPaths(true), ElementsAre()) << "no mask";
-  EXPECT_THAT(GetPaths(false), ElementsAre(folder.GetPath().GetBegin()));
-  GetClassMgr()->UnloadLibraries(true);
-  EXPECT_FALSE(IsMapped("stubborn.dll"));
-  EXPECT_THAT(GetPaths(false), ElementsAre());
-}
-
-TEST(ComponentLibrary, StaysWhileAnObjectIsBeingMade) {
-  TestFolder folder;
-  folder.Add("alpha");
-  folder.Add("calling_back");
-  GetClassMgr()->Register(folder.GetPath());
-  const auto factory = TestFactory::Make({{"CID_Alpha", {}, {}}});
-  factory->onCreate = [](const String&, FacePtr<BaseFace>& object) {
-    // Within the other library's creation, which this unload must not take away.
-    std::thread([] { GetClassMgr()->UnloadLibraries(true); }).join();
-    object = FacePtr<BaseFace>::Adopt(new PlainObject());
-  };
-  GetClassMgr()->Register(FacePtr<orm::ClassFactory>(factory));
-  EXPECT_EQ(NumberOf("CID_CallingBack"), 1);
-  EXPECT_EQ(factory->created, 1);
-}
-
-// Creating shares the manager's lock; registering and unloading hold it alone. The objects
-// are released by the thread that unloads, since the last steps of a Release run in the library's own code,
-// after it has said that it may go.
-TEST(ComponentLibrary, ThreadsCreateWhileItIsUnloadedAndRegisteredAnew) {
-  TestFolder folder;
-  folder.Add("alpha");
-  folder.Add("beta");
-  GetClassMgr()->Register(folder.GetPath());
-  constexpr int THREADS = 3;
-  std::atomic<int> running{THREADS};
-  std::mutex mutex;
-  std::vector<FacePtr<Numbered>> made;
-  const auto release = [&] {
-    const std::lock_guard lock(mutex);
-    made.clear();
-  };
-  std::vector<std::thread> threads;
-  for (int t = 0; t < THREADS; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 500; ++i) {
-        FacePtr<Numbered> object((t + i) % 3 == 0 ? "CID_Beta" : "CID_Alpha", "");
-        EXPECT_EQ(object->GetNumber(), 1);
-        const std::lock_guard lock(mutex);
-        made.push_back(std::move(object));
-      }
-      --running;
-    });
-  }
-  while (running != 0) {
-    release();
-    GetClassMgr()->UnloadLibraries(true);
-    GetClassMgr()->Unregister(GetClassMgr()->Register(folder.GetPath("alpha.dll")));
-    EXPECT_TRUE(IsRegistered("CID_Alpha"));
-  }
-  for (std::thread& thread : threads) thread.join();
-  release();
-  GetClassMgr()->UnloadLibraries(false);
-  EXPECT_FALSE(IsMapped("alpha.dll")) << "no creation is still counted";
-}
-
-TEST(ComponentLibrary, AChainOfHoldersIsFreedInOneCall) {
-  TestFolder folder;
-  folder.Add("alpha");  // offered for unloading before its holder
-  folder.Add("calling_back");
-  GetClassMgr()->Register(folder.GetPath());
-  FacePtr<Numbered> object("CID_CallingBack", "");
-  EXPECT_TRUE(IsMapped("alpha.dll"));
-  // Somebody else keeps the object of alpha until calling_back's object is gone.
-  object.Release();
-  GetClassMgr()->UnloadLibraries(false);
-  EXPECT_FALSE(IsMapped("alpha.dll"));
-  EXPECT_FALSE(IsMapped("calling_back.dll"));
 }
 
 // Registered by the folder or by its name, and with it, while it is listed, by the same or the other one.
@@ -402,28 +115,6 @@ TEST(ComponentLibrary, MayRegisterItselfWhileItIsListed) {
       EXPECT_FALSE(IsMapped("registering.dll"));
     }
   }
-}
-
-TEST(ComponentLibrary, MayUnregisterItselfWhileItIsLoaded) {
-  TestFolder folder;
-  folder.Add("registering");
-  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
-  setenv("ORM_FIXTURE_COOKIE", std::to_string(cookie).c_str(), 1);
-  EXPECT_EQ(NumberOf("CID_Registering"), 1) << "it was registered when it was asked for";
-  unsetenv("ORM_FIXTURE_COOKIE");
-  EXPECT_FALSE(IsRegistered("CID_Registering"));
-  GetClassMgr()->UnloadLibraries(false);
-  EXPECT_FALSE(IsMapped("registering.dll"));
-  EXPECT_TRUE(GetPaths(false).empty());
-}
-
-TEST(ComponentLibrary, MayUnloadOthersWhileItIsAskedItself) {
-  TestFolder folder;
-  folder.Add("calling_back");
-  const DWORD cookie = GetClassMgr()->Register(folder.GetPath());
-  EXPECT_EQ(NumberOf("CID_CallingBack"), 1);
-  GetClassMgr()->Unregister(cookie);  // its answer must find its code still there
-  EXPECT_FALSE(IsMapped("calling_back.dll"));
 }
 
 struct BadLibrary {
@@ -504,33 +195,6 @@ TEST(ComponentLibrary, CreationReportsTheLibrarysFailure) {
       << "deleted between enumeration and creation";
   folder.AddFile("beta.dll", "now something else");
   EXPECT_THAT(create("CID_Beta"), HasSubstr("000000c1 Cannot create instance"));
-}
-
-TEST(ComponentLibrary, StaysUntilARefusedObjectIsGone) {
-  TestFolder folder;
-  folder.Add("careless");
-  GetClassMgr()->Register(folder.GetPath());
-  for (int i = 0; i < 2; ++i) {  // loaded for it, and loaded already
-    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_Careless", "IID_Numbered"); }),
-                HasSubstr("e7230002 The interface 'IID_Numbered' is not supported."));
-    EXPECT_TRUE(IsMapped("careless.dll"));
-  }
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(Thrown([] { GetClassMgr()->CreateInstance("CID_CarelessThrows", "IID_BaseFace"); }),
-                HasSubstr("000004d2 The fixture failed."));
-    EXPECT_TRUE(IsMapped("careless.dll"));
-    GetClassMgr()->UnloadLibraries(false);
-    EXPECT_FALSE(IsMapped("careless.dll")) << "the creation has ended";
-  }
-}
-
-TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
-  TestFolder folder;
-  folder.Add("alpha");
-  for (int i = 0; i < 12; ++i) {
-    ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
-  }
-  EXPECT_THAT(HostProcess::Run({"exit-listing"}), ElementsAre("listing"));
 }
 
 TEST(ComponentLibrary, PathsAreChecked) {
