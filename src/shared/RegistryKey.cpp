@@ -1,6 +1,9 @@
 // Registry calls whose results are strings, buffers and codes.
 #include "RegistryKey.h"
 
+#include <deque>
+#include <optional>
+
 namespace orm {
 
 namespace {
@@ -14,6 +17,39 @@ QueryResult Query(HKEY key, const String& name, void* data, DWORD* size) {
       RegQueryValueExA(key, name.GetBegin(), nullptr, &type, static_cast<BYTE*>(data), size);
   return {static_cast<DWORD>(status), type};
 }
+
+// A key of a tree that is being deleted.
+class TreeLevel {
+ public:
+  DWORD Open(HKEY parent, const char* name) {
+    const LSTATUS opened = RegOpenKeyExA(parent, name, 0, KEY_READ, mKey.Receive());
+    KeyInfo info;
+    const DWORD code =
+        opened == LSTATUS{ERROR_SUCCESS} ? QueryKeyInfo(mKey.Get(), info) : static_cast<DWORD>(opened);
+    if (code == ERROR_SUCCESS) mName.emplace(info.longestSubkeyName);
+    return code;
+  }
+
+  // ERROR_NO_MORE_ITEMS when none is left.
+  DWORD FindSubkey() {
+    const DWORD code = mName->EnumKey(mKey.Get(), 0);
+    if (code != ERROR_SUCCESS) return code;
+    // A name that leads to no key, though it is listed, was damaged or made under another code page.
+    mReturns = mLast.Compare(mName->GetText()) == 0 ? mReturns + 1 : 0;
+    if (mReturns == kMostReturns) return ERROR_BADKEY;
+    mLast = mName->GetText();
+    return ERROR_SUCCESS;
+  }
+
+  HKEY GetKey() const { return mKey.Get(); }
+  const char* GetSubkey() const { return mName->GetText(); }
+
+ private:
+  ScopedKey mKey;
+  std::optional<NameBuffer> mName;
+  String mLast;
+  unsigned mReturns = 0;
+};
 
 }  // namespace
 
@@ -65,27 +101,30 @@ DWORD NameBuffer::EnumKey(HKEY key, DWORD index) {
       RegEnumKeyExA(key, index, mText.data(), &size, nullptr, nullptr, nullptr, nullptr));
 }
 
+// Level by level and not by recursion: whoever makes the keys decides how deep they lie.
 DWORD DeleteTree(HKEY parent, const char* subkey) {
-  ScopedKey key;
-  const LSTATUS opened = RegOpenKeyExA(parent, subkey, 0, KEY_READ, key.Receive());
-  if (opened == LSTATUS{ERROR_FILE_NOT_FOUND}) return ERROR_SUCCESS;
-  if (opened != LSTATUS{ERROR_SUCCESS}) return static_cast<DWORD>(opened);
-
-  KeyInfo info;
-  if (const DWORD code = QueryKeyInfo(key.Get(), info)) return code;
-  NameBuffer name(info.longestSubkeyName);
-  String last;
-  unsigned returns = 0;
-  DWORD code;
-  while ((code = name.EnumKey(key.Get(), 0)) == ERROR_SUCCESS) {
-    // A name that leads to no key, though it is listed, was damaged or made under another code page.
-    returns = last.Compare(name.GetText()) == 0 ? returns + 1 : 0;
-    if (returns == kMostReturns) return ERROR_BADKEY;
-    last = name.GetText();
-    if (const DWORD failure = DeleteTree(key.Get(), name.GetText())) return failure;
+  std::deque<TreeLevel> levels;
+  // Subkeys that are gone meanwhile are as good as deleted.
+  const auto enter = [&levels](HKEY key, const char* name) {
+    const DWORD code = levels.emplace_back().Open(key, name);
+    if (code == ERROR_SUCCESS) return code;
+    levels.pop_back();
+    return code == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_SUCCESS} : code;
+  };
+  DWORD code = enter(parent, subkey);
+  while (code == ERROR_SUCCESS && !levels.empty()) {
+    TreeLevel& level = levels.back();
+    code = level.FindSubkey();
+    if (code == ERROR_SUCCESS) {
+      code = enter(level.GetKey(), level.GetSubkey());
+    } else if (code == ERROR_NO_MORE_ITEMS) {
+      levels.pop_back();
+      code = static_cast<DWORD>(levels.empty()
+                                    ? RegDeleteKeyA(parent, subkey)
+                                    : RegDeleteKeyA(levels.back().GetKey(), levels.back().GetSubkey()));
+    }
   }
-  if (code != ERROR_NO_MORE_ITEMS) return code;
-  return static_cast<DWORD>(RegDeleteKeyA(parent, subkey));
+  return code;
 }
 
 }  // namespace orm

@@ -69,7 +69,7 @@ class NameBuffer {
 };
 
 // Deletes a key with all that is below it, depth first. The platform's code; success when there is no such
-// key.
+// key. A tree that is deeper than keys can be open at once is an error, with the tree still there.
 DWORD DeleteTree(HKEY parent, const char* subkey);
 
 }  // namespace orm

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <ormutil/MemoryProperties.h>
 #include <ormutil/PersistentProperties.h>
+#include <pthread.h>
 
 #include <utility>
 
@@ -468,6 +469,31 @@ TEST_F(PersistentTest, BagsInBags) {
   mBag.DeleteBag();
   mBag.SetNumber("y", 3);
   EXPECT_EQ(mBag.GetNumber("y"), 3u);
+}
+
+// As deep as others like to make it, and deleted by a thread of little stack.
+TEST_F(PersistentTest, ADeepBagIsDeleted) {
+  HKEY key = nullptr;
+  RegCreateKeyExA(HKEY_CURRENT_USER, "SOFTWARE\\Tools\\Editor", 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                  nullptr);
+  for (int depth = 0; depth < 5'000; ++depth) {
+    HKEY below = nullptr;
+    ASSERT_EQ(RegCreateKeyExA(key, "k", 0, nullptr, 0, KEY_WRITE, nullptr, &below, nullptr), kSuccess);
+    RegCloseKey(std::exchange(key, below));
+  }
+  RegCloseKey(key);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  const auto deleteBag = [](void* bag) -> void* {
+    static_cast<PersistentProperties*>(bag)->DeleteBag();
+    return nullptr;
+  };
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(&thread, &attributes, deleteBag, &mBag), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+  EXPECT_TRUE(mBag.IsBagNew());
 }
 
 // The name ends with a back slash, once the code page is not the one in which that was half of a character.
