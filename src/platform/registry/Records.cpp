@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
+#include "registry/Cursor.h"
+#include "registry/FoldedName.h"
 #include "registry/Hive.h"
 #include "win32/errors.h"
-#include "win32/nls.h"
 
 namespace orm::platform {
 namespace {
@@ -17,8 +17,6 @@ namespace {
 constexpr std::size_t longestInKey = 480;
 constexpr std::uint32_t formatVersion = 1;
 constexpr std::uint64_t ticksTo1970 = 116444736000000000u;
-
-using CursorPtr = std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)>;
 
 template <class T>
 void AppendNumber(std::string* text, T value) {
@@ -55,13 +53,6 @@ std::uint64_t Now() {
          static_cast<std::uint64_t>(now.tv_nsec) / 100u;
 }
 
-DWORD OpenCursor(MDB_txn* txn, CursorPtr* cursor) {
-  MDB_cursor* raw = nullptr;
-  const int result = mdb_cursor_open(txn, records, &raw);
-  cursor->reset(raw);
-  return result == 0 ? ERROR_SUCCESS : ErrorFromStore(result);
-}
-
 // The name that a record carries, whichever of the two kinds it is.
 bool NameOf(RecordKind kind, const MDB_val& record, std::string_view* name) {
   if (kind == RecordKind::Value) {
@@ -74,43 +65,6 @@ bool NameOf(RecordKind kind, const MDB_val& record, std::string_view* name) {
   const bool isSound = Parse(record, &subKey);
   *name = subKey.name;
   return isSound;
-}
-
-// Folds words of eight letters, or fewer: those from A to Z get the bit that makes them small. False when a
-// byte is not ASCII.
-template <class Word>
-bool FoldWord(const char* from, char* to) {
-  constexpr Word each = static_cast<Word>(0x0101010101010101);
-  Word letters;
-  std::memcpy(&letters, from, sizeof letters);
-  if ((letters & each * 0x80) != 0) return false;
-  const Word isFromA = letters + each * (0x80 - 'A');
-  const Word isBeyondZ = letters + each * (0x80 - 'Z' - 1);
-  letters |= (isFromA & ~isBeyondZ & each * 0x80) >> 2;
-  std::memcpy(to, &letters, sizeof letters);
-  return true;
-}
-
-// The last word overlaps the one before it.
-template <class Word>
-bool FoldWords(std::string_view name, char* to) {
-  std::size_t at = 0;
-  for (; at + sizeof(Word) < name.size(); at += sizeof(Word)) {
-    if (!FoldWord<Word>(name.data() + at, to + at)) return false;
-  }
-  at = name.size() - sizeof(Word);
-  return FoldWord<Word>(name.data() + at, to + at);
-}
-
-// Writes the folded name, which is as long as the name. False, and anything written, when that is not ASCII:
-// letters beyond it must be folded and trail bytes must not, which the code page knows.
-bool FoldAscii(std::string_view name, char* to) {
-  if (name.size() >= sizeof(std::uint64_t)) return FoldWords<std::uint64_t>(name, to);
-  if (name.size() >= sizeof(std::uint32_t)) return FoldWords<std::uint32_t>(name, to);
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    if (!FoldWord<std::uint8_t>(name.data() + i, to + i)) return false;
-  }
-  return true;
 }
 
 // Leaves a cursor, if any, at the record.
@@ -202,17 +156,17 @@ DWORD PutInfo(MDB_txn* txn, std::uint64_t key, std::uint64_t parent, std::string
 
 // Notes that a key was written.
 DWORD Touch(MDB_txn* txn, std::uint64_t key) {
-  CursorPtr cursor(nullptr, mdb_cursor_close);
-  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  Cursor cursor;
+  if (const DWORD error = cursor.Open(txn); error != ERROR_SUCCESS) return error;
   const RecordKey at = PrefixOf(RecordKind::Info, key);
   MDB_val record{};
-  const DWORD error = Find(txn, at, &record, cursor.get());
+  const DWORD error = Find(txn, at, &record, cursor.Get());
   if (error == ERROR_FILE_NOT_FOUND) return key == rootKey ? PutInfo(txn, key, noKey, {}) : ERROR_KEY_DELETED;
   if (error != ERROR_SUCCESS) return error;
   InfoRecord info;
   if (!Parse(record, &info)) return ERROR_BADDB;
   info.lastWrite = Now();
-  return Replace(cursor.get(), at, ContentOf(info));
+  return Replace(cursor.Get(), at, ContentOf(info));
 }
 
 // At least the time: after a store was put back from an older copy, or was lost, what still refers to a key
@@ -257,14 +211,6 @@ void RecordKey::Append(std::string_view text) {
   const std::size_t count = std::min(text.size(), bytes.size() - size);
   std::memcpy(bytes.data() + size, text.data(), count);
   size = static_cast<std::uint16_t>(size + count);
-}
-
-FoldedName::FoldedName(std::string_view name) : mSize(name.size()) {
-  const bool isShort = name.size() <= mShort.size();
-  if (!isShort) mLong = name;
-  if (FoldAscii(name, isShort ? mShort.data() : mLong.data())) return;
-  mLong = name;
-  _mbslwr(reinterpret_cast<unsigned char*>(mLong.data()));
 }
 
 RecordKey PrefixOf(RecordKind kind, std::uint64_t key) {
@@ -343,43 +289,6 @@ DWORD GetValue(MDB_txn* txn, std::uint64_t key, std::string_view name, ValueReco
   return Parse(record, value) ? ERROR_SUCCESS : ERROR_BADDB;
 }
 
-DWORD ForEach(MDB_txn* txn, const RecordKey& prefix,
-              const std::function<bool(const MDB_val&, const MDB_val&)>& visit) {
-  CursorPtr cursor(nullptr, mdb_cursor_close);
-  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
-  MDB_val key = prefix.Val();
-  MDB_val record{};
-  int result = mdb_cursor_get(cursor.get(), &key, &record, MDB_SET_RANGE);
-  while (result == 0 && prefix.Begins(key) && visit(key, record)) {
-    result = mdb_cursor_get(cursor.get(), &key, &record, MDB_NEXT);
-  }
-  return result == 0 || result == MDB_NOTFOUND ? ERROR_SUCCESS : ErrorFromStore(result);
-}
-
-DWORD GetByIndex(MDB_txn* txn, const RecordKey& prefix, DWORD index,
-                 const std::function<bool(const MDB_val&)>& counts, Position* position, MDB_val* record) {
-  CursorPtr cursor(nullptr, mdb_cursor_close);
-  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
-  const bool isNext = position->txn != Position::nowhere && position->index + 1 == index;
-  const bool isOnTheWay = isNext || (position->txn == mdb_txn_id(txn) && position->index <= index);
-  MDB_val key = isOnTheWay ? position->key.Val() : prefix.Val();
-  int result = mdb_cursor_get(cursor.get(), &key, record, MDB_SET_RANGE);
-  const auto next = [&] { result = mdb_cursor_get(cursor.get(), &key, record, MDB_NEXT); };
-  // The record of the position may be gone; then the one behind it is here already.
-  if (isNext && result == 0 && key.mv_size == position->key.size && position->key.Begins(key)) next();
-  DWORD left = isNext ? 0 : isOnTheWay ? index - position->index : index;
-  for (; result == 0 && prefix.Begins(key); next()) {
-    if (counts && !counts(*record)) continue;
-    if (left == 0) break;
-    --left;
-  }
-  if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(key))) return ERROR_NO_MORE_ITEMS;
-  if (result != 0) return ErrorFromStore(result);
-  *position = {mdb_txn_id(txn), index, {}};
-  position->key.Append({static_cast<const char*>(key.mv_data), key.mv_size});
-  return ERROR_SUCCESS;
-}
-
 // ---- Writing
 
 DWORD MakeKey(MDB_txn* txn, std::uint64_t parent, std::string_view className, std::uint64_t* id) {
@@ -401,11 +310,11 @@ DWORD PutSubKey(MDB_txn* txn, std::uint64_t key, const SubKeyRecord& subKey) {
 }
 
 DWORD PutValue(MDB_txn* txn, std::uint64_t key, const ValueRecord& value) {
-  CursorPtr cursor(nullptr, mdb_cursor_close);
-  if (const DWORD error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  Cursor cursor;
+  if (const DWORD error = cursor.Open(txn); error != ERROR_SUCCESS) return error;
   RecordKey at;
   MDB_val old{};
-  const DWORD error = Locate(txn, RecordKind::Value, key, value.name, &at, &old, cursor.get());
+  const DWORD error = Locate(txn, RecordKind::Value, key, value.name, &at, &old, cursor.Get());
   if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND) return error;
   // A name keeps the spelling that it was made with.
   ValueRecord before;
@@ -419,7 +328,7 @@ DWORD PutValue(MDB_txn* txn, std::uint64_t key, const ValueRecord& value) {
   content += value.data;
   const bool isAtCursor =
       error == ERROR_SUCCESS && at.size <= PrefixOf(RecordKind::Value, key).size + longestInKey;
-  const DWORD put = isAtCursor ? Replace(cursor.get(), at, content) : Put(txn, at, content);
+  const DWORD put = isAtCursor ? Replace(cursor.Get(), at, content) : Put(txn, at, content);
   return put == ERROR_SUCCESS ? Touch(txn, key) : put;
 }
 
@@ -447,15 +356,15 @@ DWORD DropKey(MDB_txn* txn, std::uint64_t key) {
   });
   if (error != ERROR_SUCCESS) return error;
   if (hasSubKeys) return ERROR_ACCESS_DENIED;
-  CursorPtr cursor(nullptr, mdb_cursor_close);
-  if (error = OpenCursor(txn, &cursor); error != ERROR_SUCCESS) return error;
+  Cursor cursor;
+  if (error = cursor.Open(txn); error != ERROR_SUCCESS) return error;
   const RecordKey prefix = PrefixOf(RecordKind::Value, key);
   for (;;) {
     MDB_val at = prefix.Val();
     MDB_val record{};
-    int result = mdb_cursor_get(cursor.get(), &at, &record, MDB_SET_RANGE);
+    int result = mdb_cursor_get(cursor.Get(), &at, &record, MDB_SET_RANGE);
     if (result == MDB_NOTFOUND || (result == 0 && !prefix.Begins(at))) break;
-    if (result == 0) result = mdb_cursor_del(cursor.get(), 0);
+    if (result == 0) result = mdb_cursor_del(cursor.Get(), 0);
     if (result != 0) return ErrorFromStore(result);
   }
   error = Drop(txn, PrefixOf(RecordKind::Info, key));

@@ -16,7 +16,6 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <string>
 #include <string_view>
 
 #include "win32/types.h"
@@ -40,20 +39,6 @@ struct RecordKey {
   // Becomes what PrefixOf returns, without a copy of half a thousand bytes.
   void Begin(RecordKind kind, std::uint64_t key);
   void Append(std::string_view text);
-};
-
-// A name in the form that is compared; only made when it differs from the plain folding of ASCII.
-class FoldedName {
- public:
-  explicit FoldedName(std::string_view name);
-  [[nodiscard]] std::string_view View() const {
-    return mLong.empty() ? std::string_view(mShort.data(), mSize) : mLong;
-  }
-
- private:
-  std::size_t mSize = 0;
-  std::array<char, 96> mShort;
-  std::string mLong;
 };
 
 // Views of records; they end with the transaction or its next write.
