@@ -19,13 +19,13 @@ constexpr const char* FILE_NAME = "src/shared/Bitmap";
 constexpr LONG DESIGN_DOTS_PER_INCH = 96;
 constexpr WORD PALETTE_VERSION = 0x300;
 
-constinit StretchInfo gsDefaultStretch{0, 0, 0, 0};  // a divisor of 0: not filled yet
+constinit StretchInfo gsDefaultStretch{0, 0, 0, 0};  // a factor of 0: not known yet
 constinit std::mutex gsDefaultStretchLock;
 constinit const StretchInfo gsNotChanging{1, 1, 1, 1};
 
 void FillDefaultStretch() {
   const std::lock_guard lock(gsDefaultStretchLock);
-  if (gsDefaultStretch.mDivX != 0) return;
+  if (gsDefaultStretch.mMulX != 0) return;
   const ScreenContext screen;
   gsDefaultStretch = {screen.GetCaps(LOGPIXELSX), DESIGN_DOTS_PER_INCH, screen.GetCaps(LOGPIXELSY),
                       DESIGN_DOTS_PER_INCH};

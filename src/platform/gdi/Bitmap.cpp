@@ -98,50 +98,57 @@ bool IsDepth(UINT bits) {
 
 extern "C" {
 
-HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel, const void* bits) {
-  if (planes != 1 || !IsDepth(bitsPerPixel)) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return nullptr;
-  }
-  auto bitmap = MakePlainBitmap(width, height, static_cast<int>(bitsPerPixel));
-  if (bitmap && bits) {
-    bitmap->surface.Complete();
-    std::memcpy(bitmap->surface.bits, bits, static_cast<std::size_t>(bitmap->surface.stride * height));
-  }
-  return Publish(std::move(bitmap));
+HBITMAP WINAPI CreateBitmap(int width, int height, UINT planes, UINT bitsPerPixel,
+                            const void* bits) noexcept {
+  return OrNoMemory<HBITMAP>(nullptr, [&]() -> HBITMAP {
+    if (planes != 1 || !IsDepth(bitsPerPixel)) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return nullptr;
+    }
+    auto bitmap = MakePlainBitmap(width, height, static_cast<int>(bitsPerPixel));
+    if (bitmap && bits) {
+      bitmap->surface.Complete();
+      std::memcpy(bitmap->surface.bits, bits, static_cast<std::size_t>(bitmap->surface.stride * height));
+    }
+    return Publish(std::move(bitmap));
+  });
 }
 
-HBITMAP WINAPI CreateCompatibleBitmap(HDC handle, int width, int height) {
-  const auto context = Require<Context>(handle);
-  if (!context) return nullptr;
-  // An empty size gives the smallest bitmap, so that callers need not treat it apart.
-  if (width == 0 || height == 0) return Publish(MakePlainBitmap(1, 1, 1));
-  return Publish(MakeBitmapLike(*context->bitmap, width, height));
+HBITMAP WINAPI CreateCompatibleBitmap(HDC handle, int width, int height) noexcept {
+  return OrNoMemory<HBITMAP>(nullptr, [&]() -> HBITMAP {
+    const auto context = Require<Context>(handle);
+    if (!context) return nullptr;
+    // An empty size gives the smallest bitmap, so that callers need not treat it apart.
+    if (width == 0 || height == 0) return Publish(MakePlainBitmap(1, 1, 1));
+    return Publish(MakeBitmapLike(*context->bitmap, width, height));
+  });
 }
 
 HBITMAP WINAPI CreateDIBSection(HDC handle, const BITMAPINFO* info, UINT usage, void** bits, HANDLE section,
-                                DWORD offset) {
-  if (bits) *bits = nullptr;
-  if (section || offset) {
-    Fail(ERROR_NOT_SUPPORTED);
-    return nullptr;
-  }
-  const auto context = handle ? Require<Context>(handle) : nullptr;
-  if (handle && !context) return nullptr;
-  const auto dib = ParseDib(info, usage, context.get());
-  if (!dib || dib->runLength) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return nullptr;
-  }
-  auto bitmap = std::make_shared<Bitmap>();
-  if (!bitmap->surface.Allocate(dib->format, dib->width, dib->height, sectionAlignment, dib->bottomUp))
-    return Publish(nullptr);
-  bitmap->surface.colors = dib->colors;
-  bitmap->MakeSection(info->bmiHeader);
-  void* const pixels = bitmap->surface.bits;
-  const HBITMAP result = Publish(std::move(bitmap));
-  if (result && bits) *bits = pixels;
-  return result;
+                                DWORD offset) noexcept {
+  return OrNoMemory<HBITMAP>(nullptr, [&]() -> HBITMAP {
+    if (bits) *bits = nullptr;
+    if (section || offset) {
+      Fail(ERROR_NOT_SUPPORTED);
+      return nullptr;
+    }
+    const auto context = handle ? Require<Context>(handle) : nullptr;
+    if (handle && !context) return nullptr;
+    const auto dib = ParseDib(info, usage, context.get());
+    if (!dib || dib->runLength) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return nullptr;
+    }
+    auto bitmap = std::make_shared<Bitmap>();
+    if (!bitmap->surface.Allocate(dib->format, dib->width, dib->height, sectionAlignment, dib->bottomUp))
+      return Publish(nullptr);
+    bitmap->surface.colors = dib->colors;
+    bitmap->MakeSection(info->bmiHeader);
+    void* const pixels = bitmap->surface.bits;
+    const HBITMAP result = Publish(std::move(bitmap));
+    if (result && bits) *bits = pixels;
+    return result;
+  });
 }
 
 }  // extern "C"

@@ -71,81 +71,93 @@ using namespace orm::platform::gdi;
 
 extern "C" {
 
-BOOL WINAPI PatBlt(HDC handle, int x, int y, int width, int height, DWORD code) {
-  const auto context = Require<Context>(handle);
-  if (!context) return FALSE;
-  const RasterOperation operation(code);
-  if (operation.UsesSource()) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  return FillPart(*context, SurfaceRect(*context, x, y, width, height), operation, *context->brush);
+BOOL WINAPI PatBlt(HDC handle, int x, int y, int width, int height, DWORD code) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto context = Require<Context>(handle);
+    if (!context) return FALSE;
+    const RasterOperation operation(code);
+    if (operation.UsesSource()) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    return FillPart(*context, SurfaceRect(*context, x, y, width, height), operation, *context->brush);
+  });
 }
 
 BOOL WINAPI BitBlt(HDC handle, int x, int y, int width, int height, HDC sourceHandle, int sourceX,
-                   int sourceY, DWORD code) {
-  const RasterOperation operation(code);
-  if (!operation.UsesSource()) return PatBlt(handle, x, y, width, height, code);
-  const auto destination = Require<Context>(handle);
-  const auto source = destination ? Require<Context>(sourceHandle) : nullptr;
-  if (!source) return FALSE;
-  if (width < 0 || height < 0)
-    return StretchBlt(handle, x, y, width, height, sourceHandle, sourceX, sourceY, width, height, code);
-  const POINT from{SaturatedAdd(sourceX, source->offset.x), SaturatedAdd(sourceY, source->offset.y)};
-  CopyPart(*destination, SurfaceRect(*destination, x, y, width, height), *source, from, operation);
-  return TRUE;
+                   int sourceY, DWORD code) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const RasterOperation operation(code);
+    if (!operation.UsesSource()) return PatBlt(handle, x, y, width, height, code);
+    const auto destination = Require<Context>(handle);
+    const auto source = destination ? Require<Context>(sourceHandle) : nullptr;
+    if (!source) return FALSE;
+    if (width < 0 || height < 0)
+      return StretchBlt(handle, x, y, width, height, sourceHandle, sourceX, sourceY, width, height, code);
+    const POINT from{SaturatedAdd(sourceX, source->offset.x), SaturatedAdd(sourceY, source->offset.y)};
+    CopyPart(*destination, SurfaceRect(*destination, x, y, width, height), *source, from, operation);
+    return TRUE;
+  });
 }
 
 BOOL WINAPI StretchBlt(HDC handle, int x, int y, int width, int height, HDC sourceHandle, int sourceX,
-                       int sourceY, int sourceWidth, int sourceHeight, DWORD code) {
-  const RasterOperation operation(code);
-  if (!operation.UsesSource()) return PatBlt(handle, x, y, width, height, code);
-  const auto destination = Require<Context>(handle);
-  const auto source = destination ? Require<Context>(sourceHandle) : nullptr;
-  if (!source) return FALSE;
-  Span2D target, from;
-  if (!MakeSpan(*destination, x, y, width, height, target) ||
-      !MakeSpan(*source, sourceX, sourceY, sourceWidth, sourceHeight, from)) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  const SurfaceLock lock(destination->Target(), source->Target());
-  Stretch(destination->Target(), target, destination->Clip(), source->Target(), from, operation,
-          PatternOf(*destination), MonoColorsOf(*destination, source.get()), destination->stretchMode);
-  return TRUE;
+                       int sourceY, int sourceWidth, int sourceHeight, DWORD code) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const RasterOperation operation(code);
+    if (!operation.UsesSource()) return PatBlt(handle, x, y, width, height, code);
+    const auto destination = Require<Context>(handle);
+    const auto source = destination ? Require<Context>(sourceHandle) : nullptr;
+    if (!source) return FALSE;
+    Span2D target, from;
+    if (!MakeSpan(*destination, x, y, width, height, target) ||
+        !MakeSpan(*source, sourceX, sourceY, sourceWidth, sourceHeight, from)) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    const SurfaceLock lock(destination->Target(), source->Target());
+    Stretch(destination->Target(), target, destination->Clip(), source->Target(), from, operation,
+            PatternOf(*destination), MonoColorsOf(*destination, source.get()), destination->stretchMode);
+    return TRUE;
+  });
 }
 
-int WINAPI FillRect(HDC handle, const RECT* rect, HBRUSH brushHandle) {
-  const auto context = Require<Context>(handle);
-  const auto brush = context ? Require<Brush>(brushHandle) : nullptr;
-  if (!brush || !rect) return 0;
-  const POINT offset = context->offset;
-  return FillPart(*context,
-                  {SaturatedAdd(rect->left, offset.x), SaturatedAdd(rect->top, offset.y),
-                   SaturatedAdd(rect->right, offset.x), SaturatedAdd(rect->bottom, offset.y)},
-                  RasterOperation(PATCOPY), *brush);
+int WINAPI FillRect(HDC handle, const RECT* rect, HBRUSH brushHandle) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    const auto context = Require<Context>(handle);
+    const auto brush = context ? Require<Brush>(brushHandle) : nullptr;
+    if (!brush || !rect) return 0;
+    const POINT offset = context->offset;
+    return FillPart(*context,
+                    {SaturatedAdd(rect->left, offset.x), SaturatedAdd(rect->top, offset.y),
+                     SaturatedAdd(rect->right, offset.x), SaturatedAdd(rect->bottom, offset.y)},
+                    RasterOperation(PATCOPY), *brush);
+  });
 }
 
-COLORREF WINAPI GetPixel(HDC handle, int x, int y) {
-  const auto context = Require<Context>(handle);
-  if (!context) return CLR_INVALID;
-  const RECT pixel = Intersect(SurfaceRect(*context, x, y, 1, 1), context->Clip());
-  if (IsEmpty(pixel)) return CLR_INVALID;
-  const SurfaceLock lock(context->Target());
-  std::uint32_t value;
-  context->Target().Read(pixel.left, pixel.top, 1, &value);
-  return RefFromXrgb(context->Target().ColorOf(value));
+COLORREF WINAPI GetPixel(HDC handle, int x, int y) noexcept {
+  return OrNoMemory<COLORREF>(CLR_INVALID, [&]() -> COLORREF {
+    const auto context = Require<Context>(handle);
+    if (!context) return CLR_INVALID;
+    const RECT pixel = Intersect(SurfaceRect(*context, x, y, 1, 1), context->Clip());
+    if (IsEmpty(pixel)) return CLR_INVALID;
+    const SurfaceLock lock(context->Target());
+    std::uint32_t value;
+    context->Target().Read(pixel.left, pixel.top, 1, &value);
+    return RefFromXrgb(context->Target().ColorOf(value));
+  });
 }
 
-COLORREF WINAPI SetPixel(HDC handle, int x, int y, COLORREF color) {
-  const auto context = Require<Context>(handle);
-  if (!context) return CLR_INVALID;
-  const RECT pixel = Intersect(SurfaceRect(*context, x, y, 1, 1), context->Clip());
-  if (IsEmpty(pixel)) return CLR_INVALID;
-  const std::uint32_t value = context->Target().Nearest(context->Resolve(color));
-  const SurfaceLock lock(context->Target());
-  context->Target().Write(pixel.left, pixel.top, 1, &value);
-  return RefFromXrgb(context->Target().ColorOf(value));
+COLORREF WINAPI SetPixel(HDC handle, int x, int y, COLORREF color) noexcept {
+  return OrNoMemory<COLORREF>(CLR_INVALID, [&]() -> COLORREF {
+    const auto context = Require<Context>(handle);
+    if (!context) return CLR_INVALID;
+    const RECT pixel = Intersect(SurfaceRect(*context, x, y, 1, 1), context->Clip());
+    if (IsEmpty(pixel)) return CLR_INVALID;
+    const std::uint32_t value = context->Target().Nearest(context->Resolve(color));
+    const SurfaceLock lock(context->Target());
+    context->Target().Write(pixel.left, pixel.top, 1, &value);
+    return RefFromXrgb(context->Target().ColorOf(value));
+  });
 }
 
 }  // extern "C"

@@ -99,12 +99,14 @@ int ClipComplexity(const Context& context) {
 
 extern "C" {
 
-HDC WINAPI CreateCompatibleDC(HDC handle) {
-  if (handle && !Require<Context>(handle)) return nullptr;
-  return static_cast<HDC>(Make<Context>(Context::Origin::Memory));
+HDC WINAPI CreateCompatibleDC(HDC handle) noexcept {
+  return OrNoMemory<HDC>(nullptr, [&]() -> HDC {
+    if (handle && !Require<Context>(handle)) return nullptr;
+    return static_cast<HDC>(Make<Context>(Context::Origin::Memory));
+  });
 }
 
-BOOL WINAPI DeleteDC(HDC handle) {
+BOOL WINAPI DeleteDC(HDC handle) noexcept {
   const auto context = Find<Context>(handle);
   if (context && context->origin != Context::Origin::Memory) {
     Fail(ERROR_INVALID_FUNCTION);
@@ -115,46 +117,48 @@ BOOL WINAPI DeleteDC(HDC handle) {
   return FALSE;
 }
 
-int WINAPI GetDeviceCaps(HDC handle, int index) {
-  if (!Require<Context>(handle)) return 0;
-  const ScreenSettings& screen = Screen::The().settings;
-  const auto millimetres = [&](int pixels) {
-    return (pixels * 254 + screen.dotsPerInch * 5) / (screen.dotsPerInch * 10);
-  };
-  switch (index) {
-    case TECHNOLOGY:
-      return DT_RASDISPLAY;
-    case HORZSIZE:
-      return millimetres(screen.width);
-    case VERTSIZE:
-      return millimetres(screen.height);
-    case HORZRES:
-      return screen.width;
-    case VERTRES:
-      return screen.height;
-    case BITSPIXEL:
-      return screen.bitsPerPixel;
-    case PLANES:
-      return 1;
-    case NUMCOLORS:
-      return screen.bitsPerPixel == 8 ? 20 : -1;
-    case RASTERCAPS:
-      return RasterCaps();
-    case LOGPIXELSX:
-    case LOGPIXELSY:
-      return screen.dotsPerInch;
-    case SIZEPALETTE:
-      return screen.bitsPerPixel == 8 ? 256 : 0;
-    case NUMRESERVED:
-      return screen.bitsPerPixel == 8 ? 20 : 0;
-    case COLORRES:
-      return screen.bitsPerPixel == 8 ? 18 : 0;
-    default:
-      return 0;
-  }
+int WINAPI GetDeviceCaps(HDC handle, int index) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    if (!Require<Context>(handle)) return 0;
+    const ScreenSettings& screen = Screen::The().settings;
+    const auto millimetres = [&](int pixels) {
+      return (pixels * 254 + screen.dotsPerInch * 5) / (screen.dotsPerInch * 10);
+    };
+    switch (index) {
+      case TECHNOLOGY:
+        return DT_RASDISPLAY;
+      case HORZSIZE:
+        return millimetres(screen.width);
+      case VERTSIZE:
+        return millimetres(screen.height);
+      case HORZRES:
+        return screen.width;
+      case VERTRES:
+        return screen.height;
+      case BITSPIXEL:
+        return screen.bitsPerPixel;
+      case PLANES:
+        return 1;
+      case NUMCOLORS:
+        return screen.bitsPerPixel == 8 ? 20 : -1;
+      case RASTERCAPS:
+        return RasterCaps();
+      case LOGPIXELSX:
+      case LOGPIXELSY:
+        return screen.dotsPerInch;
+      case SIZEPALETTE:
+        return screen.bitsPerPixel == 8 ? 256 : 0;
+      case NUMRESERVED:
+        return screen.bitsPerPixel == 8 ? 20 : 0;
+      case COLORRES:
+        return screen.bitsPerPixel == 8 ? 18 : 0;
+      default:
+        return 0;
+    }
+  });
 }
 
-HGDIOBJ WINAPI SelectObject(HDC handle, HGDIOBJ objectHandle) {
+HGDIOBJ WINAPI SelectObject(HDC handle, HGDIOBJ objectHandle) noexcept {
   const auto context = Require<Context>(handle);
   if (!context) return nullptr;
   auto object = FindObject(objectHandle);
@@ -173,7 +177,7 @@ HGDIOBJ WINAPI SelectObject(HDC handle, HGDIOBJ objectHandle) {
   return nullptr;
 }
 
-HGDIOBJ WINAPI GetCurrentObject(HDC handle, UINT type) {
+HGDIOBJ WINAPI GetCurrentObject(HDC handle, UINT type) noexcept {
   const auto context = Require<Context>(handle);
   if (!context) return nullptr;
   switch (type) {
@@ -191,7 +195,7 @@ HGDIOBJ WINAPI GetCurrentObject(HDC handle, UINT type) {
   }
 }
 
-DWORD WINAPI GetObjectType(HGDIOBJ handle) {
+DWORD WINAPI GetObjectType(HGDIOBJ handle) noexcept {
   const auto object = FindObject(handle);
   if (!object) {
     Fail(ERROR_INVALID_HANDLE);
@@ -212,44 +216,44 @@ DWORD WINAPI GetObjectType(HGDIOBJ handle) {
   return 0;
 }
 
-COLORREF WINAPI SetTextColor(HDC dc, COLORREF color) {
+COLORREF WINAPI SetTextColor(HDC dc, COLORREF color) noexcept {
   return Exchange(dc, &Context::textColor, color, CLR_INVALID);
 }
-COLORREF WINAPI GetTextColor(HDC dc) {
+COLORREF WINAPI GetTextColor(HDC dc) noexcept {
   return Peek(dc, &Context::textColor, CLR_INVALID);
 }
-COLORREF WINAPI SetBkColor(HDC dc, COLORREF color) {
+COLORREF WINAPI SetBkColor(HDC dc, COLORREF color) noexcept {
   return Exchange(dc, &Context::bkColor, color, CLR_INVALID);
 }
-COLORREF WINAPI GetBkColor(HDC dc) {
+COLORREF WINAPI GetBkColor(HDC dc) noexcept {
   return Peek(dc, &Context::bkColor, CLR_INVALID);
 }
-int WINAPI GetBkMode(HDC dc) {
+int WINAPI GetBkMode(HDC dc) noexcept {
   return Peek(dc, &Context::bkMode, 0);
 }
-UINT WINAPI SetTextAlign(HDC dc, UINT align) {
+UINT WINAPI SetTextAlign(HDC dc, UINT align) noexcept {
   return Exchange(dc, &Context::textAlign, align, GDI_ERROR);
 }
-UINT WINAPI GetTextAlign(HDC dc) {
+UINT WINAPI GetTextAlign(HDC dc) noexcept {
   return Peek(dc, &Context::textAlign, UINT{GDI_ERROR});
 }
-int WINAPI GetStretchBltMode(HDC dc) {
+int WINAPI GetStretchBltMode(HDC dc) noexcept {
   return Peek(dc, &Context::stretchMode, 0);
 }
 
-int WINAPI SetBkMode(HDC dc, int mode) {
+int WINAPI SetBkMode(HDC dc, int mode) noexcept {
   if (mode == TRANSPARENT || mode == OPAQUE) return Exchange(dc, &Context::bkMode, mode, 0);
   Fail(ERROR_INVALID_PARAMETER);
   return 0;
 }
 
-int WINAPI SetStretchBltMode(HDC dc, int mode) {
+int WINAPI SetStretchBltMode(HDC dc, int mode) noexcept {
   if (mode >= BLACKONWHITE && mode <= HALFTONE) return Exchange(dc, &Context::stretchMode, mode, 0);
   Fail(ERROR_INVALID_PARAMETER);
   return 0;
 }
 
-int WINAPI IntersectClipRect(HDC handle, int left, int top, int right, int bottom) {
+int WINAPI IntersectClipRect(HDC handle, int left, int top, int right, int bottom) noexcept {
   const auto context = Require<Context>(handle);
   if (!context) return 0;
   const POINT offset = context->offset;
@@ -258,7 +262,7 @@ int WINAPI IntersectClipRect(HDC handle, int left, int top, int right, int botto
   return ClipComplexity(*context);
 }
 
-int WINAPI GetClipBox(HDC handle, RECT* box) {
+int WINAPI GetClipBox(HDC handle, RECT* box) noexcept {
   const auto context = Require<Context>(handle);
   if (!context || !box) return 0;
   const RECT clip = context->Clip();

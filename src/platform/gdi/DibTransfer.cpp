@@ -203,32 +203,36 @@ std::vector<Xrgb>* SelectedColors(const std::shared_ptr<Context>& context) {
 extern "C" {
 
 int WINAPI SetDIBits(HDC handle, HBITMAP bitmapHandle, UINT start, UINT lines, const void* bits,
-                     const BITMAPINFO* info, UINT usage) {
-  std::shared_ptr<Context> context;
-  if (!FindContext(handle, context)) return 0;
-  const auto bitmap = Require<Bitmap>(bitmapHandle);
-  if (!bitmap) return 0;
-  const auto dib = ParseDib(info, usage, context.get());
-  if (!dib || !bits) return FailWith(ERROR_INVALID_PARAMETER);
-  return StoreRows(*bitmap, *dib, start, lines, bits);
+                     const BITMAPINFO* info, UINT usage) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    std::shared_ptr<Context> context;
+    if (!FindContext(handle, context)) return 0;
+    const auto bitmap = Require<Bitmap>(bitmapHandle);
+    if (!bitmap) return 0;
+    const auto dib = ParseDib(info, usage, context.get());
+    if (!dib || !bits) return FailWith(ERROR_INVALID_PARAMETER);
+    return StoreRows(*bitmap, *dib, start, lines, bits);
+  });
 }
 
 int WINAPI GetDIBits(HDC handle, HBITMAP bitmapHandle, UINT start, UINT lines, void* bits, BITMAPINFO* info,
-                     UINT usage) {
-  std::shared_ptr<Context> context;
-  if (!FindContext(handle, context)) return 0;
-  const auto bitmap = Require<Bitmap>(bitmapHandle);
-  if (!bitmap) return 0;
-  if (!info || info->bmiHeader.biSize < sizeof(BITMAPINFOHEADER)) return FailWith(ERROR_INVALID_PARAMETER);
-  if (!bits && info->bmiHeader.biBitCount == 0) {
-    DescribeBitmap(bitmap->surface, info->bmiHeader);
-    return bitmap->surface.height;
-  }
-  return CopyRowsOut(*bitmap, start, lines, bits, info, usage, context.get());
+                     UINT usage) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    std::shared_ptr<Context> context;
+    if (!FindContext(handle, context)) return 0;
+    const auto bitmap = Require<Bitmap>(bitmapHandle);
+    if (!bitmap) return 0;
+    if (!info || info->bmiHeader.biSize < sizeof(BITMAPINFOHEADER)) return FailWith(ERROR_INVALID_PARAMETER);
+    if (!bits && info->bmiHeader.biBitCount == 0) {
+      DescribeBitmap(bitmap->surface, info->bmiHeader);
+      return bitmap->surface.height;
+    }
+    return CopyRowsOut(*bitmap, start, lines, bits, info, usage, context.get());
+  });
 }
 
 HBITMAP WINAPI CreateDIBitmap(HDC handle, const BITMAPINFOHEADER* header, DWORD init, const void* bits,
-                              const BITMAPINFO* info, UINT usage) {
+                              const BITMAPINFO* info, UINT usage) noexcept {
   if (!header || header->biHeight == INT32_MIN) {
     Fail(ERROR_INVALID_PARAMETER);
     return nullptr;
@@ -244,28 +248,30 @@ HBITMAP WINAPI CreateDIBitmap(HDC handle, const BITMAPINFOHEADER* header, DWORD 
 
 int WINAPI StretchDIBits(HDC handle, int x, int y, int width, int height, int sourceX, int sourceY,
                          int sourceWidth, int sourceHeight, const void* bits, const BITMAPINFO* info,
-                         UINT usage, DWORD operation) {
-  const auto context = Require<Context>(handle);
-  if (!context) return 0;
-  const auto dib = ParseDib(info, usage, context.get());
-  if (!dib || !bits) return FailWith(ERROR_INVALID_PARAMETER);
-  auto picture = std::make_shared<Bitmap>();
-  if (!Unpack(picture->surface, *dib, bits)) return FailWith(ERROR_NOT_ENOUGH_MEMORY);
-  // A context around the picture, so that scaling has one road. Bottom-up data count their rows from below.
-  auto source = std::make_shared<Context>(Context::Origin::Memory);
-  source->bitmap.Select(nullptr, std::move(picture));
-  const auto sourceHandle = static_cast<HDC>(AddObject(source));
-  if (!sourceHandle) return 0;
-  const Removal removal{sourceHandle};
-  const std::int64_t fromTop =
-      dib->bottomUp ? std::int64_t{dib->height} - sourceY - sourceHeight : std::int64_t{sourceY};
-  const BOOL done = StretchBlt(handle, x, y, width, height, sourceHandle, sourceX,
-                               static_cast<int>(std::clamp<std::int64_t>(fromTop, INT32_MIN, INT32_MAX)),
-                               sourceWidth, sourceHeight, operation);
-  return done ? dib->height : 0;
+                         UINT usage, DWORD operation) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    const auto context = Require<Context>(handle);
+    if (!context) return 0;
+    const auto dib = ParseDib(info, usage, context.get());
+    if (!dib || !bits) return FailWith(ERROR_INVALID_PARAMETER);
+    auto picture = std::make_shared<Bitmap>();
+    if (!Unpack(picture->surface, *dib, bits)) return FailWith(ERROR_NOT_ENOUGH_MEMORY);
+    // A context around the picture, so that scaling has one road. Bottom-up data count their rows from below.
+    auto source = std::make_shared<Context>(Context::Origin::Memory);
+    source->bitmap.Select(nullptr, std::move(picture));
+    const auto sourceHandle = static_cast<HDC>(AddObject(source));
+    if (!sourceHandle) return 0;
+    const Removal removal{sourceHandle};
+    const std::int64_t fromTop =
+        dib->bottomUp ? std::int64_t{dib->height} - sourceY - sourceHeight : std::int64_t{sourceY};
+    const BOOL done = StretchBlt(handle, x, y, width, height, sourceHandle, sourceX,
+                                 static_cast<int>(std::clamp<std::int64_t>(fromTop, INT32_MIN, INT32_MAX)),
+                                 sourceWidth, sourceHeight, operation);
+    return done ? dib->height : 0;
+  });
 }
 
-UINT WINAPI GetDIBColorTable(HDC handle, UINT start, UINT count, RGBQUAD* table) {
+UINT WINAPI GetDIBColorTable(HDC handle, UINT start, UINT count, RGBQUAD* table) noexcept {
   const auto context = Require<Context>(handle);
   const std::vector<Xrgb>* colors = SelectedColors(context);
   if (!colors || !table || start >= colors->size()) return 0;
@@ -277,7 +283,7 @@ UINT WINAPI GetDIBColorTable(HDC handle, UINT start, UINT count, RGBQUAD* table)
   return count;
 }
 
-UINT WINAPI SetDIBColorTable(HDC handle, UINT start, UINT count, const RGBQUAD* table) {
+UINT WINAPI SetDIBColorTable(HDC handle, UINT start, UINT count, const RGBQUAD* table) noexcept {
   const auto context = Require<Context>(handle);
   std::vector<Xrgb>* colors = SelectedColors(context);
   if (!colors || !table || start >= colors->size()) return 0;

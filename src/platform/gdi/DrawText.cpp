@@ -274,32 +274,34 @@ using namespace orm::platform::gdi;
 extern "C" {
 
 int WINAPI DrawTextExA(HDC handle, char* text, int length, RECT* rect, UINT format,
-                       DRAWTEXTPARAMS* parameters) {
-  const auto context = Require<Context>(handle);
-  if (!context) return 0;
-  if (!rect || !text || length < -1 || (parameters && parameters->cbSize < sizeof *parameters)) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return 0;
-  }
-  const std::size_t bytes = length == -1 ? std::strlen(text) : static_cast<std::size_t>(length);
-  int tabLength = defaultTab;
-  Margins margins;
-  if (format & DT_TABSTOP) {  // the second byte of the flags is the tab width then, not flags
-    tabLength = static_cast<int>(format >> 8 & 0xFF);
-    format &= ~0xFF00u;
-  }
-  if (parameters) {
-    constexpr int most = 4096;
-    const int average = context->font->Metrics().averageWidth;
-    if (parameters->iTabLength > 0) tabLength = std::min(parameters->iTabLength, most);
-    margins.left = std::clamp(parameters->iLeftMargin, 0, most) * average;
-    margins.right = std::clamp(parameters->iRightMargin, 0, most) * average;
-    parameters->uiLengthDrawn = static_cast<UINT>(bytes);
-  }
-  return DrawFormatted(*context, DecodeText(text, bytes), *rect, format, tabLength, margins);
+                       DRAWTEXTPARAMS* parameters) noexcept {
+  return OrNoMemory<int>(0, [&]() -> int {
+    const auto context = Require<Context>(handle);
+    if (!context) return 0;
+    if (!rect || !text || length < -1 || (parameters && parameters->cbSize < sizeof *parameters)) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return 0;
+    }
+    const std::size_t bytes = length == -1 ? std::strlen(text) : static_cast<std::size_t>(length);
+    int tabLength = defaultTab;
+    Margins margins;
+    if (format & DT_TABSTOP) {  // the second byte of the flags is the tab width then, not flags
+      tabLength = static_cast<int>(format >> 8 & 0xFF);
+      format &= ~0xFF00u;
+    }
+    if (parameters) {
+      constexpr int most = 4096;
+      const int average = context->font->Metrics().averageWidth;
+      if (parameters->iTabLength > 0) tabLength = std::min(parameters->iTabLength, most);
+      margins.left = std::clamp(parameters->iLeftMargin, 0, most) * average;
+      margins.right = std::clamp(parameters->iRightMargin, 0, most) * average;
+      parameters->uiLengthDrawn = static_cast<UINT>(bytes);
+    }
+    return DrawFormatted(*context, DecodeText(text, bytes), *rect, format, tabLength, margins);
+  });
 }
 
-int WINAPI DrawTextA(HDC handle, const char* text, int length, RECT* rect, UINT format) {
+int WINAPI DrawTextA(HDC handle, const char* text, int length, RECT* rect, UINT format) noexcept {
   return DrawTextExA(handle, const_cast<char*>(text), length, rect, format, nullptr);
 }
 

@@ -139,7 +139,7 @@ using namespace orm::platform::gdi;
 
 extern "C" {
 
-BOOL WINAPI DeleteObject(HGDIOBJ handle) {
+BOOL WINAPI DeleteObject(HGDIOBJ handle) noexcept {
   const auto object = FindObject(handle);
   if (object && object->stock) return TRUE;
   if (object && object->kind == Kind::Context) return DeleteDC(static_cast<HDC>(handle));
@@ -152,7 +152,7 @@ BOOL WINAPI DeleteObject(HGDIOBJ handle) {
   return FALSE;
 }
 
-int WINAPI GetObjectA(HGDIOBJ handle, int size, void* buffer) {
+int WINAPI GetObjectA(HGDIOBJ handle, int size, void* buffer) noexcept {
   const auto object = FindObject(handle);
   switch (object ? object->kind : Kind::Context) {
     case Kind::Bitmap:
@@ -170,17 +170,17 @@ int WINAPI GetObjectA(HGDIOBJ handle, int size, void* buffer) {
   return 0;
 }
 
-HBRUSH WINAPI CreateSolidBrush(COLORREF color) {
-  return static_cast<HBRUSH>(Make<Brush>(color, false));
+HBRUSH WINAPI CreateSolidBrush(COLORREF color) noexcept {
+  return OrNoMemory<HBRUSH>(nullptr, [&] { return static_cast<HBRUSH>(Make<Brush>(color, false)); });
 }
 
-DWORD WINAPI GetGuiResources(HANDLE, DWORD kind) {
+DWORD WINAPI GetGuiResources(HANDLE, DWORD kind) noexcept {
   if (kind == GR_GDIOBJECTS) return TheTable().CountOwned();
   Fail(ERROR_INVALID_PARAMETER);
   return 0;
 }
 
-DWORD WINAPI OrmGetDeadDeletes(void) {
+DWORD WINAPI OrmGetDeadDeletes(void) noexcept {
   return deadDeletes;
 }
 

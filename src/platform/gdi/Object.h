@@ -6,10 +6,13 @@
 #include <cstdint>
 #include <memory>
 
+#include "kernel/NoMemory.h"
 #include "win32/errors.h"
 #include "win32/gdi.h"
 
 namespace orm::platform::gdi {
+
+using platform::OrNoMemory;  // around every entry point that needs memory
 
 enum class Kind : std::uint8_t { Context = 1, Bitmap, Palette, Font, Brush };
 

@@ -43,18 +43,20 @@ UINT Available(std::size_t size, UINT start, UINT count) {
 
 extern "C" {
 
-HPALETTE WINAPI CreatePalette(const LOGPALETTE* palette) {
-  if (!palette || palette->palVersion != paletteVersion || palette->palNumEntries == 0 ||
-      palette->palNumEntries > entryLimit) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return nullptr;
-  }
-  const PALETTEENTRY* first = palette->palPalEntry;
-  return static_cast<HPALETTE>(
-      Make<Palette>(std::vector<PALETTEENTRY>(first, first + palette->palNumEntries)));
+HPALETTE WINAPI CreatePalette(const LOGPALETTE* palette) noexcept {
+  return OrNoMemory<HPALETTE>(nullptr, [&]() -> HPALETTE {
+    if (!palette || palette->palVersion != paletteVersion || palette->palNumEntries == 0 ||
+        palette->palNumEntries > entryLimit) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return nullptr;
+    }
+    const PALETTEENTRY* first = palette->palPalEntry;
+    return static_cast<HPALETTE>(
+        Make<Palette>(std::vector<PALETTEENTRY>(first, first + palette->palNumEntries)));
+  });
 }
 
-HPALETTE WINAPI SelectPalette(HDC handle, HPALETTE paletteHandle, BOOL background) {
+HPALETTE WINAPI SelectPalette(HDC handle, HPALETTE paletteHandle, BOOL background) noexcept {
   const auto context = Require<Context>(handle);
   if (!context) return nullptr;
   auto palette = Require<Palette>(paletteHandle);
@@ -63,14 +65,16 @@ HPALETTE WINAPI SelectPalette(HDC handle, HPALETTE paletteHandle, BOOL backgroun
   return static_cast<HPALETTE>(context->palette.Select(paletteHandle, std::move(palette)));
 }
 
-UINT WINAPI RealizePalette(HDC handle) {
-  const auto context = Require<Context>(handle);
-  if (!context) return GDI_ERROR;
-  if (!context->IsPaletteDevice() || context->palette->stock) return 0;
-  return context->palette->Realize(context->backgroundPalette);
+UINT WINAPI RealizePalette(HDC handle) noexcept {
+  return OrNoMemory<UINT>(GDI_ERROR, [&]() -> UINT {
+    const auto context = Require<Context>(handle);
+    if (!context) return GDI_ERROR;
+    if (!context->IsPaletteDevice() || context->palette->stock) return 0;
+    return context->palette->Realize(context->backgroundPalette);
+  });
 }
 
-UINT WINAPI GetPaletteEntries(HPALETTE handle, UINT start, UINT count, PALETTEENTRY* entries) {
+UINT WINAPI GetPaletteEntries(HPALETTE handle, UINT start, UINT count, PALETTEENTRY* entries) noexcept {
   const auto palette = Require<Palette>(handle);
   if (!palette) return 0;
   if (!entries) return palette->Count();
@@ -80,20 +84,22 @@ UINT WINAPI GetPaletteEntries(HPALETTE handle, UINT start, UINT count, PALETTEEN
   return available;
 }
 
-UINT WINAPI GetSystemPaletteEntries(HDC handle, UINT start, UINT count, PALETTEENTRY* entries) {
-  const auto context = Require<Context>(handle);
-  if (!context || !context->IsPaletteDevice()) return 0;
-  const std::vector<Xrgb> colors = SystemPalette::The().Colors();
-  if (!entries) return static_cast<UINT>(colors.size());
-  const UINT available = Available(colors.size(), start, count);
-  for (UINT i = 0; i < available; ++i) {
-    const COLORREF color = RefFromXrgb(colors[start + i]);
-    entries[i] = {GetRValue(color), GetGValue(color), GetBValue(color), 0};
-  }
-  return available;
+UINT WINAPI GetSystemPaletteEntries(HDC handle, UINT start, UINT count, PALETTEENTRY* entries) noexcept {
+  return OrNoMemory<UINT>(0, [&]() -> UINT {
+    const auto context = Require<Context>(handle);
+    if (!context || !context->IsPaletteDevice()) return 0;
+    const std::vector<Xrgb> colors = SystemPalette::The().Colors();
+    if (!entries) return static_cast<UINT>(colors.size());
+    const UINT available = Available(colors.size(), start, count);
+    for (UINT i = 0; i < available; ++i) {
+      const COLORREF color = RefFromXrgb(colors[start + i]);
+      entries[i] = {GetRValue(color), GetGValue(color), GetBValue(color), 0};
+    }
+    return available;
+  });
 }
 
-UINT WINAPI GetNearestPaletteIndex(HPALETTE handle, COLORREF color) {
+UINT WINAPI GetNearestPaletteIndex(HPALETTE handle, COLORREF color) noexcept {
   const auto palette = Require<Palette>(handle);
   if (!palette) return CLR_INVALID;
   return NearestColor(palette->Colors().data(), palette->Colors().size(), XrgbFromRef(color));

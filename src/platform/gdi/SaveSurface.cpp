@@ -65,8 +65,9 @@ bool IsReplaceable(const char* path, mode_t& mode) {
 // The old picture is gone only when the new one is complete.
 bool Replace(const char* path, mode_t mode, const std::vector<std::uint8_t>& bytes) {
   const std::string beside = std::string(path) + '.' + std::to_string(getpid()) + ".new";
+  const std::string besideOnDisk = orm::platform::UnixPath(beside.c_str());
   if (Write(beside.c_str(), bytes)) {
-    chmod(orm::platform::UnixPath(beside.c_str()).c_str(), mode);
+    chmod(besideOnDisk.c_str(), mode);
     if (MoveFileExA(beside.c_str(), path, MOVEFILE_REPLACE_EXISTING)) return true;
   }
   const DWORD error = GetLastError();
@@ -77,20 +78,22 @@ bool Replace(const char* path, mode_t mode, const std::vector<std::uint8_t>& byt
 
 }  // namespace
 
-extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) {
-  const auto context = Require<Context>(handle);
-  if (!context) return FALSE;
-  const RECT part = context->Clip();
-  if (IsEmpty(part) || !path) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  const std::vector<std::uint8_t> file =
-      CompressPng(CopyColors(*context, part), part.right - part.left, part.bottom - part.top);
-  if (file.empty()) {
-    Fail(ERROR_NOT_ENOUGH_MEMORY);
-    return FALSE;
-  }
-  mode_t mode = 0;
-  return IsReplaceable(path, mode) ? Replace(path, mode, file) : Write(path, file);
+extern "C" BOOL WINAPI OrmSaveSurfaceA(HDC handle, const char* path) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto context = Require<Context>(handle);
+    if (!context) return FALSE;
+    const RECT part = context->Clip();
+    if (IsEmpty(part) || !path) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    const std::vector<std::uint8_t> file =
+        CompressPng(CopyColors(*context, part), part.right - part.left, part.bottom - part.top);
+    if (file.empty()) {
+      Fail(ERROR_NOT_ENOUGH_MEMORY);
+      return FALSE;
+    }
+    mode_t mode = 0;
+    return IsReplaceable(path, mode) ? Replace(path, mode, file) : Write(path, file);
+  });
 }

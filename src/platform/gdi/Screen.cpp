@@ -2,6 +2,8 @@
 #include "gdi/Screen.h"
 
 #include <array>
+#include <new>
+#include <utility>
 
 #include "gdi/Context.h"
 #include "gdi/SystemPalette.h"
@@ -32,18 +34,40 @@ std::shared_ptr<Bitmap> MakeScreenBitmap(const ScreenSettings& settings) {
   auto bitmap = std::make_shared<Bitmap>();
   const PixelFormat format =
       settings.bitsPerPixel == 8 ? PixelFormat::Device() : PixelFormat::Direct(settings.bitsPerPixel);
-  bitmap->surface.Allocate(format, settings.width, settings.height, 4, false);
+  if (!bitmap->surface.Allocate(format, settings.width, settings.height, 4, false)) throw std::bad_alloc();
   return bitmap;
 }
 
+// An object of which there always is one. It goes only when not all of them could be made.
+class StockHandle {
+ public:
+  StockHandle() = default;
+  explicit StockHandle(std::shared_ptr<Object> object) {
+    object->stock = true;
+    mHandle = AddObject(std::move(object));
+    if (!mHandle) throw std::bad_alloc();
+  }
+  StockHandle(StockHandle&& other) noexcept : mHandle(std::exchange(other.mHandle, nullptr)) {}
+  StockHandle& operator=(StockHandle&& other) noexcept {
+    std::swap(mHandle, other.mHandle);
+    return *this;
+  }
+  ~StockHandle() {
+    if (mHandle) RemoveObject(mHandle);
+  }
+
+  [[nodiscard]] HGDIOBJ Get() const { return mHandle; }
+
+ private:
+  HGDIOBJ mHandle = nullptr;
+};
+
 template <class T, class... Args>
-HGDIOBJ MakeStock(Args&&... args) {
-  auto object = std::make_shared<T>(std::forward<Args>(args)...);
-  object->stock = true;
-  return AddObject(std::move(object));
+StockHandle MakeStock(Args&&... args) {
+  return StockHandle(std::make_shared<T>(std::forward<Args>(args)...));
 }
 
-HGDIOBJ MakeStockFont(LONG height, const char* face) {
+StockHandle MakeStockFont(LONG height, const char* face) {
   LOGFONTA description{};
   description.lfHeight = height;
   description.lfWeight = FW_NORMAL;
@@ -52,7 +76,7 @@ HGDIOBJ MakeStockFont(LONG height, const char* face) {
   return MakeStock<Font>(description);
 }
 
-HGDIOBJ MakeStockPalette() {
+StockHandle MakeStockPalette() {
   std::vector<PALETTEENTRY> entries;
   for (std::uint32_t i = 0; i < 256; ++i) {
     if (i >= 10 && i < 246) continue;
@@ -63,8 +87,8 @@ HGDIOBJ MakeStockPalette() {
 }
 
 struct StockObjects {
-  std::array<HGDIOBJ, DEFAULT_GUI_FONT + 1> handles{};
-  HGDIOBJ monoBitmap;
+  std::array<StockHandle, DEFAULT_GUI_FONT + 1> handles;
+  StockHandle monoBitmap;
 
   StockObjects() {
     constexpr COLORREF brushes[] = {0xFFFFFF, 0xC0C0C0, 0x808080, 0x404040, 0x000000};
@@ -75,9 +99,8 @@ struct StockObjects {
     handles[DEFAULT_GUI_FONT] = MakeStockFont(-11, "Sans");
     handles[DEFAULT_PALETTE] = MakeStockPalette();
     auto bitmap = std::make_shared<Bitmap>();
-    bitmap->surface.Allocate(PixelFormat::Mono(), 1, 1, 2, false);
-    bitmap->stock = true;
-    monoBitmap = AddObject(std::move(bitmap));
+    if (!bitmap->surface.Allocate(PixelFormat::Mono(), 1, 1, 2, false)) throw std::bad_alloc();
+    monoBitmap = StockHandle(std::move(bitmap));
   }
 
   static const StockObjects& The() {
@@ -110,16 +133,17 @@ Screen::Screen(const ScreenSettings& screenSettings)
 HGDIOBJ StockObject(int index) {
   const auto& handles = StockObjects::The().handles;
   return index >= 0 && static_cast<std::size_t>(index) < handles.size()
-             ? handles[static_cast<std::size_t>(index)]
+             ? handles[static_cast<std::size_t>(index)].Get()
              : nullptr;
 }
 
 HGDIOBJ StockMonoBitmap() {
-  return StockObjects::The().monoBitmap;
+  return StockObjects::The().monoBitmap.Get();
 }
 
 }  // namespace orm::platform::gdi
 
-extern "C" HGDIOBJ WINAPI GetStockObject(int index) {
-  return orm::platform::gdi::StockObject(index);
+extern "C" HGDIOBJ WINAPI GetStockObject(int index) noexcept {
+  using namespace orm::platform::gdi;
+  return OrNoMemory<HGDIOBJ>(nullptr, [index] { return StockObject(index); });
 }

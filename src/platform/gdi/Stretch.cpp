@@ -3,6 +3,7 @@
 // colour), or they are averaged (halftone). Where it grows, pixels are repeated. Both directions are
 // independent.
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "gdi/Transfer.h"
@@ -134,7 +135,7 @@ void Stretch(Surface& destination, const Span2D& target, const RECT& clip, Surfa
   if (across.begin >= across.end || down.begin >= down.end) return;
   if (&source == &destination) {  // scaling onto itself: read from a copy
     Surface copy;
-    if (!copy.Allocate(source.format, source.width, source.height, 4, false)) return;
+    if (!copy.Allocate(source.format, source.width, source.height, 4, false)) throw std::bad_alloc();
     copy.colors = source.colors;
     Transfer(copy, {0, 0, source.width, source.height}, source, {0, 0}, RasterOperation(SRCCOPY), 0, mono);
     return Stretch(destination, target, clip, copy, from, operation, pattern, mono, mode);

@@ -54,12 +54,16 @@ std::vector<Xrgb> SystemPalette::Colors() {
 
 std::vector<std::uint8_t> SystemPalette::Realize(const std::vector<Xrgb>& wanted, std::uint64_t owner,
                                                  bool background) {
+  // All memory first, so that want of it leaves the palette as it was.
+  std::vector<std::uint8_t> entries(wanted.size());
+  std::vector<int> places(wanted.size(), -1);
+  std::vector<std::uint32_t> candidates;
+  candidates.reserve(mOwners.size());
   std::lock_guard lock(mLock);
   const std::array<std::uint64_t, 256> before = mOwners;
   std::array<bool, 256> taken{};  // for this palette, in this call
   const auto has = [&](std::uint32_t i, Xrgb color) { return mOwners[i] != 0 && mColors[i] == color; };
   // What this palette holds already stays in its place, so that pictures drawn with it keep their colours.
-  std::vector<int> places(wanted.size(), -1);
   for (std::size_t n = 0; n < wanted.size(); ++n)
     for (std::uint32_t i = 0; i < 256 && places[n] < 0; ++i)
       if (has(i, wanted[n])) {
@@ -67,7 +71,6 @@ std::vector<std::uint8_t> SystemPalette::Realize(const std::vector<Xrgb>& wanted
         taken[i] = true;
       }
   // Unused entries first: taking another palette's changes pictures that are already shown.
-  std::vector<std::uint32_t> candidates;
   for (std::uint32_t i = 0; i < 256; ++i)
     if (before[i] == 0) candidates.push_back(i);
   for (std::uint32_t i = 0; i < 256 && !background; ++i)
@@ -83,7 +86,6 @@ std::vector<std::uint8_t> SystemPalette::Realize(const std::vector<Xrgb>& wanted
     taken[entry] = true;
     places[n] = static_cast<int>(entry);
   }
-  std::vector<std::uint8_t> entries(wanted.size());
   for (std::size_t n = 0; n < wanted.size(); ++n)
     entries[n] = static_cast<std::uint8_t>(places[n] >= 0 ? static_cast<std::uint32_t>(places[n])
                                                           : NearestLocked(wanted[n]));

@@ -244,19 +244,21 @@ std::vector<int> CharacterAdvances(const char* text, std::size_t bytes, const in
 
 extern "C" {
 
-BOOL WINAPI GetTextExtentPoint32A(HDC handle, const char* text, int length, SIZE* size) {
-  const auto context = Require<Context>(handle);
-  if (!context) return FALSE;
-  if (!size || length < 0 || (!text && length > 0)) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  Font& font = *context->font;
-  *size = {MeasureRun(font, DecodeText(text, static_cast<std::size_t>(length))), font.Metrics().Height()};
-  return TRUE;
+BOOL WINAPI GetTextExtentPoint32A(HDC handle, const char* text, int length, SIZE* size) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto context = Require<Context>(handle);
+    if (!context) return FALSE;
+    if (!size || length < 0 || (!text && length > 0)) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    Font& font = *context->font;
+    *size = {MeasureRun(font, DecodeText(text, static_cast<std::size_t>(length))), font.Metrics().Height()};
+    return TRUE;
+  });
 }
 
-BOOL WINAPI TextOutA(HDC handle, int x, int y, const char* text, int length) {
+BOOL WINAPI TextOutA(HDC handle, int x, int y, const char* text, int length) noexcept {
   if (length < 0) {
     Fail(ERROR_INVALID_PARAMETER);
     return FALSE;
@@ -265,33 +267,35 @@ BOOL WINAPI TextOutA(HDC handle, int x, int y, const char* text, int length) {
 }
 
 BOOL WINAPI ExtTextOutA(HDC handle, int x, int y, UINT options, const RECT* rect, const char* text,
-                        UINT length, const int* advances) {
-  const auto context = Require<Context>(handle);
-  if (!context) return FALSE;
-  if (!text && length > 0) {
-    Fail(ERROR_INVALID_PARAMETER);
-    return FALSE;
-  }
-  RECT clip = everywhere;
-  if (rect) {
-    const POINT offset = context->offset;
-    const RECT area{SaturatedAdd(rect->left, offset.x), SaturatedAdd(rect->top, offset.y),
-                    SaturatedAdd(rect->right, offset.x), SaturatedAdd(rect->bottom, offset.y)};
-    if (options & ETO_OPAQUE) FillColor(*context, area, everywhere, context->bkColor);
-    if (options & ETO_CLIPPED) clip = area;
-  }
-  if (length == 0) return TRUE;
-  const std::u32string characters = DecodeText(text, length);
-  if (!advances) {
-    const int width = context->textAlign & TA_CENTER ? MeasureRun(*context->font, characters) : 0;
-    DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip);
+                        UINT length, const int* advances) noexcept {
+  return OrNoMemory(FALSE, [&]() -> BOOL {
+    const auto context = Require<Context>(handle);
+    if (!context) return FALSE;
+    if (!text && length > 0) {
+      Fail(ERROR_INVALID_PARAMETER);
+      return FALSE;
+    }
+    RECT clip = everywhere;
+    if (rect) {
+      const POINT offset = context->offset;
+      const RECT area{SaturatedAdd(rect->left, offset.x), SaturatedAdd(rect->top, offset.y),
+                      SaturatedAdd(rect->right, offset.x), SaturatedAdd(rect->bottom, offset.y)};
+      if (options & ETO_OPAQUE) FillColor(*context, area, everywhere, context->bkColor);
+      if (options & ETO_CLIPPED) clip = area;
+    }
+    if (length == 0) return TRUE;
+    const std::u32string characters = DecodeText(text, length);
+    if (!advances) {
+      const int width = context->textAlign & TA_CENTER ? MeasureRun(*context->font, characters) : 0;
+      DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip);
+      return TRUE;
+    }
+    const std::vector<int> steps = CharacterAdvances(text, length, advances, characters.size());
+    int width = 0;
+    for (const int step : steps) width = SaturatedAdd(width, step);
+    DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip, &steps);
     return TRUE;
-  }
-  const std::vector<int> steps = CharacterAdvances(text, length, advances, characters.size());
-  int width = 0;
-  for (const int step : steps) width = SaturatedAdd(width, step);
-  DrawRun(*context, AlignedCorner(*context, x, y, width), characters, clip, &steps);
-  return TRUE;
+  });
 }
 
 }  // extern "C"

@@ -29,37 +29,39 @@ HDC MakeContext(Context::Origin origin, HWND window) {
 
 extern "C" {
 
-HDC WINAPI GetDC(HWND window) {
-  return MakeContext(Context::Origin::Screen, window);
+HDC WINAPI GetDC(HWND window) noexcept {
+  return OrNoMemory<HDC>(nullptr, [&] { return MakeContext(Context::Origin::Screen, window); });
 }
 
-int WINAPI ReleaseDC(HWND window, HDC handle) {
+int WINAPI ReleaseDC(HWND window, HDC handle) noexcept {
   const auto context = Require<Context>(handle);
   if (!context || context->origin != Context::Origin::Screen || context->window != window) return 0;
   return RemoveObject(handle);
 }
 
-HDC WINAPI BeginPaint(HWND window, PAINTSTRUCT* paint) {
-  if (!paint || !window) {
-    Fail(window ? ERROR_INVALID_PARAMETER : ERROR_INVALID_WINDOW_HANDLE);
-    return nullptr;
-  }
-  *paint = {};
-  const HDC handle = MakeContext(Context::Origin::Paint, window);
-  if (!handle) return nullptr;
-  BOOL erase = FALSE;
-  OrmTakeUpdateRect(window, &paint->rcPaint, &erase);
-  const RECT& area = paint->rcPaint;
-  IntersectClipRect(handle, area.left, area.top, area.right, area.bottom);
-  paint->hdc = handle;
-  if (erase) {
-    const LRESULT erased = SendMessageA(window, WM_ERASEBKGND, reinterpret_cast<WPARAM>(handle), 0);
-    paint->fErase = erased == 0;
-  }
-  return handle;
+HDC WINAPI BeginPaint(HWND window, PAINTSTRUCT* paint) noexcept {
+  return OrNoMemory<HDC>(nullptr, [&]() -> HDC {
+    if (!paint || !window) {
+      Fail(window ? ERROR_INVALID_PARAMETER : ERROR_INVALID_WINDOW_HANDLE);
+      return nullptr;
+    }
+    *paint = {};
+    const HDC handle = MakeContext(Context::Origin::Paint, window);
+    if (!handle) return nullptr;
+    BOOL erase = FALSE;
+    OrmTakeUpdateRect(window, &paint->rcPaint, &erase);
+    const RECT& area = paint->rcPaint;
+    IntersectClipRect(handle, area.left, area.top, area.right, area.bottom);
+    paint->hdc = handle;
+    if (erase) {
+      const LRESULT erased = SendMessageA(window, WM_ERASEBKGND, reinterpret_cast<WPARAM>(handle), 0);
+      paint->fErase = erased == 0;
+    }
+    return handle;
+  });
 }
 
-BOOL WINAPI EndPaint(HWND, const PAINTSTRUCT* paint) {
+BOOL WINAPI EndPaint(HWND, const PAINTSTRUCT* paint) noexcept {
   if (!paint) return FALSE;
   const auto context = Require<Context>(paint->hdc);
   return context && context->origin == Context::Origin::Paint && RemoveObject(paint->hdc);
