@@ -219,6 +219,10 @@ TEST(Rc, TheCommand) {
   EXPECT_EQ(Read(object), before);                   // and the object of the last good run stays
   EXPECT_EQ(RunCommand({script, "-o", folder / "s.exe", "-I", folder / "in c", "-D", "WORD=\"text\""}), 1);
   EXPECT_EQ(RunCommand({folder / "none.rc", "-o", object}), 1);
+  std::ofstream(script) << "STRINGTABLE { 3 \"text\" }\n";
+  std::filesystem::create_directory(folder / "taken.o");
+  EXPECT_EQ(RunCommand({script, "-o", folder / "taken.o"}), 1);
+  EXPECT_FALSE(std::filesystem::exists(folder / "taken.o.new")) << "nothing is left of it";
   EXPECT_EQ(RunCommand({"/dev/zero", "-o", object}), 1) << "it has no end";
   EXPECT_EQ(RunCommand({script}), 2);
   EXPECT_EQ(RunCommand({script, "-o", object, "-c", "1200"}), 2);

@@ -69,16 +69,12 @@ std::optional<std::string> ReadFile(const std::string& path) {
 // A build never sees half an output: it is written beside and renamed.
 void WriteFile(const std::string& path, std::string_view content) {
   const std::string temporary = path + ".new";
-  {
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    file.close();
-    if (!file) {
-      std::remove(temporary.c_str());
-      throw std::runtime_error(path + ": error: cannot write this file");
-    }
-  }
-  std::filesystem::rename(temporary, path);
+  std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+  file.write(content.data(), static_cast<std::streamsize>(content.size()));
+  file.close();
+  if (file && std::rename(temporary.c_str(), path.c_str()) == 0) return;
+  std::remove(temporary.c_str());
+  throw std::runtime_error(path + ": error: cannot write this file");
 }
 
 std::string DependencyRule(const std::string& output, const std::set<std::string>& files) {
