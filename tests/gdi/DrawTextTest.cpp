@@ -106,6 +106,10 @@ TEST_F(DrawTextTest, Tabs) {
   DrawTextExA(mCanvas->context, text, -1, &rect, DT_EXPANDTABS | DT_CALCRECT, &parameters);
   EXPECT_EQ(rect.right, (2 + 4 + 1) * mWide);
   EXPECT_EQ(parameters.uiLengthDrawn, 3u);
+  std::string many(50000, '\t');
+  parameters.iTabLength = 4096;
+  DrawTextExA(mCanvas->context, many.data(), -1, &rect, DT_EXPANDTABS | DT_CALCRECT, &parameters);
+  EXPECT_EQ(rect.right, INT32_MAX / 2) << "as far as it goes";
 }
 
 TEST_F(DrawTextTest, Prefixes) {

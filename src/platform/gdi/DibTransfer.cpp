@@ -275,6 +275,7 @@ UINT WINAPI GetDIBColorTable(HDC handle, UINT start, UINT count, RGBQUAD* table)
   const auto context = Require<Context>(handle);
   const std::vector<Xrgb>* colors = SelectedColors(context);
   if (!colors || !table || start >= colors->size()) return 0;
+  const SurfaceLock lock(context->Target());
   count = std::min(count, static_cast<UINT>(colors->size() - start));
   for (UINT i = 0; i < count; ++i) {
     const Xrgb color = (*colors)[start + i];
@@ -287,6 +288,7 @@ UINT WINAPI SetDIBColorTable(HDC handle, UINT start, UINT count, const RGBQUAD* 
   const auto context = Require<Context>(handle);
   std::vector<Xrgb>* colors = SelectedColors(context);
   if (!colors || !table || start >= colors->size()) return 0;
+  const SurfaceLock lock(context->Target());
   count = std::min(count, static_cast<UINT>(colors->size() - start));
   for (UINT i = 0; i < count; ++i)
     (*colors)[start + i] = static_cast<Xrgb>(table[i].rgbRed) << 16 |

@@ -47,7 +47,8 @@ class Layout {
   }
 
   int Step(char32_t character, int x) const {
-    if (character == U'\t' && mFormat & DT_EXPANDTABS) return mTab > 0 ? (x / mTab + 1) * mTab : x;
+    if (character == U'\t' && mFormat & DT_EXPANDTABS)
+      return mTab > 0 ? SaturatedAdd(std::int64_t{x / mTab} * mTab, mTab) : x;
     return SaturatedAdd(x, mFont.GlyphOf(character).advance);
   }
 

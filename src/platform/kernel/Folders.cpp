@@ -79,7 +79,7 @@ DWORD GetFullPathNameA(const char* name, DWORD size, char* buffer, char** filePa
     std::string text = AnsiPath(path);
     if (text.size() > strlen("X:\\") && EndsInSeparator(name)) text += '\\';
     const DWORD result = Deliver(text, buffer, size);
-    if (filePart != nullptr && result < size) {
+    if (filePart != nullptr && buffer != nullptr && result < size) {
       auto* last = reinterpret_cast<char*>(_mbsrchr(reinterpret_cast<unsigned char*>(buffer), '\\'));
       *filePart = last != nullptr && last[1] != 0 ? last + 1 : nullptr;
     }
