@@ -85,7 +85,8 @@ int Debug(const char* text) {
 int AskBox(const char*) {
   const auto box = orm::test::ExportOf<int (*)(HWND, const char*, const char*, UINT)>(
       LoadLibraryA("User32.dll"), "MessageBoxA");
-  return box != nullptr ? box(nullptr, "Text\x1b[2J", "Caption", 0x00212212) : 100;
+  constexpr const char* text = "Text\x1b[2J\x9D";  // both begin a sequence
+  return box != nullptr ? box(nullptr, text, "Caption", 0x00212212) : 100;
 }
 
 }  // namespace

@@ -100,12 +100,17 @@ class Turn {
 [[maybe_unused]] const int gsForkHandler =
     pthread_atfork(nullptr, nullptr, [] { InitializeCriticalSection(&gsAsking); });
 
-// What comes from a program must not drive the terminal: control characters other than line feeds are shown
-// as '?'.
+// What comes from a program must not drive the terminal: control characters other than line feeds and tabs
+// are shown as '?', also the second 32 of them, which begin sequences by themselves and take two bytes.
 std::string Printable(const char* text) {
-  std::string result = text != nullptr ? Utf8FromAnsi(text) : std::string();
-  for (char& c : result) {
-    if ((static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\t') || c == 0x7F) c = '?';
+  const std::string source = text != nullptr ? Utf8FromAnsi(text) : std::string();
+  std::string result;
+  for (size_t i = 0; i < source.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(source[i]);
+    const bool isSecond = byte == 0xC2 && static_cast<unsigned char>(source[i + 1]) < 0xA0;
+    const bool isFirst = (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F;
+    result += isFirst || isSecond ? '?' : source[i];
+    i += isSecond;
   }
   return result;
 }
