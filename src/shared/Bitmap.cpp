@@ -9,6 +9,7 @@
 #include "BitmapBlock.h"
 #include "BitmapSection.h"
 #include "GdiHandles.h"
+#include "ModuleFrame.h"
 
 namespace orm {
 
@@ -46,6 +47,13 @@ int ScaleLength(int length, LONG mul, LONG div) {
 }
 
 }  // namespace
+
+void LockDefaultStretch() {
+  gsDefaultStretchLock.lock();
+}
+void UnlockDefaultStretch() {
+  gsDefaultStretchLock.unlock();
+}
 
 const StretchInfo& StretchInfo::GetDefault() {
   FillDefaultStretch();

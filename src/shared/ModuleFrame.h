@@ -27,4 +27,7 @@ void UnlockThreadRegistrar();
 void LockPropertyOrders();  // PropertyTable.cpp
 void UnlockPropertyOrders();
 
+void LockDefaultStretch();  // Bitmap.cpp
+void UnlockDefaultStretch();
+
 }  // namespace orm

@@ -11,6 +11,7 @@ class Bitmap final : public Object {
   static constexpr Kind objectKind = Kind::Bitmap;
 
   Bitmap() : Object(objectKind) {}
+  std::mutex* Lock() noexcept override { return &surface.lock; }
 
   bool IsSection() const { return mHeader.biSize != 0; }
   void MakeSection(const BITMAPINFOHEADER& header) { mHeader = header; }

@@ -47,6 +47,7 @@ class Font final : public Object {
 
   explicit Font(const LOGFONTA& description);
   ~Font() override;
+  std::mutex* Lock() noexcept override { return &mLock; }
 
   const LOGFONTA& Description() const { return mDescription; }
   const FontMetrics& Metrics() const { return mMetrics; }

@@ -8,6 +8,8 @@
 
 #include "gdi/Bitmap.h"
 #include "gdi/Font.h"
+#include "gdi/Fork.h"
+#include "gdi/MadeOnce.h"
 #include "gdi/Palette.h"
 #include "win32/kernel.h"
 
@@ -67,7 +69,26 @@ class Table {
     return count;
   }
 
+  // No look-up waits for an object, nor does who has one wait for another look-up: the order is no matter.
+  void LockAll() {
+    mLock.lock();
+    VisitLocks([](std::mutex& lock) { lock.lock(); });
+  }
+  void UnlockAll(bool isChild) {
+    VisitLocks([](std::mutex& lock) { lock.unlock(); });
+    if (isChild)
+      std::construct_at(&mLock);  // it knows its writer by the thread's number, which is another one here
+    else
+      mLock.unlock();
+  }
+
  private:
+  template <class Operation>
+  void VisitLocks(Operation operation) {
+    for (const Slot& slot : mSlots)
+      if (std::mutex* const lock = slot.object ? slot.object->Lock() : nullptr) operation(*lock);
+  }
+
   HGDIOBJ HandleOf(std::uint32_t index) const {
     const Slot& slot = mSlots[index];
     const auto kind = static_cast<std::uint32_t>(slot.object->kind);
@@ -86,10 +107,10 @@ class Table {
   std::vector<std::uint32_t> mFree;
 };
 
-// Never destroyed: other modules' exit actions may still delete their objects.
+constinit MadeOnce<Table> gsTable;
+
 Table& TheTable() {
-  static Table& table = *new Table;
-  return table;
+  return gsTable.Get();
 }
 
 std::atomic<DWORD> deadDeletes{0};
@@ -131,6 +152,13 @@ bool RemoveObject(HGDIOBJ handle) {
 
 void Fail(DWORD error) {
   SetLastError(error);
+}
+
+void LockObjects() {
+  gsTable.Lock([](Table& table) { table.LockAll(); });
+}
+void UnlockObjects(bool isChild) {
+  gsTable.Unlock([isChild](Table& table) { table.UnlockAll(isChild); });
 }
 
 }  // namespace orm::platform::gdi

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "kernel/NoMemory.h"
 #include "win32/errors.h"
@@ -22,6 +23,9 @@ class Object {
   virtual ~Object() = default;
   Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
+
+  // The lock of what is behind the object, which is held over a fork; null when there is none.
+  virtual std::mutex* Lock() noexcept { return nullptr; }
 
   const Kind kind;
   std::atomic<int> selections{0};  // contexts that have it selected

@@ -14,6 +14,7 @@ class Palette final : public Object {
   static constexpr Kind objectKind = Kind::Palette;
 
   explicit Palette(std::vector<PALETTEENTRY> entries);
+  std::mutex* Lock() noexcept override { return &mLock; }
 
   WORD Count() const { return static_cast<WORD>(mEntries.size()); }
   const std::vector<PALETTEENTRY>& Entries() const { return mEntries; }

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include "gdi/Fork.h"
+
 namespace orm::platform::gdi {
 namespace {
 
@@ -48,6 +50,8 @@ class Store {
     return false;
   }
 
+  std::mutex& Lock() { return mLock; }
+
  private:
   std::mutex mLock;
   std::array<Block, 8> mBlocks{};
@@ -57,6 +61,13 @@ class Store {
 constinit Store gStore;
 
 }  // namespace
+
+void LockKeptPixels() {
+  gStore.Lock().lock();
+}
+void UnlockKeptPixels() {
+  gStore.Lock().unlock();
+}
 
 PixelMemory::PixelMemory(std::size_t size) {
   const Block kept = size < leastKept ? Block{} : gStore.Take(size);

@@ -6,7 +6,9 @@
 #include <utility>
 
 #include "gdi/Context.h"
+#include "gdi/Fork.h"
 #include "gdi/SystemPalette.h"
+#include "gdi/Typeface.h"
 #include "win32/registry.h"
 
 namespace orm::platform::gdi {
@@ -102,14 +104,33 @@ struct StockObjects {
     if (!bitmap->surface.Allocate(PixelFormat::Mono(), 1, 1, 2, false)) throw std::bad_alloc();
     monoBitmap = StockHandle(std::move(bitmap));
   }
-
-  static const StockObjects& The() {
-    static const StockObjects& objects = *new StockObjects;
-    return objects;
-  }
 };
 
+constinit MadeOnce<const StockObjects> gsStockObjects;
+constinit MadeOnce<Screen> gsScreen;
+
+// What their fonts need is loaded before, and not under the lock: another thread may wait for that while it
+// loads a module, whose start draws.
+const StockObjects& TheStockObjects() {
+  if (!gsStockObjects.IsMade()) LoadTextLibrary();
+  return gsStockObjects.Get();
+}
+
 }  // namespace
+
+void LockStockObjects() {
+  gsStockObjects.Lock([](const StockObjects&) {});
+}
+void UnlockStockObjects() {
+  gsStockObjects.Unlock([](const StockObjects&) {});
+}
+
+void LockScreen() {
+  gsScreen.Lock([](const Screen& screen) { screen.bitmap->Lock()->lock(); });
+}
+void UnlockScreen() {
+  gsScreen.Unlock([](const Screen& screen) { screen.bitmap->Lock()->unlock(); });
+}
 
 ScreenSettings ReadScreenSettings() {
   ScreenSettings settings;
@@ -123,22 +144,20 @@ ScreenSettings ReadScreenSettings() {
 }
 
 Screen& Screen::The() {
-  static Screen& screen = *new Screen(ReadScreenSettings());
-  return screen;
+  return gsScreen.Get();
 }
 
-Screen::Screen(const ScreenSettings& screenSettings)
-    : settings(screenSettings), bitmap(MakeScreenBitmap(screenSettings)) {}
+Screen::Screen() : settings(ReadScreenSettings()), bitmap(MakeScreenBitmap(settings)) {}
 
 HGDIOBJ StockObject(int index) {
-  const auto& handles = StockObjects::The().handles;
+  const auto& handles = TheStockObjects().handles;
   return index >= 0 && static_cast<std::size_t>(index) < handles.size()
              ? handles[static_cast<std::size_t>(index)].Get()
              : nullptr;
 }
 
 HGDIOBJ StockMonoBitmap() {
-  return StockObjects::The().monoBitmap.Get();
+  return TheStockObjects().monoBitmap.Get();
 }
 
 }  // namespace orm::platform::gdi

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "gdi/Bitmap.h"
+#include "gdi/MadeOnce.h"
 
 namespace orm::platform::gdi {
 
@@ -25,7 +26,8 @@ class Screen {
   bool HasPalette() const { return settings.bitsPerPixel == 8; }
 
  private:
-  explicit Screen(const ScreenSettings& screenSettings);
+  friend class MadeOnce<Screen>;
+  Screen();
 };
 
 // The machine's settings; what is absent or makes no sense has its default.

@@ -12,11 +12,19 @@ constexpr std::array<Xrgb, 20> fixedColors = {
     0x000000, 0x800000, 0x008000, 0x808000, 0x000080, 0x800080, 0x008080, 0xC0C0C0, 0xC0DCC0, 0xA6CAF0,
     0xFFFBF0, 0xA0A0A4, 0x808080, 0xFF0000, 0x00FF00, 0xFFFF00, 0x0000FF, 0xFF00FF, 0x00FFFF, 0xFFFFFF};
 
+constinit MadeOnce<SystemPalette> gsPalette;
+
 }  // namespace
 
 SystemPalette& SystemPalette::The() {
-  static SystemPalette& palette = *new SystemPalette;
-  return palette;
+  return gsPalette.Get();
+}
+
+void LockSystemPalette() {
+  gsPalette.Lock([](SystemPalette& palette) { palette.mLock.lock(); });
+}
+void UnlockSystemPalette() {
+  gsPalette.Unlock([](SystemPalette& palette) { palette.mLock.unlock(); });
 }
 
 Xrgb SystemPalette::FixedColor(std::uint32_t index) {

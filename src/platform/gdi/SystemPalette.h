@@ -7,6 +7,8 @@
 #include <mutex>
 #include <vector>
 
+#include "gdi/Fork.h"
+#include "gdi/MadeOnce.h"
 #include "gdi/Surface.h"
 
 namespace orm::platform::gdi {
@@ -30,6 +32,9 @@ class SystemPalette {
 
  private:
   static constexpr std::uint32_t fixedAtEachEnd = 10;
+  friend class MadeOnce<SystemPalette>;
+  friend void LockSystemPalette();
+  friend void UnlockSystemPalette();
   SystemPalette();
   std::uint32_t NearestLocked(Xrgb color) const;
 

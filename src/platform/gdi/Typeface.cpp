@@ -4,8 +4,12 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <memory>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
+
+#include "gdi/Fork.h"
 
 namespace orm::platform::gdi {
 namespace {
@@ -22,19 +26,41 @@ std::string PathOfTextLibrary() {
   return slash == std::string_view::npos ? name : std::string(file.substr(0, slash + 1)) + name;
 }
 
+constinit std::shared_mutex gsLoading;  // shared by those who load it; a fork waits for them
+constinit std::atomic<void*> gsImage{nullptr};
+constinit std::atomic<const TextLibrary*> gsLibrary{nullptr};
+
 // Loaded once and kept: fonts may be used until the very end of the process. Null when it cannot be had,
-// which the next font may find different. Two threads that load it get the same one.
+// which the next font may find different. Two threads that load it get the same one, and neither keeps the
+// other from it: one of them may be loading a module, whose start draws.
 const TextLibrary* TheTextLibrary() {
-  static constinit std::atomic<void*> kept{nullptr};
-  void* library = kept.load(std::memory_order_acquire);
-  if (!library) {
-    library = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
-    kept.store(library, std::memory_order_release);
-  }
-  return library ? static_cast<const TextLibrary*>(dlsym(library, "OrmTextLibrary")) : nullptr;
+  if (const TextLibrary* const library = gsLibrary.load(std::memory_order_acquire)) return library;
+  const std::shared_lock lock(gsLoading);
+  void* const image = dlopen(PathOfTextLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!image) return nullptr;
+  const auto* const library = static_cast<const TextLibrary*>(dlsym(image, "OrmTextLibrary"));
+  gsImage = image;
+  gsLibrary = library;
+  return library;
 }
 
 }  // namespace
+
+void LoadTextLibrary() {
+  static_cast<void>(TheTextLibrary());
+}
+
+void LockTextLibrary() {
+  gsLoading.lock();
+  if (const TextLibrary* const library = gsLibrary) library->lock();
+}
+void UnlockTextLibrary(bool isChild) {
+  if (const TextLibrary* const library = gsLibrary) library->unlock();
+  if (isChild)
+    std::construct_at(&gsLoading);  // as the lock of the table of objects
+  else
+    gsLoading.unlock();
+}
 
 std::unique_ptr<Typeface> Typeface::Open(const LOGFONTA& description) {
   const TextLibrary* library = TheTextLibrary();

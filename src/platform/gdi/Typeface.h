@@ -40,6 +40,9 @@ class Typeface {
   std::string mName;  // UTF-8
 };
 
+// Loads the library unless it is there; the first font does it otherwise.
+void LoadTextLibrary();
+
 // A PNG file of `width` x `height` pixels of three bytes, red first; empty when it cannot be made.
 std::vector<std::uint8_t> CompressPng(const std::vector<std::uint8_t>& colors, int width, int height);
 
@@ -47,6 +50,9 @@ std::vector<std::uint8_t> CompressPng(const std::vector<std::uint8_t>& colors, i
 struct TextLibrary {
   std::unique_ptr<Typeface> (*openTypeface)(const LOGFONTA& description);
   std::vector<std::uint8_t> (*compressPng)(const std::vector<std::uint8_t>& colors, int width, int height);
+  // Around a fork.
+  void (*lock)();
+  void (*unlock)();
 };
 
 }  // namespace orm::platform::gdi

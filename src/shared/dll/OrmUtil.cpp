@@ -67,14 +67,17 @@ void BuildOrdinaryGroup() {
 // The child of a fork is to find whole what the other threads were at, and no lock held by a thread that it
 // does not have. The order is that in which the locks are taken: the manager traces and registers objects,
 // all of them fail assertions, and the facility's lock is taken before the fork after these. Whoever puts a
-// bag's properties in order takes no other lock of the module.
+// bag's properties in order takes no other lock of the module, and who asks for the screen's scale only the
+// platform's.
 void LockForFork() {
   LockClassManager();
   LockThreadRegistrar();
   LockTracedObjects();
   LockPropertyOrders();
+  LockDefaultStretch();
 }
 void UnlockAfterFork() {
+  UnlockDefaultStretch();
   UnlockPropertyOrders();
   UnlockTracedObjects();
   UnlockThreadRegistrar();

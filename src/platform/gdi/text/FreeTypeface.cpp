@@ -33,11 +33,9 @@ struct Libraries {
     if (!config) config = FcInitLoadConfigAndFonts();
     return freeType && config;
   }
-  static Libraries& The() {
-    static Libraries& libraries = *new Libraries;
-    return libraries;
-  }
 };
+
+constinit Libraries gsLibraries;
 
 struct DestroyPattern {
   void operator()(FcPattern* pattern) const { FcPatternDestroy(pattern); }
@@ -137,15 +135,22 @@ FT_UInt EmFor(FT_Face face, LONG height, int defaultPixels) {
 
 }  // namespace
 
+void FreeTypeface::LockLibraries() {
+  gsLibraries.lock.lock();
+}
+void FreeTypeface::UnlockLibraries() {
+  gsLibraries.lock.unlock();
+}
+
 FreeTypeface::~FreeTypeface() {
-  std::lock_guard lock(Libraries::The().lock);
+  std::lock_guard lock(gsLibraries.lock);
   mOthers.clear();
   mMain.face.reset();
 }
 
 // Without a face when none can be had.
 FreeTypeface::Match FreeTypeface::FindFace(const LOGFONTA& description, char32_t needed) {
-  Libraries& libraries = Libraries::The();
+  Libraries& libraries = gsLibraries;
   if (!libraries.Open()) return {};
   const Pattern wanted = Describe(description, needed);
   FcConfigSubstitute(libraries.config, wanted.get(), FcMatchPattern);
@@ -179,7 +184,7 @@ FreeTypeface::Match FreeTypeface::FindFace(const LOGFONTA& description, char32_t
 std::unique_ptr<Typeface> FreeTypeface::Open(const LOGFONTA& description) {
   auto typeface = std::unique_ptr<FreeTypeface>(new FreeTypeface);
   typeface->mDescription = description;
-  std::lock_guard lock(Libraries::The().lock);
+  std::lock_guard lock(gsLibraries.lock);
   typeface->mMain = FindFace(description, 0);
   if (!typeface->mMain.face) {
     typeface->mMetrics = typeface->Typeface::Metrics();
@@ -242,7 +247,7 @@ const FreeTypeface::Match& FreeTypeface::FaceFor(char32_t character) {
 
 Glyph FreeTypeface::Load(char32_t character, bool antialiased) {
   if (!mMain.face) return Typeface::Load(character, antialiased);
-  std::lock_guard lock(Libraries::The().lock);
+  std::lock_guard lock(gsLibraries.lock);
   const bool control = character < 0x20 || (character >= 0x7F && character < 0xA0);
   const Match& match = FaceFor(control ? U' ' : character);
   return Render(match, FT_Get_Char_Index(match.face.get(), control ? U' ' : character), antialiased);

@@ -16,6 +16,8 @@ class FreeTypeface final : public Typeface {
  public:
   static std::unique_ptr<Typeface> Open(const LOGFONTA& description);
   ~FreeTypeface() override;
+  static void LockLibraries();
+  static void UnlockLibraries();
 
   FontMetrics Metrics() const override { return mMetrics; }
   Glyph Load(char32_t character, bool antialiased) override;

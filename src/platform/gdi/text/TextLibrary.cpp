@@ -27,6 +27,7 @@ std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& colors, int 
 
 extern "C" {
 extern ORM_PLATFORM_API const orm::platform::gdi::TextLibrary OrmTextLibrary;
-const orm::platform::gdi::TextLibrary OrmTextLibrary = {orm::platform::gdi::FreeTypeface::Open,
-                                                        orm::platform::gdi::Compress};
+const orm::platform::gdi::TextLibrary OrmTextLibrary = {
+    orm::platform::gdi::FreeTypeface::Open, orm::platform::gdi::Compress,
+    orm::platform::gdi::FreeTypeface::LockLibraries, orm::platform::gdi::FreeTypeface::UnlockLibraries};
 }
