@@ -69,7 +69,7 @@ TEST(Frame, IsNotLoadedWithoutMemory) {
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");
   const std::string refused = "failed " + std::to_string(ERROR_DLL_INIT_FAILED) + "\n";
   int refusals = 0;
-  for (int at = 1;; at += 3) {
+  for (int at = 1;; at += 5) {
     const ChildResult result =
         RunProgram({Sibling("module_loader"), "nomemory", ORMUTIL_PATH, std::to_string(at)});
     if (result.output == "enough 0\n") break;
