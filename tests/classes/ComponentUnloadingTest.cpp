@@ -8,6 +8,7 @@
 #include "Components.h"
 #include "HostProcess.h"
 #include "TestFactory.h"
+#include "support/Sanitizers.h"
 
 namespace {
 
@@ -185,7 +186,10 @@ TEST(ComponentLibrary, TheProcessMayEndWhileThreadsUseTheManager) {
   for (int i = 0; i < 12; ++i) {
     ASSERT_THAT(HostProcess::Run({"exit-busy", folder.GetPathText()}), ElementsAre("busy")) << i;
   }
-  EXPECT_THAT(HostProcess::Run({"exit-listing"}), ElementsAre("listing"));
+  // What memcheck counts as lost there is what the thread that never ends still holds.
+  if (!test::IsUnderMemcheck()) {
+    EXPECT_THAT(HostProcess::Run({"exit-listing"}), ElementsAre("listing"));
+  }
 }
 
 }  // namespace
