@@ -38,6 +38,11 @@ class ManagerLock {
     }
     LeaveCriticalSection(&mSection);
   }
+  // For the child of a fork, whose only thread holds the lock: others of the parent that have announced
+  // themselves at the closed gate do not take that back here.
+  void ForgetSharers() {
+    for (Sharers& sharers : mSharers) sharers.count.store(0, std::memory_order_relaxed);
+  }
   // For a thread that goes no further, whatever it was at: others find what a component finds that calls the
   // manager from there.
   void LeaveForEver() {

@@ -55,6 +55,10 @@ void LockClassManager() {
 void UnlockClassManager() {
   reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().Leave();
 }
+void UnlockClassManagerInChild() {
+  reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().ForgetSharers();
+  UnlockClassManager();
+}
 
 void LeaveClassManagerForEver() {
   reinterpret_cast<ClassManagerImpl*>(gsStorage)->GetLock().LeaveForEver();

@@ -17,6 +17,7 @@ bool BuildClassManager();  // ClassManager.cpp
 void CloseClassManager();
 void LockClassManager();
 void UnlockClassManager();
+void UnlockClassManagerInChild();
 void LeaveClassManagerForEver();
 
 void BuildThreadRegistrar();  // ThreadInterrupt.cpp

@@ -76,12 +76,13 @@ void LockForFork() {
   LockPropertyOrders();
   LockDefaultStretch();
 }
+template <void unlockClassManager()>
 void UnlockAfterFork() {
   UnlockDefaultStretch();
   UnlockPropertyOrders();
   UnlockTracedObjects();
   UnlockThreadRegistrar();
-  UnlockClassManager();
+  unlockClassManager();
 }
 
 // What registry, named objects and trace facility allocate before the module is ready.
@@ -93,7 +94,9 @@ bool Start() {
   TraceFacilityOwnTearDown();
   const bool isUsable = BuildLibraryGroup();
   BuildOrdinaryGroup();
-  return platform::CallAroundFork(LockForFork, UnlockAfterFork) && isUsable;
+  return platform::CallAroundFork(LockForFork, UnlockAfterFork<UnlockClassManager>,
+                                  UnlockAfterFork<UnlockClassManagerInChild>) &&
+         isUsable;
 }
 
 // The trace facility goes first: whatever is traced after it reaches the debugger only. The leak report is
