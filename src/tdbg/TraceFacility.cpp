@@ -3,6 +3,7 @@
 
 #include <win32/forkx.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -150,7 +151,9 @@ LONG ReadLevel(const TraceArea& area) {
 LONG OfferLevel(const TraceArea& area) {
   const RegistryStep step(facility.moduleKey);
   if (const LONG set = ReadLevel(area); set != NO_LEVEL) return set;
-  const LONG current = __atomic_load_n(&area.level, __ATOMIC_RELAXED);
+  // The client's number, which may be none of the levels.
+  const LONG current =
+      std::clamp<LONG>(__atomic_load_n(&area.level, __ATOMIC_RELAXED), TRACE_ERROR, TRACE_NONE);
   const char text[2] = {LETTERS[current], 0};
   RegSetValueExA(facility.moduleKey, area.name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof text);
   return current;

@@ -200,6 +200,14 @@ TEST(TraceConfig, LevelsFollowTheRegistryFromTheNextLineOn) {
   }
 }
 
+TEST(TraceConfig, ALevelThatIsNoneIsTheNearest) {
+  static constinit TraceArea silent{"silent", 99}, loud{"loud", -1};
+  TraceAreaRegister(silent);
+  TraceAreaRegister(loud);
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, "silent"), "n");
+  EXPECT_EQ(GetRegistryText(MODULE_KEY, "loud"), "e");
+}
+
 // The area asks for its level while somebody else is about to set it.
 TEST(TraceConfig, AnAreaDoesNotWriteOverALevelThatIsJustBeingSet) {
   static constinit TraceArea other{"other"};
