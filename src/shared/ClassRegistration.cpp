@@ -7,6 +7,7 @@
 #include "RegistryKey.h"
 
 #include <algorithm>
+#include <new>
 
 namespace orm {
 
@@ -50,16 +51,24 @@ DirectoryAndMask SplitFilePath(const Path& path, String text) {
   return {path.GetDirectory(), MakeMask(path.GetName())};
 }
 
+// Nothing is known of a path that could not be asked for want of memory.
+DWORD AskAttributes(const Path& path) {
+  const DWORD attributes = path.GetAttributes();
+  if (attributes == INVALID_FILE_ATTRIBUTES && GetLastError() == ERROR_NOT_ENOUGH_MEMORY)
+    throw std::bad_alloc();
+  return attributes;
+}
+
 DirectoryAndMask SplitPath(const String& text) {
   Path path;
   if (!path.Set(text)) ThrowInvalidPath();
   path.MakeAbsolute();
   if (path.HasWildcards()) {
     const Path directory = path.GetDirectory();
-    if (!IsDirectory(directory.GetAttributes())) ThrowMissingPath();
+    if (!IsDirectory(AskAttributes(directory))) ThrowMissingPath();
     return {directory, MakeMask(path.GetName())};
   }
-  const DWORD attributes = path.GetAttributes();
+  const DWORD attributes = AskAttributes(path);
   if (attributes == INVALID_FILE_ATTRIBUTES) ThrowMissingPath();
   if (IsDirectory(attributes)) return {path, MakeMask("*.dll")};
   return SplitFilePath(path, text);
