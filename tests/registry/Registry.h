@@ -93,10 +93,14 @@ inline std::vector<std::string> SubKeyNames(HKEY key) {
   }
 }
 
-using test::InChild;
 using test::InChildAs;
 using test::StartForked;
 using test::WaitFor;
+
+// The exceptions of the thread sanitizer go by this name.
+inline int InChild(const std::function<int()>& body) {
+  return test::InChild(body);
+}
 
 inline SECURITY_ATTRIBUTES* NullAccessList() {
   static SECURITY_DESCRIPTOR descriptor{1, 0, SE_DACL_PRESENT, nullptr, nullptr, nullptr, nullptr};
