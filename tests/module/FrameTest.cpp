@@ -3,9 +3,8 @@
 #include <ormutil/Module.h>
 #include <win32/debugwatch.h>
 
-#include <csignal>
-
 #include "support/Child.h"
+#include "support/Sanitizers.h"
 #include "support/TraceConfig.h"
 
 using namespace test;
@@ -69,7 +68,8 @@ TEST(Frame, IsNotLoadedWithoutMemory) {
   SetRegistryText(TRACE_KEY, " option_autoassert", "i");
   const std::string refused = "failed " + std::to_string(ERROR_DLL_INIT_FAILED) + "\n";
   int refusals = 0;
-  for (int at = 1;; at += 5) {
+  // Under memcheck each of these processes takes a second.
+  for (int at = 1;; at += test::IsUnderMemcheck() ? 7 : 3) {
     const ChildResult result =
         RunProgram({Sibling("module_loader"), "nomemory", ORMUTIL_PATH, std::to_string(at)});
     if (result.output == "enough 0\n") break;
